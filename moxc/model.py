@@ -1,0 +1,792 @@
+"""The checked model of a schema: what templates, tests and documents read.
+
+This is the one place where attribute ids, dirty bits, slot orders, constructor arguments and flag
+words are computed. `load()` gives the `Module` of a schema file, or None after reporting errors.
+The checks that build it stand in checker.py; every field is told here, beside its name.
+
+All objects are plain; templates read their fields. Types are compared by identity.
+"""
+
+import hashlib
+
+# ---------------------------------------------------------------------------------------------
+# Constants of the contract
+
+INTERFACE_ID = 0x9a          # moxHasAttrLogInterface, in every entity type
+FWK_KEY_ID = 0               # fwkKey, in every entity type with a key
+FIRST_BLOCK = 0x100          # id block of a type directly below Mox::Entity
+BLOCK_SIZE = 0x100           # each level of inheritance takes the next block
+FIRST_ID_IN_BLOCK = 2        # the ids 0 and 1 of a block are left out
+MAX_ATTRIBUTE_ID = 0x7fffffff
+DIRTY_WORD_BITS = 32
+
+
+class Flags:
+    """The flag words of an attribute kind."""
+
+    def __init__(self, word0, word1, introspection):
+        self.word0 = word0                  # Mox::MoxAttr::AttrFlags, first word
+        self.word1 = word1                  # Mox::MoxAttr::AttrFlags, second word
+        self.introspection = introspection  # Mox::MoxAttr::MoxAttrIntrospectionFlags
+
+
+# By the name of the kind in the attribute table.
+KIND_FLAGS = {
+    'enumerator': Flags(0x00020001, 0x40200400, 0x0),
+    'interface': Flags(0x00022001, 0x00000400, 0x8),
+    'handler': Flags(0x00020001, 0x00000400, 0x8),
+    'key': Flags(0x00200001, 0x00000400, 0x0),
+    'constructor value': Flags(0x00220109, 0x40000400, 0x2),
+    'constructor reference': Flags(0x08220109, 0x40000400, 0x2),
+    'value': Flags(0x00220143, 0x01000400, 0x2),
+    'reference': Flags(0x08220143, 0x01000400, 0x2),
+    'child': Flags(0x08220143, 0x11000400, 0x2),
+    'value collection': Flags(0x01a20143, 0x01000400, 0x2),
+    'child collection': Flags(0x09a20143, 0x11000400, 0x22),
+}
+
+# The kinds of `Attr.kind`, and the name of each in the attribute table.
+ATTRIBUTE_KINDS = {
+    'key': 'constructor value',
+    'param': 'constructor value',
+    'paramRef': 'constructor reference',
+    'value': 'value',
+    'ref': 'reference',
+    'child': 'child',
+    'valueCollection': 'value collection',
+    'childCollection': 'child collection',
+    'handler': 'handler',
+}
+MUTABLE_KINDS = ('value', 'ref', 'child', 'valueCollection', 'childCollection')
+COLLECTION_KINDS = ('valueCollection', 'childCollection')
+INSTANTIATING_KINDS = ('child', 'childCollection')
+CONSTRUCTOR_KINDS = ('key', 'param', 'paramRef')
+
+
+# ---------------------------------------------------------------------------------------------
+# Types
+
+class Type:
+    """What all types of a schema have in common."""
+
+    kind = ''                    # 'builtin', 'enum', 'identifier', 'value' or 'entity'
+
+    def __init__(self, name, namespace, doc=(), module=None, position=None):
+        self.name = name                     # short name: 'Xlge', 'U16'
+        self.namespace = namespace           # 'Inventory::Arad'; '' for builtins
+        self.segments = namespace.split('::') if namespace else []   # ['Inventory', 'Arad']
+        self.qualified = namespace + '::' + name if namespace else name
+        self.cpp = self.qualified            # C++ name: 'Inventory::Arad::Xlge', 'unsigned short'
+        self.doc = list(doc)                 # lines of the doc comment
+        self.module = module                 # Module that declares it; None for builtins
+        self.position = position             # where its name stands
+        self.stem = name                     # for file names; unique in its module
+
+    @property
+    def isBuiltin(self):
+        return self.kind == 'builtin'
+
+    @property
+    def isEnum(self):
+        return self.kind == 'enum'
+
+    @property
+    def isIdentifier(self):
+        return self.kind == 'identifier'
+
+    @property
+    def isValue(self):
+        """A hand-written value type."""
+        return self.kind == 'value'
+
+    @property
+    def isEntity(self):
+        return self.kind == 'entity'
+
+    @property
+    def isText(self):
+        """String8 or Name."""
+        return self.isBuiltin and self.name in ('String8', 'Name')
+
+    @property
+    def isInteger(self):
+        return self.isBuiltin and self.name in INTEGER_RANGES
+
+    @property
+    def paramCpp(self):
+        """C++ type of a function parameter: scalars, texts by value; value types by reference."""
+        if self.isEntity:
+            return 'Mox::Ptr<%s> const&' % self.cpp
+        return self.cpp + ' const&' if self.isValue else self.cpp
+
+    @property
+    def storedCpp(self):
+        """C++ type of a field or a result; a strong pointer for an entity."""
+        return 'Mox::Ptr<%s>' % self.cpp if self.isEntity else self.cpp
+
+    @property
+    def defaultText(self):
+        """C++ expression of the value that an attribute of this type has without a default."""
+        raise NotImplementedError
+
+    @property
+    def wireBase(self):
+        """Name of the builtin that stands on the stream for a value: 'bool', 'U8', 'U16', 'U32',
+        'U64', 'int', 'double', 'String8', 'Name'; 'U64' for an entity; '' for a value type, which
+        has a form of its own."""
+        raise NotImplementedError
+
+    @property
+    def fixedLength(self):
+        """Bytes of the payload of a scalar update with a fixed length, else None: bool and the
+        unsigned integers of up to 32 bits, themselves and not as the field of an identifier."""
+        return {'bool': 1, 'U8': 1, 'U16': 2, 'U32': 4}.get(self.name) if self.isBuiltin else None
+
+    def textIn(self, namespace):
+        """The name as a schema in `namespace` writes it: short for a type of that namespace."""
+        return self.name if self.namespace == namespace else self.qualified
+
+
+INTEGER_RANGES = {
+    'U8': (0, 0xff),
+    'U16': (0, 0xffff),
+    'U32': (0, 0xffffffff),
+    'U64': (0, 0xffffffffffffffff),
+    'int': (-0x80000000, 0x7fffffff),
+}
+
+
+class Builtin(Type):
+    """A type of the language itself."""
+
+    kind = 'builtin'
+
+    def __init__(self, name, cpp, defaultText):
+        super().__init__(name, '')
+        self.cpp = cpp
+        self._defaultText = defaultText
+
+    @property
+    def defaultText(self):
+        return self._defaultText
+
+    @property
+    def wireBase(self):
+        return self.name
+
+
+BUILTINS = {builtin.name: builtin for builtin in (
+    Builtin('bool', 'bool', 'false'),
+    Builtin('U8', 'unsigned char', '0'),
+    Builtin('U16', 'unsigned short', '0'),
+    Builtin('U32', 'unsigned int', '0'),
+    Builtin('U64', 'unsigned long long', '0'),
+    Builtin('int', 'int', '0'),
+    Builtin('double', 'double', '0.0'),
+    Builtin('String8', 'Mox::String8', 'Mox::String8()'),
+    Builtin('Name', 'Mox::Name', 'Mox::Name()'),
+)}
+VOID_POINTER = Builtin('void*', 'void*', 'nullptr')   # value type of a handler; not for schemas
+
+
+class Enumerator:
+    def __init__(self, name, value, doc, enum, position):
+        self.name = name             # 'warpCore'
+        self.value = value           # 0 to 0x7fffffff
+        self.doc = list(doc)
+        self.cpp = enum.cpp + '::' + name     # right for scoped and unscoped enumerations
+        self.position = position
+        self.flags = KIND_FLAGS['enumerator']
+
+
+class Enum(Type):
+    kind = 'enum'
+
+    def __init__(self, *args):
+        super().__init__(*args)
+        self.enumerators = []        # Enumerators in declaration order
+
+    @property
+    def enumeratorsByValue(self):
+        """The enumerators in the order of their values."""
+        return sorted(self.enumerators, key=lambda enumerator: enumerator.value)
+
+    @property
+    def defaultText(self):
+        for enumerator in self.enumerators:
+            if enumerator.value == 0:
+                return enumerator.cpp
+        return 'static_cast<%s>(0)' % self.cpp
+
+    @property
+    def wireBase(self):
+        return 'int'
+
+
+class Identifier(Type):
+    """A number class with a tested range."""
+
+    kind = 'identifier'
+
+    def __init__(self, *args):
+        super().__init__(*args)
+        self.base = BUILTINS['U32']  # Builtin of the field: U8, U16, U32 or U64
+        self.min = 0                 # least accepted number
+        self.max = 0                 # largest accepted number; `null` if there is one
+        self.null = None             # the number that means "no such object", or None
+        self.maxText = ''            # the largest number as the schema spells it
+        self.message = ''            # text of the range exception
+
+    @property
+    def defaultText(self):
+        if self.null is None and self.min > 0:
+            return '%s(%d)' % (self.cpp, self.min)
+        return self.cpp + '()'
+
+    @property
+    def wireBase(self):
+        return self.base.name
+
+
+class Value(Type):
+    """A hand-written value type that the schema only names."""
+
+    kind = 'value'
+
+    def __init__(self, *args):
+        super().__init__(*args)
+        self.header = ''             # header that defines it: 'values/Units.h'
+        self._defaultText = self.cpp + '()'
+
+    @property
+    def defaultText(self):
+        return self._defaultText
+
+    @property
+    def wireBase(self):
+        return ''
+
+
+class Arg:
+    """One constructor argument of an entity."""
+
+    def __init__(self, name, type, attr, namespace):
+        self.name = name                     # 'swapPolarityTx'; 'name' for the entity's name
+        self.type = type                     # its Type
+        self.attr = attr                     # the key or param attribute; None for the name
+        self.isRef = type.isEntity           # a constructor reference
+        self.isName = attr is None           # the entity's name
+        self.typeText = type.textIn(namespace)   # as the schema writes the type
+        self.paramCpp = type.paramCpp        # C++ type of the parameter
+        self.storedCpp = type.storedCpp
+
+
+class Init:
+    """`init x = v`: the constructor's last act, a call of the setter of `attr`."""
+
+    def __init__(self, attr, expression):
+        self.attr = attr                     # own or inherited mutable scalar
+        self.expression = expression         # C++ expression of the value
+
+
+class Handler:
+    """One virtual handler of NotifieeConst, in slot order."""
+
+    def __init__(self, attr, name, form):
+        self.attr = attr
+        self.name = name                     # 'onSerdes', 'onSerdesmoxImmediate'
+        self.form = form                     # 'plain' (scalar, reference, singleton), or of a
+                                             # collection: 'key', 'immediate', 'whole'
+        self.keyType = attr.keyType if form == 'key' else None
+
+
+class Descriptor:
+    """One row of the attribute table of an entity, in the registry's order: the interface
+    attribute first, the own attributes, `fwkKey` last."""
+
+    def __init__(self, name, id, kindText, type, typeText, attr=None):
+        self.name = name
+        self.id = id
+        self.kindText = kindText             # kind as in the table: 'constructor value', ...
+        self.flags = KIND_FLAGS[kindText]
+        self.type = type                     # value type, or the member type
+        self.typeText = typeText             # as the schema writes it
+        self.attr = attr                     # Attr; None for interface and fwkKey
+        self.keyType = attr.keyType if attr else None
+        self.keyTypeText = attr.keyTypeText if attr else ''
+        self.memberKey = attr.memberKey if attr else ''        # name of the member's key attribute
+        self.memberArgs = attr.memberArgs if attr else []      # Args
+
+
+class Attr:
+    """An attribute of an entity."""
+
+    def __init__(self, name, kind, entity, doc, position):
+        self.name = name                     # 'serdesUsed'
+        self.capName = name[0].upper() + name[1:]              # 'SerdesUsed'
+        self.kind = kind                     # key of ATTRIBUTE_KINDS
+        self.kindText = ATTRIBUTE_KINDS[kind]    # kind as in the attribute table
+        self.flags = KIND_FLAGS[self.kindText]
+        self.entity = entity                 # Entity that declares it
+        self.doc = list(doc)
+        self.position = position
+        self.id = 0                          # attribute id; a deletion's id is its negative
+        self.type = None                     # value type; member type of a child (collection);
+                                             # void* of a handler
+        self.typeText = ''                   # the type as the schema writes it
+        self.keyType = None                  # collections: type of the key, else None
+        self.keyTypeText = ''
+        self.keyAttr = None                  # child collections: the member's key Attr; None if
+                                             # the member's `name` is the key, and elsewhere
+        self.keyIsName = False               # child collections: the member's `name` is the key
+        self.memberKey = ''                  # child collections: 'id', 'name'; else ''
+        self.memberArgs = []                 # child, childCollection: Args to make a member; in a
+                                             # collection the key is among them
+        self.memberParams = []               # childCollection: memberArgs without the key; these
+                                             # are compared at reinstantiation
+        self.namesMemberByKey = False        # the member's constructor takes a Name first that is
+                                             # no argument here: valueToStrep(key)
+        self.wrapped = False                 # childCollection held through the wrapper MoxX
+        self.wrapperName = ''                # 'MoxSerdes' of a value collection or wrapped one
+        self.isConstTarget = False           # ref: the target is held as const
+        self.reacts = None                   # handler Attr called between store and notification
+        self.default = None                  # C++ expression of the first value; the bare name of
+                                             # an earlier key or param if defaultFrom is set; None
+                                             # for kinds that have none
+        self.defaultFrom = None              # that key or param Attr, else None
+        self.dirtyBit = None                 # bit in the type's dirty word; None if never changed
+        self.dirtyMask = 0                   # 1 << dirtyBit
+        self.family = ''                     # value: 'pieces' (String8, sent in pieces) or
+                                             # 'plain'; valueCollection: 'stringKeyed' (String8 to
+                                             # String8, value in pieces) or 'byIdKey'; else ''
+
+    @property
+    def isMutable(self):
+        """Can change after construction; has a dirty bit and handlers."""
+        return self.kind in MUTABLE_KINDS
+
+    @property
+    def isCollection(self):
+        return self.kind in COLLECTION_KINDS
+
+    @property
+    def isInstantiating(self):
+        return self.kind in INSTANTIATING_KINDS
+
+    @property
+    def isConstructorArg(self):
+        return self.kind in CONSTRUCTOR_KINDS
+
+    @property
+    def isScalar(self):
+        """A key, a param or a value: one value in the entity."""
+        return self.kind in ('key', 'param', 'value')
+
+    @property
+    def isReference(self):
+        """Points to an entity owned elsewhere."""
+        return self.kind in ('ref', 'paramRef')
+
+    @property
+    def targetCpp(self):
+        """C++ type that a pointer of this attribute points to: 'T', or 'T const'."""
+        return self.type.cpp + (' const' if self.isConstTarget else '')
+
+    @property
+    def storedCpp(self):
+        """C++ type of one stored value: of the scalar, of the pointer, of a collection's value."""
+        return 'Mox::Ptr<%s>' % self.targetCpp if self.type.isEntity else self.type.cpp
+
+    @property
+    def paramCpp(self):
+        """C++ type of the value as a parameter of setters and constructors."""
+        if self.type.isEntity:
+            return 'Mox::Ptr<%s> const&' % self.targetCpp
+        return self.type.paramCpp
+
+    @property
+    def handlers(self):
+        """Handlers in slot order."""
+        on = 'on' + self.capName
+        if self.isCollection:
+            return [Handler(self, on, 'key'), Handler(self, on + 'moxImmediate', 'immediate'),
+                    Handler(self, on, 'whole')]
+        return [Handler(self, on, 'plain')] if self.isMutable else []
+
+
+class Entity(Type):
+    kind = 'entity'
+
+    def __init__(self, *args):
+        super().__init__(*args)
+        self.base = None             # Entity, or None directly below Mox::Entity
+        self.isBase = False          # others may derive; its setters are virtual
+        self.isRoot = False          # root of a tree: made by name in a directory, has no key
+        self.isUnlinked = False      # no `next`; collections hold it through a wrapper
+        self.isNamed = False         # constructor takes a Name first that is an argument on the
+                                     # stream and in the registry; own or inherited
+        self.namedBy = None          # `named by`: the key Attr whose text is the name; the C++
+                                     # constructor takes a Name first, stream and registry don't
+        self.block = FIRST_BLOCK     # id block; its first attribute has the id block + 2
+        self.level = 0               # 0 directly below Mox::Entity; N of MoxDirtyBitSetN
+        self.attrs = []              # own Attrs in declaration order
+        self.key = None              # key Attr, own or inherited, or None
+        self.inits = []              # own Inits
+        self.constructorArgs = []    # Args on the stream and in the registry, in order
+        self.cppParams = []          # Args of the C++ constructor, in order
+        self.damaged = False         # could not be read whole; only while checking
+
+    @property
+    def capName(self):
+        return self.name
+
+    @property
+    def defaultText(self):
+        return 'nullptr'
+
+    @property
+    def wireBase(self):
+        return 'U64'
+
+    @property
+    def bases(self):
+        """Base entities, nearest first, without Mox::Entity."""
+        bases = []
+        base = self.base
+        while base is not None:
+            bases.append(base)
+            base = base.base
+        return bases
+
+    @property
+    def baseCpp(self):
+        return self.base.cpp if self.base else 'Mox::Entity'
+
+    @property
+    def baseQualified(self):
+        """Name of the parent type in the registry."""
+        return self.base.qualified if self.base else 'Mox::Entity'
+
+    @property
+    def baseArgs(self):
+        """The cppParams to pass to the base's constructor; [the name] or [] for Mox::Entity."""
+        if self.base:
+            return self.base.cppParams
+        return [arg for arg in self.cppParams if arg.isName]
+
+    @property
+    def takesName(self):
+        """The C++ constructor's first parameter is a Name."""
+        return self.isNamed or self.namedBy is not None
+
+    @property
+    def keyIsName(self):
+        """`name` is the key: named, and no key attribute."""
+        return self.isNamed and self.key is None
+
+    @property
+    def keyType(self):
+        """Type of the key; None for root and base types without one."""
+        if self.key:
+            return self.key.type
+        return BUILTINS['Name'] if self.isNamed and not self.isRoot and not self.isBase else None
+
+    @property
+    def hasNext(self):
+        """Carries the link `next` of a collection's chain."""
+        return not (self.isRoot or self.isBase or self.isUnlinked)
+
+    @property
+    def ownsList(self):
+        """Holds the notifiee list; a derived type uses that of its level-0 base."""
+        return self.base is None
+
+    @property
+    def listOwner(self):
+        """The Entity of the chain that holds the notifiee list."""
+        return self.bases[-1] if self.base else self
+
+    @property
+    def allAttrs(self):
+        """Inherited attributes, farthest base first, then the own ones."""
+        return [attr for entity in reversed(self.bases) for attr in entity.attrs] + self.attrs
+
+    @property
+    def mutableAttrs(self):
+        """Own attributes that can change after construction."""
+        return [attr for attr in self.attrs if attr.isMutable]
+
+    @property
+    def allMutableAttrs(self):
+        return [attr for attr in self.allAttrs if attr.isMutable]
+
+    @property
+    def collections(self):
+        """Own collections of both kinds."""
+        return [attr for attr in self.attrs if attr.isCollection]
+
+    @property
+    def allCollections(self):
+        return [attr for attr in self.allAttrs if attr.isCollection]
+
+    @property
+    def children(self):
+        """Own instantiating attributes, in the order in which the destructor deletes them."""
+        return [attr for attr in self.attrs if attr.isInstantiating]
+
+    @property
+    def allChildren(self):
+        return [attr for attr in self.allAttrs if attr.isInstantiating]
+
+    @property
+    def handlers(self):
+        """Own Handlers in slot order."""
+        return [handler for attr in self.attrs for handler in attr.handlers]
+
+    @property
+    def allHandlers(self):
+        return [handler for attr in self.allAttrs for handler in attr.handlers]
+
+    @property
+    def dirtyMask(self):
+        """All own dirty bits."""
+        return sum(attr.dirtyMask for attr in self.attrs)
+
+    @property
+    def descriptors(self):
+        """The rows of the attribute table, as the registry defines them."""
+        bool_ = BUILTINS['bool']
+        rows = [Descriptor('moxHasAttrLogInterface', INTERFACE_ID, 'interface', bool_, 'bool')]
+        rows += [Descriptor(attr.name, attr.id, attr.kindText, attr.type, attr.typeText, attr)
+                 for attr in self.attrs]
+        if self.keyType is not None and not self.isBase:
+            rows.append(Descriptor('fwkKey', FWK_KEY_ID, 'key', self.keyType,
+                                   self.keyType.textIn(self.namespace)))
+        return rows
+
+    @property
+    def usedTypes(self):
+        """Types that the class declaration needs complete, without builtins and doubles: the base,
+        the types of values, keys, parameters; in order of use."""
+        used = [self.base] if self.base else []
+        for attr in self.attrs:
+            used += [attr.type, attr.keyType]
+            used += [arg.type for arg in attr.memberArgs]
+        return _distinct(type for type in used if type is not None and not type.isBuiltin
+                         and (not type.isEntity or type is self.base))
+
+    @property
+    def memberEntities(self):
+        """Entities owned by own attributes: their classes are needed to make and drop members."""
+        return _distinct(attr.type for attr in self.children)
+
+    @property
+    def pointedEntities(self):
+        """All entities that own attributes point to, owned or not, without the type itself and its
+        bases; a forward declaration is enough to declare the class."""
+        pointed = []
+        for attr in self.attrs:
+            pointed += [attr.type] + [arg.type for arg in attr.memberArgs]
+        return _distinct(type for type in pointed
+                         if type.isEntity and type is not self and type not in self.bases)
+
+
+class NamespaceRun:
+    """A run of types of one namespace in declaration order."""
+
+    def __init__(self, namespace):
+        self.namespace = namespace           # 'Inventory::Arad'
+        self.segments = namespace.split('::') if namespace else []
+        self.types = []
+
+
+class Module:
+    """A checked schema file."""
+
+    def __init__(self, name, path):
+        self.name = name             # 'InvArad'
+        self.path = path             # the schema file
+        self.imports = []            # Modules, in order
+        self.types = []              # all declared Types in declaration order
+
+    def _kind(self, kind):
+        return [type for type in self.types if type.kind == kind]
+
+    @property
+    def fileName(self):
+        return self.path.replace('\\', '/').rsplit('/', 1)[-1]
+
+    @property
+    def enums(self):
+        return self._kind('enum')
+
+    @property
+    def identifiers(self):
+        return self._kind('identifier')
+
+    @property
+    def values(self):
+        return self._kind('value')
+
+    @property
+    def entities(self):
+        return self._kind('entity')
+
+    @property
+    def registeredTypes(self):
+        """Enumerations and entity types in declaration order: the types of the registry."""
+        return [type for type in self.types if type.kind in ('enum', 'entity')]
+
+    @property
+    def namespaces(self):
+        """The distinct namespaces in order of first use."""
+        return _distinct(type.namespace for type in self.types if not type.isValue)
+
+    @property
+    def namespaceRuns(self):
+        """registeredTypes, cut where the namespace changes."""
+        return _runs(self.registeredTypes)
+
+    @property
+    def foreignBases(self):
+        """Base entities of other modules that entities of this one derive from directly."""
+        return _distinct(entity.base for entity in self.entities
+                         if entity.base and entity.base.module is not self)
+
+    @property
+    def usedEntities(self):
+        """Entities of other modules that attributes of this one point to, in order of use."""
+        return _distinct(type for entity in self.entities for type in entity.pointedEntities
+                         if type.module is not self)
+
+    @property
+    def allImports(self):
+        """All modules that this one stands on, deepest first, each once."""
+        found = []
+        for module in self.imports:
+            found += module.allImports + [module]
+        return _distinct(found)
+
+    @property
+    def schemaLines(self):
+        """The model as lines of text without documentation: what two ends must agree on."""
+        lines = ['module ' + self.name]
+        for type in self.types:
+            lines += _typeLines(type)
+        return lines
+
+    @property
+    def schemaHash(self):
+        """16 hexadecimal digits that change with any of the schemaLines, those of imports too."""
+        lines = [line for module in self.allImports + [self] for line in module.schemaLines]
+        return hashlib.sha256('\n'.join(lines).encode()).hexdigest()[:16]
+
+
+def _distinct(items):
+    return list(dict.fromkeys(items))
+
+
+def _runs(types):
+    runs = []
+    for type in types:
+        if not runs or runs[-1].namespace != type.namespace:
+            runs.append(NamespaceRun(type.namespace))
+        runs[-1].types.append(type)
+    return runs
+
+
+def _typeLines(type):
+    if type.isEnum:
+        return ['enum ' + type.qualified] + ['  %d %s' % (e.value, e.name) for e in
+                                             type.enumeratorsByValue]
+    if type.isIdentifier:
+        return ['identifier %s %s %d %d %s' % (type.qualified, type.base.name, type.min, type.max,
+                                               type.null)]
+    if type.isValue:
+        return ['value ' + type.qualified]
+    lines = ['entity %s : %s (%s)' % (
+        type.qualified, type.baseQualified,
+        ', '.join('%s %s' % (arg.name, arg.type.qualified) for arg in type.constructorArgs))]
+    for row in type.descriptors:
+        line = '  %d %s %s %s' % (row.id, row.name, row.kindText, row.type.qualified)
+        if row.keyType:
+            line += ' [%s]' % row.keyType.qualified
+        if row.memberKey:
+            line += ' by ' + row.memberKey
+        lines.append(line)
+    return lines
+
+
+# ---------------------------------------------------------------------------------------------
+# The model as plain data, for --dump-model
+
+def dump(module):
+    """The model as nested dictionaries and lists, in stable order, ready for JSON."""
+    return {
+        'module': module.name,
+        'imports': [imported.name for imported in module.imports],
+        'schemaHash': module.schemaHash,
+        'types': [_dumpType(type) for type in module.types],
+    }
+
+
+def _dumpArgs(args):
+    return [{'name': arg.name, 'type': arg.typeText} for arg in args]
+
+
+def _dumpType(type):
+    out = {'kind': type.kind, 'name': type.qualified}
+    if type.doc:
+        out['doc'] = type.doc
+    if type.isEnum:
+        out['enumerators'] = {e.name: e.value for e in type.enumerators}
+    elif type.isIdentifier:
+        out.update(base=type.base.name, min=type.min, max=type.max, null=type.null,
+                   message=type.message)
+    elif type.isValue:
+        out.update(header=type.header, default=type.defaultText)
+    else:
+        out.update(
+            base=type.baseQualified, level=type.level, block=type.block, isBase=type.isBase,
+            isRoot=type.isRoot, hasNext=type.hasNext, isNamed=type.isNamed,
+            namedBy=type.namedBy.name if type.namedBy else None,
+            key=type.key.name if type.key else None,
+            constructorArgs=_dumpArgs(type.constructorArgs),
+            cppParams=['%s %s' % (arg.paramCpp, arg.name) for arg in type.cppParams],
+            attributes=[_dumpAttr(attr) for attr in type.attrs],
+            handlers=[handler.name + ('(key)' if handler.form == 'key' else '()')
+                      for handler in type.handlers],
+            inits={init.attr.name: init.expression for init in type.inits},
+            deletes=[attr.name for attr in type.children])
+    return out
+
+
+def _dumpAttr(attr):
+    out = {'id': attr.id, 'name': attr.name, 'kind': attr.kind, 'type': attr.typeText,
+           'cpp': attr.storedCpp}
+    if attr.doc:
+        out['doc'] = attr.doc
+    if attr.keyType:
+        out['keyType'] = attr.keyTypeText
+    if attr.memberKey:
+        out['memberKey'] = attr.memberKey
+    if attr.isInstantiating:
+        out['memberArgs'] = _dumpArgs(attr.memberArgs)
+        out['namesMemberByKey'] = attr.namesMemberByKey
+        out['wrapped'] = attr.wrapped
+    if attr.default is not None:
+        out['default'] = attr.default
+    if attr.reacts:
+        out['reacts'] = attr.reacts.name
+    if attr.family:
+        out['family'] = attr.family
+    if attr.dirtyBit is not None:
+        out['dirtyBit'] = attr.dirtyBit
+    return out
+
+
+def load(path, importDirs, errors):
+    """The checked Module of the schema file `path`; None if `errors` has got any."""
+    import checker  # the checker builds objects of this module
+
+    return checker.load(path, importDirs, errors)
