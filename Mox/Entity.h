@@ -1,0 +1,120 @@
+// The base of all entity types: identity, counters, the link to the parent, and the slots of the
+// attribute log. A parent owns its children; a child only knows its parent.
+#pragma once
+
+#include <cstdint>
+
+#include "Mox/AttributeId.h"
+#include "Mox/Name.h"
+#include "Mox/Notifiee.h"
+#include "Mox/Ptr.h"
+#include "Mox/PtrInterface.h"
+#include "Mox/String8.h"
+
+namespace Mox {
+
+class MoxAttr;
+class MoxType;
+namespace NboAttrLog {
+class Out;
+}
+
+class Entity : public PtrInterface {
+ public:
+  class NotifieeConst;
+  class Notifiee;
+  /// The stream adapter of an entity on one connection; defined by the attribute log.
+  class MoxNboAttrLogSa;
+
+  // The order of the virtual operations is part of the interface.
+
+  ~Entity() override;
+  virtual Name name() const;
+  virtual Ptr<Entity const> parent() const;
+  virtual Ptr<Entity> parent();
+  /// Keeps the link, without owning. Null: the entity has left its parent.
+  virtual void parentIs(Ptr<Entity> const& parent);
+  /// The parent's attribute that holds this entity; null if that isn't known.
+  virtual MoxAttr const* parentAttr() const;
+  virtual AttributeId parentAttrId() const;
+  virtual void parentAttrIdIs(AttributeId attribute);
+  virtual String8 uriPath() const;
+  /// The way from the root: `slice/fap[fap0]/serdes[5]`.
+  virtual String8 fullName() const;
+  /// The name of an attribute, "unknown" for an id that the type doesn't have.
+  virtual String8 attributeString(AttributeId attribute) const;
+  virtual void moxNotifieeAdapterIs(Ptr<Entity const> const& entity);
+  /// The parent link was just changed.
+  virtual void handleParent(Ptr<Entity> const& parent);
+
+  // The attribute log's slots. Their bodies for a type without a log face (null) are defined in
+  // attrlog/Entity.cc, where Out and the adapter are complete.
+  virtual Ptr<MoxNboAttrLogSa const> moxNboAttrLogSa(Ptr<NboAttrLog::Out const> const& out) const;
+  virtual bool moxHasAttrLogInterface() const;
+  virtual Ptr<MoxNboAttrLogSa> moxNboAttrLogSa(Ptr<NboAttrLog::Out const> const& out);
+  virtual Ptr<MoxNboAttrLogSa> moxNboAttrLogSaForMsgChannel(
+      Ptr<MoxNboAttrLogSa> const& adapter) const;
+  virtual Ptr<MoxNboAttrLogSa> moxNboAttrLogSaIs(PtrInterface::NotifieeConst::Mox_BitSet flags,
+                                                 unsigned int number,
+                                                 Ptr<NboAttrLog::Out> const& out,
+                                                 PtrInterface* channel);
+  virtual Ptr<MoxNboAttrLogSa> moxNboAttrLogSaDel(Ptr<NboAttrLog::Out const> const& out);
+
+  /// The text of this entity's key as paths show it. Default: the name.
+  virtual String8 moxKeyText() const;
+  /// Whether a path shows the key behind this attribute: false for a singleton. Default: true.
+  virtual bool moxAttributeIsKeyed(AttributeId attribute) const;
+
+  // Bump nothing.
+  std::uint32_t version() const { return version_; }
+  std::uint32_t readCount() const { return readCount_; }
+  std::uint32_t entityFlags() const { return entityFlags_; }
+
+  // Plumbing of generated classes and their templates.
+  void moxVersionInc() { ++version_; }
+  void moxReadCountInc() const { ++readCount_; }
+  /// The parent, not counted.
+  Entity* moxRawParent() const { return parent_; }
+
+  /// Called with every entity that has just lost its parent; null when nobody needs to know.
+  static void (*moxUnparentHook)(Entity* entity);
+  /// Finds the attribute of an entity by id; null when there is no type registry.
+  static MoxAttr const* (*moxAttrHook)(Entity const* entity, AttributeId attribute);
+
+  /// Defined with the type registry.
+  static MoxType* _fwkType();
+
+ protected:
+  explicit Entity(Name const& name) : name_(name) {}
+
+ private:
+  Name name_;
+  std::uint32_t version_ = 0;
+  mutable std::uint32_t readCount_ = 0;
+  std::uint32_t entityFlags_ = 136;
+  AttributeId parentAttrId_ = 0;
+  Entity* parent_ = nullptr;
+};
+
+/// The subscriber of an entity of any type.
+class Entity::NotifieeConst : public PtrInterface::NotifieeConst {
+ public:
+  virtual void onParent();
+  virtual void onVersion();
+  ~NotifieeConst() override;
+
+ protected:
+  NotifieeConst() = default;
+  explicit NotifieeConst(Mox_BitSet flags) : PtrInterface::NotifieeConst(flags) {}
+};
+
+class Entity::Notifiee : public Entity::NotifieeConst {
+ public:
+  ~Notifiee() override;
+
+ protected:
+  Notifiee() = default;
+  explicit Notifiee(Mox_BitSet flags) : NotifieeConst(flags) {}
+};
+
+}  // namespace Mox
