@@ -95,7 +95,7 @@ class _Checker:
         self._types = {}             # qualified name -> Type: own and directly imported
         self._entities = []          # (Entity, EntityNode) in declaration order
         self._nodes = {}             # Attr -> AttributeNode
-        self._namespaces = set()     # all namespaces in sight, with their enclosing ones
+        self._namespaces = set()     # all namespaces in sight, with those that enclose them
 
     def check(self):
         """The Module; None if anything was reported."""
@@ -316,11 +316,14 @@ class _Checker:
 
     def _checkTypesAgainstNamespaces(self):
         """A type may not hide a namespace that generated code names."""
-        for type in self._types.values():
-            segments = type.segments
-            for length in range(1, len(segments) + 1):
-                self._namespaces.add('::'.join(segments[:length]))
+        inSight = list(self._module.types)
+        for module in self._loaded:
+            inSight += module.types
+        for type in inSight:
+            for length in range(1, len(type.segments) + 1):
+                self._namespaces.add('::'.join(type.segments[:length]))
         outermost = {namespace.split('::')[0] for namespace in self._namespaces}
+        functions = {enum.qualified + 'Instance': enum for enum in inSight if enum.isEnum}
         for type in self._module.types:
             if type.isValue:
                 continue
@@ -330,6 +333,14 @@ class _Checker:
             elif type.name in outermost:
                 self._report(type.position, "type '%s' hides the namespace '%s', expected another "
                              'name', type.name, type.name)
+            elif type.qualified in functions:
+                self._report(type.position, "type '%s' has the name of a function of enumeration "
+                             "'%s', expected another name", type.name,
+                             functions[type.qualified].name)
+            for one in type.enumerators if type.isEnum else ():
+                if one.name in outermost:
+                    self._report(one.position, "enumerator '%s' hides the namespace '%s', expected "
+                                 'another name', one.name, one.name)
 
     def _resolve(self, node, namespace, what):
         """The Type of a name used in `namespace`; None after a report."""
@@ -414,8 +425,6 @@ class _Checker:
         if base and node.named and not base.takesName and not base.damaged:
             self._report(node.named, "'named' below base '%s' that isn't, expected it there too",
                          base.name)
-        if node.namedBy is None and base and base.isNamed is False and base.takesName:
-            entity.isNamed = True
         if entity.isRoot and not entity.isNamed and not entity.damaged:
             self._report(node.name.position, "root type '%s' without a name, expected 'named'",
                          entity.name)
@@ -495,6 +504,9 @@ class _Checker:
         if node.text in names.ENTITY_MEMBERS:
             self._report(node.position, "attribute '%s' has the name of a member of every entity, "
                          'expected another name', node.text)
+        elif node.text in self._namespaces:
+            self._report(node.position, "attribute '%s' hides the namespace '%s', expected another "
+                         'name', node.text, node.text)
         else:
             self._checkName(node, 'lower')
 

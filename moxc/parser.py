@@ -10,6 +10,7 @@ import lexer
 from errors import Position
 
 DECLARATION_KEYWORDS = ('namespace', 'enum', 'identifier', 'value', 'entity', 'base', 'root')
+UNDESCRIBED_KEYWORDS = ('import', 'namespace', 'block', 'init', 'min', 'max', 'null')
 MEMBER_KEYWORDS = ('key', 'param', 'ref', 'const', 'child', 'notify', 'init', 'block')
 
 
@@ -223,12 +224,15 @@ class Parser:
         first = self._peek()
         while self._peek().kind == 'doc':
             lines.append(self._next().text)
-        if lines and (self._peek().kind != 'name' or self._peek().text in ('module', 'import',
-                                                                           'namespace')):
-            if self._peek().text != 'module':
-                self._errors.add(first.position, 'doc comment with nothing to describe, expected a '
-                                                 'type, an attribute or an enumerator behind it')
+        if lines and not self._isDescribable():
+            self._errors.add(first.position, 'doc comment with nothing to describe, expected a '
+                                             'type, an attribute or an enumerator behind it')
         return lines
+
+    def _isDescribable(self):
+        token = self._peek()
+        isName = self._is(':', 1) or self._is('[', 1) or self._is('=', 1)
+        return token.kind == 'name' and (isName or token.text not in UNDESCRIBED_KEYWORDS)
 
     def _skipDeclaration(self):
         """Goes on behind a declaration that can't be read."""

@@ -9,6 +9,8 @@ from typing import NamedTuple
 
 import jinja2
 
+from checker import cppText
+
 TEMPLATE_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'templates')
 
 
@@ -41,7 +43,8 @@ class Writer:
             loader=jinja2.FileSystemLoader(templateDir), undefined=jinja2.StrictUndefined,
             trim_blocks=True, lstrip_blocks=True, keep_trailing_newline=True, autoescape=False)
         self._environment.filters.update(header=self._header, doc=docComment, hex=hexNumber,
-                                         cppText=_cppText)
+                                         cppText=cppText)
+        self._templateDir = templateDir
 
     def paths(self):
         """What would be written, relative to the output directory, in the table's order."""
@@ -49,11 +52,8 @@ class Writer:
 
     def templateFiles(self):
         """The template files in use, with all that stand beside them: what the output hangs on."""
-        found = []
-        for directory in self._environment.loader.searchpath:
-            for root, _, files in os.walk(directory):
-                found += [os.path.join(root, name) for name in files]
-        return sorted(found)
+        return sorted(os.path.join(root, name) for root, _, files in os.walk(self._templateDir)
+                      for name in files)
 
     def render(self):
         """All files as {path: text}; TemplateError if a template is wrong."""
@@ -68,8 +68,8 @@ class Writer:
                 raise TemplateError('%s:%d: %s' % (failure.name, failure.lineno,
                                                    failure.message)) from failure
             except Exception as failure:  # whatever an expression in the template raises
-                raise TemplateError('%s: %s' % (_templatePlace(failure, output.template), failure)) \
-                    from failure
+                place = self._templatePlace(failure) or output.template
+                raise TemplateError('%s: %s' % (place, failure)) from failure
             rendered[path] = text
         return rendered
 
@@ -92,6 +92,17 @@ class Writer:
             for type in types:
                 yield output, self._path(output, type), {output.scope: type}
 
+    def _templatePlace(self, failure):
+        """`template:line` of an error inside a template, the innermost; None outside of one."""
+        place = None
+        trace = failure.__traceback__
+        while trace is not None:
+            file = trace.tb_frame.f_code.co_filename
+            if file.startswith(self._templateDir):
+                place = '%s:%d' % (os.path.relpath(file, self._templateDir), trace.tb_lineno)
+            trace = trace.tb_next
+        return place
+
     @staticmethod
     def _path(output, type):
         return output.path.format(module=type.module.name, stem=type.stem)
@@ -105,19 +116,6 @@ class Writer:
                 return self._path(output, type)
         raise KeyError("no row of OUTPUTS declares types of kind '%s' (%s)"
                        % (type.kind, type.qualified))
-
-
-def _templatePlace(failure, fallback):
-    """`template:line` of an error inside a template."""
-    place = fallback
-    trace = failure.__traceback__
-    while trace is not None:
-        code = trace.tb_frame.f_code
-        if code.co_filename.startswith(TEMPLATE_DIR) or code.co_name in ('top-level template code',
-                                                                         'root'):
-            place = '%s:%d' % (os.path.basename(code.co_filename), trace.tb_lineno)
-        trace = trace.tb_next
-    return place
 
 
 def writeIfChanged(path, text):
@@ -159,10 +157,3 @@ def docComment(lines, indent=0):
 def hexNumber(number, digits=0):
     """Filter: 0x102, or with digits 0x00000102."""
     return '0x%0*x' % (digits, number)
-
-
-def _cppText(text):
-    """Filter: a C++ string literal."""
-    from checker import cppText
-
-    return cppText(text)
