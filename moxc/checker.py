@@ -780,8 +780,9 @@ class _Checker:
         for attr in entity.attrs:
             for name, role in generatedNames(attr):
                 if name in names.NOTIFIEE_HANDLERS and role == 'handler' or \
-                        name in names.ENTITY_MEMBERS and role != 'getter' or \
-                        name in names.WRAPPER_NAMES:
+                        name in names.ENTITY_MEMBERS or name in names.WRAPPER_NAMES:
+                    if attr.name in names.ENTITY_MEMBERS:
+                        continue                  # reported for the name itself
                     self._report(attr.position, "%s '%s' of attribute '%s' is a member of every "
                                  'entity or subscriber, expected another name', role, name,
                                  attr.name)

@@ -288,11 +288,9 @@ class Parser:
             module.name = self._name("the module's name")
         except _Unreadable:
             module.damaged = True
-        while True:
-            if self._is('import'):
-                self._parseImport(module)
-            else:
-                return
+            self._skipMember()
+        while self._is('import'):
+            self._parseImport(module)
 
     def _parseImport(self, module):
         keyword = self._next()
@@ -334,16 +332,19 @@ class Parser:
 
     def _parseEnum(self, module, doc):
         self._next()
-        node = EnumNode(self._name("the enumeration's name"), self._namespace, doc)
+        node = EnumNode(self._name("the enumeration's name"), self._namespace, doc, damaged=True)
         module.declarations.append(node)
 
         def enumerator():
             doc = self._doc()
+            if self._is('}'):
+                return
             name = self._name("an enumerator or '}'")
             self._expect('=', "'=' and the enumerator's value")
             value = self._integer("the enumerator's value")
             node.enumerators.append(EnumeratorNode(name, value.value, value.position, doc))
 
+        node.damaged = False
         self._members(node, enumerator)
 
     def _parseIdentifier(self, module, doc):
@@ -361,7 +362,7 @@ class Parser:
                 raise _Unreadable
             if word.text in node.limits:
                 self._errors.add(word.position, "'%s' is given twice, expected it once" % word.text)
-            node.limits[word.text] = self._integer("the number of '%s'" % word.text)
+            node.limits.setdefault(word.text, self._integer("the number of '%s'" % word.text))
 
         self._members(node, limit)
 
@@ -383,7 +384,8 @@ class Parser:
         if not self._is('entity'):
             role = self._next().text
         self._expect('entity')
-        node = EntityNode(self._name("the entity type's name"), self._namespace, doc, role)
+        node = EntityNode(self._name("the entity type's name"), self._namespace, doc, role,
+                          damaged=True)
         module.declarations.append(node)
         if self._is(':'):
             self._next()
@@ -400,6 +402,7 @@ class Parser:
             else:
                 self._fail(word, "':' and a base type, 'named', 'unlinked' or '{'"
                            if node.base is None else "'named', 'unlinked' or '{'")
+        node.damaged = False
         self._members(node, lambda: self._parseMember(node))
 
     # -- members of an entity
@@ -407,6 +410,8 @@ class Parser:
     def _parseMember(self, entity):
         doc = self._doc()
         token = self._peek()
+        if self._is('}'):
+            return                                # behind a lonely doc comment
         if token.kind != 'name':
             self._fail(token, "an attribute or '}'")
         if self._is(':', 1) or self._is('[', 1):
@@ -445,6 +450,8 @@ class Parser:
             node.index = self._qualifiedName(expected)
             self._expect(']')
         self._expect(':', "':' and the type of attribute '%s'" % node.name.text)
+        if self._is(':', 1) or self._is('[', 1):  # the next attribute stands here
+            self._fail(self._peek(), "the type of attribute '%s'" % node.name.text)
         node.type = self._qualifiedName("the type of attribute '%s'" % node.name.text)
         if self._is('='):
             self._next()
