@@ -1,5 +1,6 @@
 #include "values/EntityPath.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace Mox {
@@ -9,19 +10,13 @@ namespace {
 EntityRoot* firstRoot = nullptr;
 EntityPath::ChildStep childStep = nullptr;
 
-String8 textOf(std::string_view bytes) {
-  return String8(bytes.data(), static_cast<unsigned int>(bytes.size()));
-}
-
-std::string_view viewOf(String8 const& text) { return {text.charPtr(), text.length()}; }
-
 /// `path` is what stands behind `parent`: empty, or a slash and the next step.
 Ptr<Entity> descend(Ptr<Entity> const& parent, std::string_view path) {
   if (path.empty()) return parent;
   if (path[0] != '/' || !childStep) return {};
   path.remove_prefix(1);
   auto const attributeEnd = std::min(path.find_first_of("/["), path.size());
-  String8 const attribute = textOf(path.substr(0, attributeEnd));
+  String8 const attribute(path.substr(0, attributeEnd));
   if (attributeEnd == path.size() || path[attributeEnd] == '/') {
     Ptr<Entity> const child = childStep(*parent.get(), attribute, nullptr);
     return child ? descend(child, path.substr(attributeEnd)) : Ptr<Entity>();
@@ -32,7 +27,7 @@ Ptr<Entity> descend(Ptr<Entity> const& parent, std::string_view path) {
   for (auto close = path.find(']', keyBegin); close != path.npos;
        close = path.find(']', close + 1)) {
     if (close + 1 != path.size() && path[close + 1] != '/') continue;
-    String8 const key = textOf(path.substr(keyBegin, close - keyBegin));
+    String8 const key(path.substr(keyBegin, close - keyBegin));
     Ptr<Entity> const child = childStep(*parent.get(), attribute, &key);
     if (!child) continue;
     if (Ptr<Entity> found = descend(child, path.substr(close + 1))) return found;
@@ -57,11 +52,11 @@ EntityRoot::~EntityRoot() {
 void EntityPath::childStepIs(ChildStep step) { childStep = step; }
 
 Ptr<Entity> EntityPath::entity(String8 const& path) {
-  std::string_view const bytes = viewOf(path);
+  std::string_view const bytes = path.view();
   for (EntityRoot* root = firstRoot; root; root = root->next_) {
     if (!root->root_) continue;
     String8 const name = root->root_->fullName();
-    if (name.length() == 0 || !bytes.starts_with(viewOf(name))) continue;
+    if (name.empty() || !bytes.starts_with(name.view())) continue;
     if (Ptr<Entity> found = descend(root->root_, bytes.substr(name.length()))) return found;
   }
   return {};

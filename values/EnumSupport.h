@@ -55,7 +55,7 @@ constexpr EnumEntry<E> const* enumEntry(E value) {
 template <MoxEnum E>
 String8 enumStringValue(E value) {
   if (auto const* entry = enumEntry(value)) {
-    return String8(entry->name.data(), static_cast<unsigned int>(entry->name.size()));
+    return String8(entry->name);
   }
   return format("%s(%d)", EnumTraits<E>::typeName, static_cast<int>(value));
 }
@@ -71,9 +71,8 @@ constexpr E enumInstance(unsigned int number) {
 /// The first enumerator with exactly this name; otherwise RangeException with the bare type name.
 template <MoxEnum E>
 E enumInstance(String8 const& name) {
-  std::string_view const text(name.charPtr(), name.length());
   for (auto const& entry : EnumTraits<E>::entries) {
-    if (entry.name == text) return entry.value;
+    if (entry.name == name.view()) return entry.value;
   }
   throwRangeException(EnumTraits<E>::typeName);
 }

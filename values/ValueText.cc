@@ -40,10 +40,6 @@ std::size_t wordLength(std::string_view text) {
   return length;
 }
 
-String8 textOf(std::string_view bytes) {
-  return String8(bytes.data(), static_cast<unsigned int>(bytes.size()));
-}
-
 int hexDigit(char c) {
   if (isBetween(c, '0', '9')) return c - '0';
   if (isBetween(c, 'a', 'f')) return c - 'a' + 10;
@@ -104,7 +100,7 @@ String8 readToken(Position& pos, Position const& end, std::type_info const& type
   if (whole.empty() || whole[0] != '\'') {
     auto const length = wordLength(whole);
     if (length == 0) cannotConvert(pos, end, type);
-    String8 result = textOf(whole.substr(0, length));
+    String8 result = String8(whole.substr(0, length));
     skip(pos, length);
     return result;
   }
@@ -113,7 +109,7 @@ String8 readToken(Position& pos, Position const& end, std::type_info const& type
     char const c = text[0];
     if (c == '\'') {
       skip(pos, whole.size() - text.size() + 1);
-      return textOf(bytes);
+      return String8(std::string_view(bytes));
     }
     if (c == '\\') {
       int const escaped = takeEscape(text);
@@ -130,7 +126,7 @@ String8 readToken(Position& pos, Position const& end, std::type_info const& type
 String8 quoted(String8 const& value) {
   static constexpr char hex[] = "0123456789abcdef";
   std::string result = "'";
-  for (char const c : std::string_view(value.charPtr(), value.length())) {
+  for (char const c : value.view()) {
     auto const byte = static_cast<unsigned char>(c);
     if (char const letter = escapeLetter(c)) {
       result += {'\\', letter};
@@ -141,14 +137,34 @@ String8 quoted(String8 const& value) {
     }
   }
   result += '\'';
-  return textOf(result);
+  return String8(std::string_view(result));
 }
 
 template <class Number>
 String8 decimal(Number value) {
   char digits[64];
   auto const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  return textOf({digits, end});
+  return String8(std::string_view(digits, end));
+}
+
+/// Digits as they stand in a text.
+struct Digits {
+  std::size_t length = 0;  // 0 if there are none
+  unsigned long long magnitude = 0;
+  bool isOverflow = false;
+};
+
+Digits readDigits(std::string_view text) {
+  bool const isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X') &&
+                     hexDigit(text[2]) >= 0;
+  std::string_view const digits = text.substr(isHex ? 2 : 0);
+  Digits result;
+  auto const [stop, error] = std::from_chars(digits.data(), digits.data() + digits.size(),
+                                             result.magnitude, isHex ? 16 : 10);
+  if (error == std::errc::invalid_argument) return {};
+  result.length = static_cast<std::size_t>(stop - text.data());
+  result.isOverflow = error != std::errc();
+  return result;
 }
 
 /// Reads a number of any width: the text decides how far it goes, the type whether it fits.
@@ -156,24 +172,19 @@ template <class Number>
 Number readInteger(Position& pos, Position const& end) {
   std::string_view const text = rest(pos, end);
   bool const isNegative = std::is_signed_v<Number> && text.starts_with('-');
-  auto digits = text.substr(isNegative ? 1 : 0);
-  bool const isHex = digits.size() > 2 && digits[0] == '0' &&
-                     (digits[1] == 'x' || digits[1] == 'X') && hexDigit(digits[2]) >= 0;
-  if (isHex) digits.remove_prefix(2);
-  unsigned long long magnitude = 0;
-  auto const [stop, error] =
-      std::from_chars(digits.data(), digits.data() + digits.size(), magnitude, isHex ? 16 : 10);
+  Digits const digits = readDigits(text.substr(isNegative ? 1 : 0));
+  if (digits.length == 0) cannotConvert(pos, end, typeid(Number));
   Position next(pos);
-  skip(next, static_cast<std::size_t>(stop - text.data()));
-  if (error == std::errc::invalid_argument) cannotConvert(pos, end, typeid(Number));
+  skip(next, digits.length + (isNegative ? 1 : 0));
   auto const limit =
       static_cast<unsigned long long>(std::numeric_limits<Number>::max()) + (isNegative ? 1 : 0);
-  if (error != std::errc() || magnitude > limit) cannotConvert(pos, next, typeid(Number));
+  if (digits.isOverflow || digits.magnitude > limit) cannotConvert(pos, next, typeid(Number));
   pos = next;
-  return static_cast<Number>(isNegative ? 0 - magnitude : magnitude);
+  return static_cast<Number>(isNegative ? 0 - digits.magnitude : digits.magnitude);
 }
 
 String8 typeName(std::type_info const& type) {
+  if (type == typeid(String8)) return "Mox::String8";
   int status = 0;
   std::unique_ptr<char, decltype(&std::free)> const readable(
       abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
@@ -194,8 +205,7 @@ String8 valueToStrepOfRawPtr(Entity const* entity, std::type_info const&) {
 }
 
 void cannotConvert(Position const& pos, Position const& end, std::type_info const& type) {
-  throwRangeException(
-      ("cannot convert " + textOf(rest(pos, end)) + " to " + typeName(type)).charPtr());
+  throw RangeException("cannot convert " + String8(rest(pos, end)) + " to " + typeName(type));
 }
 
 String8 sequenceToValue(Position& pos, Position const& end, String8*) {
@@ -229,6 +239,14 @@ unsigned long long sequenceToValue(Position& pos, Position const& end, unsigned 
 }
 int sequenceToValue(Position& pos, Position const& end, int*) { return readInteger<int>(pos, end); }
 
+unsigned long long sequenceToLargeNumber(Position& pos, Position const& end,
+                                         std::type_info const& type) {
+  Digits const digits = readDigits(rest(pos, end));
+  if (digits.length == 0) cannotConvert(pos, end, type);
+  skip(pos, digits.length);
+  return digits.isOverflow ? std::numeric_limits<unsigned long long>::max() : digits.magnitude;
+}
+
 double sequenceToValue(Position& pos, Position const& end, double*) {
   std::string_view const text = rest(pos, end);
   double value = 0;
@@ -244,8 +262,7 @@ Ptr<Entity> sequenceToValueOfPtr(Position& pos, Position const& end, Entity*) {
 
 void throwJunk(Position const& pos, String8 const& text) {
   throw RangeException(format("junk at column %lld deserializing %s",
-                              static_cast<long long>(pos.pos()), text.charPtr()),
-                       Exception::IdBitArray());
+                              static_cast<long long>(pos.pos()), text.charPtr()));
 }
 
 }  // namespace Mox

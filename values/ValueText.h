@@ -1,6 +1,6 @@
 // Values as text and back: `valueToStrep` shows a value, `sequenceToValue` reads one at a position,
 // `strepToValue` reads a whole text. Called by error messages, the generic interface, the tools.
-// The syntax, escapes included, is in docs/value-text.md and at `sequenceToValue` below.
+// The syntax, escapes included, stands at `sequenceToValue` below.
 #pragma once
 
 #include <concepts>
@@ -72,13 +72,18 @@ unsigned long long sequenceToValue(String8::IteratorConst& pos, String8::Iterato
 int sequenceToValue(String8::IteratorConst& pos, String8::IteratorConst const& end, int*);
 double sequenceToValue(String8::IteratorConst& pos, String8::IteratorConst const& end, double*);
 
+/// Unsigned digits as above, read for `type`; the largest number stands for those above it.
+unsigned long long sequenceToLargeNumber(String8::IteratorConst& pos,
+                                         String8::IteratorConst const& end,
+                                         std::type_info const& type);
+
 /// An identifier is read as a number and passes its own test with its own message, however large
 /// the number is.
 template <class Id>
 requires(Id::isMoxIdentifier) Id
     sequenceToValue(String8::IteratorConst& pos, String8::IteratorConst const& end, Id*) {
   String8::IteratorConst next(pos);
-  auto const number = sequenceToValue(next, end, static_cast<unsigned long long*>(nullptr));
+  auto const number = sequenceToLargeNumber(next, end, typeid(Id));
   if (!Id::accepts(number)) throwRangeException(Id::rangeMessage);
   pos = next;
   return Id(static_cast<typename Id::NumberType>(number));

@@ -184,12 +184,10 @@ PropertyFile readPropertyFile(std::string const& path, PropertyFileLimits const&
   return readProperties(in, path, limits);
 }
 
-bool isSameChip(std::string const& left, std::string const& right) {
-  if (left.size() != right.size()) return false;
-  for (std::size_t i = 0; i < left.size(); ++i) {
-    if (lower(left[i]) != lower(right[i])) return false;
-  }
-  return true;
+std::string chipKey(std::string const& chip) {
+  std::string key = chip;
+  for (char& c : key) c = lower(c);
+  return key;
 }
 
 }  // namespace Board

@@ -55,7 +55,7 @@ PropertyFile readProperties(std::istream& in, std::string name,
 /// The same from the file system. Throws std::runtime_error "PATH: cause" if it can't be read.
 PropertyFile readPropertyFile(std::string const& path, PropertyFileLimits const& limits = {});
 
-/// Chip ids name the same chip without regard to case.
-bool isSameChip(std::string const& left, std::string const& right);
+/// A chip id as it compares: ids differ only where these do, since files mix their case.
+std::string chipKey(std::string const& chip);
 
 }  // namespace Board
