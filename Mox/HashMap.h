@@ -156,8 +156,8 @@ class HashMapGeneric {
   bool isBehind(PtrInterface const* candidate, std::uint32_t hash,
                 PtrInterface const* member) const;
   bool bitsIs(unsigned int bits);
-  void splitInto(PtrInterface** fresh, unsigned int by);
-  void joinInto(PtrInterface** fresh, unsigned int by);
+  void split(PtrInterface** fresh);
+  void join(PtrInterface** fresh);
   void growFor(std::uint32_t bucket, unsigned int chainLength);
   void shrinkIfSparse();
   void releaseTable();

@@ -101,7 +101,8 @@ class PtrInterface : public VFPtrInterface {
   void moxMarkedForDeletionIs(bool marked) const;
 
   static void* operator new(std::size_t size);
-  using VFPtrInterface::operator delete;
+  /// That of VFPtrInterface, with the size of the most derived class.
+  static void operator delete(void* memory, std::size_t size);
 
  protected:
   PtrInterface() {

@@ -127,6 +127,8 @@ class StringN<unsigned char> {
   /// Equal strings have equal hashes, within one process; nothing else is promised.
   std::uint32_t hash() const { return data_->hash(); }
   Data const* data() const { return data_; }
+  /// Part of `stringHashSeedIs`.
+  static void moxForgetEmptyHash();
 
   friend bool operator==(StringN const& a, StringN const& b) { return *a.data_ == *b.data_; }
   friend bool operator==(StringN const& a, char const* b) {

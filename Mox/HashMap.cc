@@ -1,0 +1,256 @@
+// The order, growth and links of every map. Members of a chain stand in table order, so that a
+// bucket splits by one cut and two buckets join by one link. The essay is docs/hash-map.md.
+#include "Mox/HashMap.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <new>
+
+namespace Mox {
+
+namespace {
+
+/// The one bucket of every map that has none of its own. Never written.
+PtrInterface* noMembers[1] = {nullptr};
+
+constexpr unsigned int largestBits = 30;
+/// A longer chain than this doesn't come from chance (1 in 10^9 at one member a bucket): the keys
+/// have a common stride, and more buckets than members take it apart.
+constexpr unsigned int longChain = 12;
+/// At most 2^4 buckets for a member are granted against strides.
+constexpr unsigned int largestSpread = 4;
+
+unsigned int smallestBits(std::uint8_t sizing) { return sizing & 0xf; }
+unsigned int spreadOf(std::uint8_t sizing) { return sizing >> 4; }
+
+}  // namespace
+
+HashMapGeneric::HashMapGeneric(unsigned int buckets)
+    : sizing_(static_cast<std::uint8_t>(
+          std::bit_width(std::min(buckets > 1 ? buckets - 1 : 0u, 0x7fffu)))),
+      buckets_(noMembers) {}
+
+HashMapGeneric::~HashMapGeneric() {
+  emptyAllBuckets();
+  releaseTable();
+}
+
+void HashMapGeneric::releaseTable() {
+  if (buckets_ != noMembers) delete[] buckets_;
+  buckets_ = noMembers;
+  bits_ = 0;
+  sizing_ = static_cast<std::uint8_t>(smallestBits(sizing_));
+}
+
+PtrInterface* HashMapGeneric::nextOf(PtrInterface const* member) const {
+  // The link has the member's own type, so it is read as bytes.
+  PtrInterface* next;
+  std::memcpy(&next, reinterpret_cast<char const*>(member) + nextOffset_, sizeof next);
+  return next;
+}
+
+/// Whether `candidate` stands behind the position of `member`, whose reversed hash is `hash`.
+bool HashMapGeneric::isBehind(PtrInterface const* candidate, std::uint32_t hash,
+                              PtrInterface const* member) const {
+  std::uint32_t const candidateHash = vtable_->hash(candidate);
+  if (candidateHash != hash) return candidateHash > hash;
+  return vtable_->keyLessThan(nullptr, candidate, member);
+}
+
+void HashMapGeneric::newMemberG(Ptr<PtrInterface> const& member, void const*) {
+  PtrInterface* const fresh = member.get();
+  std::uint32_t const hash = vtable_->hash(fresh);
+  if (buckets_ == noMembers) {
+    unsigned int const bits = smallestBits(sizing_);
+    buckets_ = new PtrInterface*[std::size_t{1} << bits]();
+    bits_ = static_cast<std::uint8_t>(bits);
+  }
+  std::uint32_t const bucket = bucketOf(hash);
+  unsigned int length = 1;
+  PtrInterface* previous = nullptr;
+  PtrInterface* following = buckets_[bucket];
+  for (; following && !isBehind(following, hash, fresh); following = nextOf(following)) {
+    previous = following;
+    ++length;
+  }
+  ++version_;
+  ++size_;
+  if (following || nextOf(fresh)) vtable_->setNext(fresh, following);
+  if (previous) {
+    vtable_->setNext(previous, fresh);
+  } else {
+    ptrInc(fresh);
+    buckets_[bucket] = fresh;
+    // The bucket's reference on the old head; the new head has its own.
+    if (following) ptrDec(following);
+  }
+  growFor(bucket, length);
+}
+
+void HashMapGeneric::growFor(std::uint32_t bucket, unsigned int chainLength) {
+  unsigned int const spread = spreadOf(sizing_);
+  if (size_ > bucketCount() >> spread) {
+    bitsIs(bits_ + 1u);
+  } else if (chainLength > longChain && spread < largestSpread) {
+    // Only if the next few bits take the chain apart: equal hashes stay together in any table.
+    PtrInterface* last = buckets_[bucket];
+    while (PtrInterface* const next = nextOf(last)) last = next;
+    std::uint32_t const differing = vtable_->hash(buckets_[bucket]) ^ vtable_->hash(last);
+    if (differing >> (32 - (bits_ + largestSpread - spread)) != 0 && bitsIs(bits_ + 1u)) {
+      sizing_ = static_cast<std::uint8_t>(sizing_ + 0x10);
+    }
+  }
+}
+
+void HashMapGeneric::shrinkIfSparse() {
+  if (bits_ <= smallestBits(sizing_)) return;
+  if (size_ == 0) {
+    releaseTable();
+    ++version_;
+  } else if (size_ < (bucketCount() >> spreadOf(sizing_)) / 4) {
+    bitsIs(bits_ - 1u);
+  }
+}
+
+/// Doubles or halves the table. False if there is no memory for it: the map then stays as it is,
+/// slower or larger than it might be.
+bool HashMapGeneric::bitsIs(unsigned int bits) {
+  if (bits > largestBits - 2) return false;
+  auto** const fresh = new (std::nothrow) PtrInterface*[std::size_t{1} << bits];
+  if (!fresh) return false;
+  bits > bits_ ? split(fresh) : join(fresh);
+  delete[] buckets_;
+  buckets_ = fresh;
+  bits_ = static_cast<std::uint8_t>(bits);
+  ++version_;
+  return true;
+}
+
+void HashMapGeneric::split(PtrInterface** fresh) {
+  std::uint32_t const upperHalf = 0x80000000u >> bits_;
+  for (std::uint32_t bucket = 0; bucket < bucketCount(); ++bucket) {
+    PtrInterface* lower = buckets_[bucket];
+    PtrInterface* upper = lower;
+    PtrInterface* previous = nullptr;
+    for (; upper && (vtable_->hash(upper) & upperHalf) == 0; upper = nextOf(upper)) {
+      previous = upper;
+    }
+    if (!previous) {
+      lower = nullptr;
+    } else if (upper) {
+      ptrInc(upper);
+      vtable_->setNext(previous, nullptr);
+    }
+    fresh[2 * bucket] = lower;
+    fresh[2 * bucket + 1] = upper;
+  }
+}
+
+void HashMapGeneric::join(PtrInterface** fresh) {
+  for (std::uint32_t bucket = 0; bucket < bucketCount(); bucket += 2) {
+    PtrInterface* const lower = buckets_[bucket];
+    PtrInterface* const upper = buckets_[bucket + 1];
+    fresh[bucket / 2] = lower ? lower : upper;
+    if (!lower || !upper) continue;
+    PtrInterface* last = lower;
+    while (PtrInterface* const next = nextOf(last)) last = next;
+    vtable_->setNext(last, upper);
+    ptrDec(upper);
+  }
+}
+
+void HashMapGeneric::deleteMember(Ptr<PtrInterface> const& member) {
+  Ptr<PtrInterface> const held(member);
+  std::uint32_t const bucket = bucketOf(vtable_->hash(held.get()));
+  PtrInterface* previous = nullptr;
+  PtrInterface* at = buckets_[bucket];
+  for (; at && at != held.get(); at = nextOf(at)) previous = at;
+  if (!at) return;
+  PtrInterface* const following = nextOf(at);
+  if (previous) {
+    vtable_->setNext(previous, following);
+  } else {
+    if (following) ptrInc(following);
+    buckets_[bucket] = following;
+    ptrDec(at);
+  }
+  // A removed member keeps no sibling alive.
+  if (following) vtable_->setNext(at, nullptr);
+  ++version_;
+  --size_;
+  shrinkIfSparse();
+}
+
+void HashMapGeneric::emptyAllBuckets() {
+  if (size_ == 0) return;
+  PtrInterface** const buckets = buckets_;
+  std::uint32_t const count = bucketCount();
+  ++version_;
+  size_ = 0;
+  buckets_ = noMembers;
+  releaseTable();
+  for (std::uint32_t bucket = 0; bucket < count; ++bucket) {
+    PtrInterface* at = buckets[bucket];
+    while (at) {
+      PtrInterface* const following = nextOf(at);
+      if (following) {
+        ptrInc(following);
+        vtable_->setNext(at, nullptr);
+      }
+      ptrDec(at);
+      at = following;
+    }
+  }
+  delete[] buckets;
+}
+
+PtrInterface* HashMapGeneric::findNextG(PtrInterface const* member, int* bucket) const {
+  int at = -1;
+  PtrInterface* found = nullptr;
+  if (member) {
+    std::uint32_t const hash = vtable_->hash(member);
+    at = static_cast<int>(bucketOf(hash));
+    for (found = buckets_[at]; found; found = nextOf(found)) {
+      if (found != member && isBehind(found, hash, member)) break;
+    }
+  }
+  if (!found) found = findNextBucket(&at);
+  if (bucket) *bucket = found ? at : -1;
+  return found;
+}
+
+PtrInterface* HashMapGeneric::findNextBucket(int* bucket) const {
+  for (std::int64_t at = std::int64_t{*bucket} + 1; at < bucketCount(); ++at) {
+    if (!buckets_[at]) continue;
+    *bucket = static_cast<int>(at);
+    return buckets_[at];
+  }
+  return nullptr;
+}
+
+PtrInterface* HashMapGeneric::startAtHash(void const* key, unsigned int hash, int* bucket) const {
+  int at = static_cast<int>(bucketOf(hash));
+  PtrInterface* found = buckets_[at];
+  for (; found; found = nextOf(found)) {
+    std::uint32_t const foundHash = vtable_->hash(found);
+    if (foundHash > hash) break;
+    if (foundHash < hash) continue;
+    if (vtable_->keyLessThan(key, found, nullptr) || vtable_->keyEquals(key, found)) break;
+  }
+  if (!found) found = findNextBucket(&at);
+  if (bucket) *bucket = found ? at : static_cast<int>(bucketCount());
+  return found;
+}
+
+std::uint32_t HashMapGeneric::longestChain() const {
+  std::uint32_t longest = 0;
+  for (std::uint32_t bucket = 0; bucket < bucketCount(); ++bucket) {
+    std::uint32_t length = 0;
+    for (PtrInterface* at = buckets_[bucket]; at; at = nextOf(at)) ++length;
+    longest = std::max(longest, length);
+  }
+  return longest;
+}
+
+}  // namespace Mox

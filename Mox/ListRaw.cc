@@ -1,0 +1,7 @@
+#include "Mox/ListRaw.h"
+
+namespace Mox {
+
+BaseCollection::~BaseCollection() = default;
+
+}  // namespace Mox
