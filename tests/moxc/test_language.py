@@ -162,6 +162,11 @@ class Language(unittest.TestCase):
                                 '\n%s\n}' % '\n'.join('a%d : U8' % i for i in range(32)))
         self.assertEqual(module.entities[1].dirtyMask, 0xffffffff)
 
+    def testEnumeratorsComeInBothOrders(self):
+        enum = accepted(self, 'module T\nnamespace N\nenum E { c = 3  a = 1  b = 2 }').enums[0]
+        self.assertEqual([e.name for e in enum.enumerators], ['c', 'a', 'b'])
+        self.assertEqual([e.name for e in enum.enumeratorsByValue], ['a', 'b', 'c'])
+
     def testEmptyModulesAndEmptyTypes(self):
         self.assertEqual(accepted(self, 'module T').types, [])
         entity = accepted(self, 'module T\nnamespace N\nentity E named {}').entities[0]

@@ -236,10 +236,10 @@ ENTITIES = {
     'block over ids of the base': (below('base entity B named { a : U8 }\n'
                                          'entity E : B named { block 0x102 }'), [
         '4:28: block 0x102, expected a number from 0x103 to 0x7ffffeff']),
-    'more attributes than the block holds': (below('entity E named {\nblock 0x1fc\na : U8\nb : U8\n'
+    'more attributes than the block holds': (below('entity E named {\nblock 0x2fc\na : U8\nb : U8\n'
                                                    'c : U8\nd : U8\n}'), [
-        "7:1: attribute 'c' would have the id 0x200, expected at most 2 attributes in block "
-        '0x1fc']),
+        "7:1: attribute 'c' would have the id 0x300, expected at most 2 attributes in block "
+        '0x2fc']),
     'more attributes than dirty bits': (
         below('entity E named {\n' + ''.join('a%d : U8\n' % i for i in range(33)) + '}'), [
             "35:1: attribute 'a31' is the 32. that can change, expected at most 31 in a type "

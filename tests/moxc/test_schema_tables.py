@@ -29,6 +29,19 @@ class InvAradTables(unittest.TestCase):
                                                    ' synced' if attr.isCollection else ''))
         self.assertEqual(lines, support.goldenLines('dirty_bits.golden'))
 
+    def testEnumerations(self):
+        self.assertEqual({enum.qualified: [(e.value, e.name) for e in enum.enumeratorsByValue]
+                          for enum in self.module.enums}, {
+            'Inventory::Arad::AradManagedPhy': list(enumerate((
+                'unknown', 'noPhy', 'externallyManagedPhy', 'bcm84328', 'bcm84848', 'bcm84858'))),
+            'Inventory::Arad::SerdesCoreType': list(enumerate((
+                'unknownCore', 'warpCore', 'falconCore', 'eagleCore')))})
+
+    def testTypesOfTheRegistryInDeclarationOrder(self):
+        self.assertEqual([type.name for type in self.module.registeredTypes], [
+            'AradManagedPhy', 'SerdesCoreType', 'SocProperties', 'NifSerdes', 'Qsgmii', 'Xlge',
+            'Xlge2', 'Cge', 'EthPort', 'StatsSerdes', 'Arad', 'AradSlice'])
+
     def testFlagWordsFollowTheTableOfSingleBits(self):
         writable = {'value', 'reference', 'child', 'value collection', 'child collection'}
         constructor = {'constructor value', 'constructor reference'}
