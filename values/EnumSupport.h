@@ -64,8 +64,10 @@ String8 enumStringValue(E value) {
 template <MoxEnum E>
 constexpr E enumInstance(unsigned int number) {
   auto const value = static_cast<E>(static_cast<std::int32_t>(number));
-  if (!enumEntry(value)) throwRangeException(EnumTraits<E>::typeName);
-  return value;
+  for (auto const& entry : EnumTraits<E>::entries) {
+    if (entry.value == value) return value;
+  }
+  throwRangeException(EnumTraits<E>::typeName);
 }
 
 /// The first enumerator with exactly this name; otherwise RangeException with the bare type name.
