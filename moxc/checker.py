@@ -520,8 +520,8 @@ class _Checker:
         inherited = entity.base.key if entity.base else None
         for extra in keys[0 if inherited else 1:]:
             first = inherited or keys[0]
-            self._report(extra.position, "second key '%s' beside '%s', expected one key", extra.name,
-                         first.name)
+            self._report(extra.position, "second key '%s' beside '%s', expected one key",
+                         extra.name, first.name)
         entity.key = inherited or (keys[0] if keys else None)
         if keys:
             if entity.isRoot:

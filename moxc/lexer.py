@@ -1,6 +1,7 @@
 """Cuts the text of a schema into tokens. Called by parser.py.
 
-Text is UTF-8 with LF or CRLF line ends; `//` opens a comment, `///` a doc comment, which is a token.
+Text is UTF-8 with LF or CRLF line ends; `//` opens a comment, `///` a doc comment, which is a
+token.
 """
 
 import re

@@ -1,7 +1,7 @@
-"""Reads the tokens of one schema file into its syntax tree. Called by model.py.
+"""Reads the tokens of one schema file into its syntax tree. Called by checker.py.
 
-The tree says what stands in the file and where; whether it makes sense is model.py's matter. After an
-error the parser goes on with the next line, so that one run reports all of them.
+The tree says what stands in the file and where; whether it makes sense is checker.py's matter.
+After an error the parser goes on with the next line, so that one run reports all of them.
 """
 
 from dataclasses import dataclass, field
@@ -274,7 +274,7 @@ class Parser:
         self._next()
 
     def _looksLikeNextDeclaration(self):
-        """True at `entity Name`, `enum Name {` and the like at the start of a line's first column."""
+        """True at `entity Name`, `enum Name` and the like in the first column of a line."""
         token = self._peek()
         return (token.firstOnLine and token.position.column == 1
                 and token.text in DECLARATION_KEYWORDS and self._peek(1).kind == 'name')
