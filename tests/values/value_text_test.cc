@@ -182,6 +182,14 @@ TEST(ValueText, ReadingMovesBehindTheValueAndARefusalMovesNothing) {
   String8::IteratorConst const early(line, 15);
   EXPECT_EQ(sequenceToValue(pos, early, static_cast<int*>(nullptr)), 30);
   EXPECT_EQ(pos.pos(), 15);
+  String8 const escape("'\\x41'");
+  for (int stop = 0; stop < 6; ++stop) {
+    pos = String8::IteratorConst(escape, 0);
+    String8::IteratorConst const cut(escape, stop);
+    EXPECT_NE(thrown([&] { sequenceToValue(pos, cut, static_cast<String8*>(nullptr)); }), "")
+        << stop;
+  }
+  pos = String8::IteratorConst(line, 0);
   // Positions outside of the text have nothing to read.
   for (int const outside : {-1, 16, 17, std::numeric_limits<int>::max()}) {
     pos.posIs(outside);
@@ -248,6 +256,7 @@ TEST(EntityPath, ReferencesAreReadByPath) {
   Ptr<Node> const root(new Node("slice", "", ""));
   Ptr<Node> const fap = root->add("fap", "fap0");
   Ptr<Node> const odd = root->add("fap", "a]/b[c]");
+  Ptr<Node> const plain = root->add("fap", "p]/q");
   Ptr<Node> const decoy = root->add("fap", "a");
   Ptr<Node> const lane = fap->add("serdes", "5");
   Ptr<Node> const single = odd->add("pciDevice", "");
@@ -264,6 +273,7 @@ TEST(EntityPath, ReferencesAreReadByPath) {
       {"'slice/fap[a]/b[c]]'", odd.get()},
       {"'slice/fap[a]/b[c]]/pciDevice'", single.get()},
       {"'slice/fap[a]'", decoy.get()},
+      {"'slice/fap[p]/q]'", plain.get()},
       {"''", nullptr},
       {"slic", nullptr},
       {"slices", nullptr},
