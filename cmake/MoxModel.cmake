@@ -1,0 +1,61 @@
+# mox_add_model(TARGET SCHEMA file [MODELS target...] [SOURCES file...])
+# A shared library of the model that a schema declares. MODELS are the targets of the imported
+# models; SOURCES the hand-written reactions.
+
+find_program(MOXC_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
+if(NOT MOXC_PYTHON)
+  find_program(MOXC_PYTHON NAMES python3 REQUIRED)
+endif()
+if(NOT MOXC_SCRIPT)
+  set(MOXC_SCRIPT ${CMAKE_CURRENT_LIST_DIR}/../moxc/moxc.py)
+endif()
+
+function(mox_add_model target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "SCHEMA" "MODELS;SOURCES")
+  get_filename_component(schema ${arg_SCHEMA} ABSOLUTE)
+  get_filename_component(schemaDir ${schema} DIRECTORY)
+  set(out ${CMAKE_CURRENT_BINARY_DIR}/generated/${target})
+  set(imports --import-dir ${schemaDir})
+  foreach(model IN LISTS arg_MODELS)
+    get_target_property(modelSchemaDir ${model} MOX_SCHEMA_DIR)
+    list(APPEND imports --import-dir ${modelSchemaDir})
+  endforeach()
+
+  set(command ${MOXC_PYTHON} ${MOXC_SCRIPT} --out ${out} ${imports})
+  execute_process(COMMAND ${command} --list-outputs ${schema} OUTPUT_VARIABLE outputs
+                  RESULT_VARIABLE result OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "moxc can't read ${schema}")
+  endif()
+  string(REPLACE "\n" ";" outputs "${outputs}")
+  # Asked for at configure time: a schema that gains a type gains files.
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${schema} ${MOXC_SCRIPT})
+
+  set(sources)
+  set(files)
+  foreach(output IN LISTS outputs)
+    cmake_path(ABSOLUTE_PATH output BASE_DIRECTORY ${out})
+    list(APPEND files ${output})
+    if(output MATCHES "\\.cc$")
+      list(APPEND sources ${output})
+    endif()
+  endforeach()
+  # moxc leaves files with the same content untouched; the stamp says that it ran.
+  set(stamp ${out}/${target}.stamp)
+  add_custom_command(
+    OUTPUT ${stamp}
+    BYPRODUCTS ${files}
+    COMMAND ${command} --depfile ${out}/${target}.d --depfile-target ${stamp} ${schema}
+    COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
+    DEPFILE ${out}/${target}.d
+    DEPENDS ${schema}
+    COMMENT "Compiling schema ${arg_SCHEMA}"
+    VERBATIM)
+  add_custom_target(${target}_generated DEPENDS ${stamp})
+
+  add_library(${target} SHARED ${sources} ${arg_SOURCES})
+  add_dependencies(${target} ${target}_generated)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${out}>)
+  target_link_libraries(${target} PUBLIC Mox ${arg_MODELS})
+  set_target_properties(${target} PROPERTIES MOX_SCHEMA_DIR ${schemaDir})
+endfunction()
