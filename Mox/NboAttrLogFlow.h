@@ -13,8 +13,8 @@ namespace Mox {
 inline constexpr char nboAttrLogFlowSource[] = "Mox/NboAttrLogFlow";
 
 /// Takes the item out of a slot through `setter`; `fallback` when the slot is empty.
-template <class T, class Flow>
-T moxFlowSlotDeq(Flow& flow, void* slot, void (Flow::*setter)(void*), T fallback) {
+template <class T, class Flow, class Base>
+T moxFlowSlotDeq(Flow& flow, void* slot, void (Base::*setter)(void*), T fallback) {
   if (slot == nullptr) return fallback;
   std::unique_ptr<T> item(static_cast<T*>(slot));
   (flow.*setter)(nullptr);

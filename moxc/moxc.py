@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """The schema compiler: makes the C++ of a module from its schema. Run by the build.
 
-moxc.py --out DIR [--depfile F] [--import-dir DIR]... [--list-outputs] [--dump-model] SCHEMA.mox
+moxc.py --out DIR [--depfile F [--depfile-target T]] [--import-dir DIR]... [--list-outputs] [--dump-model] SCHEMA.mox
 
 Exit code 0: done; 1: the schema is wrong, or a file can't be written (the reasons stand on standard
 error and nothing was written); 2: the command line is wrong.
@@ -55,6 +55,8 @@ def _options(arguments):
                                      allow_abbrev=False)
     parser.add_argument('--out', metavar='DIR', help='directory of the generated files')
     parser.add_argument('--depfile', metavar='F', help='writes what the output depends on')
+    parser.add_argument('--depfile-target', metavar='T', dest='depfileTarget',
+                        help='what depends on it there, in place of the generated files')
     parser.add_argument('--import-dir', metavar='DIR', dest='importDirs', action='append',
                         default=[], help='where imports are looked for, behind the own directory')
     parser.add_argument('--list-outputs', dest='listOutputs', action='store_true',
@@ -75,6 +77,8 @@ def depfile(module, made, options):
     schemas = [module.path] + [imported.path for imported in module.allImports]
     inputs = [os.path.abspath(path) for path in schemas + made.templateFiles() + compiler]
     outputs = [os.path.join(options.out, path) for path in made.paths()]
+    if options.depfileTarget:
+        outputs = [options.depfileTarget]
     return '%s: \\\n  %s\n' % (' '.join(_escape(path) for path in outputs),
                                ' \\\n  '.join(_escape(path) for path in inputs))
 

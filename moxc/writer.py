@@ -26,6 +26,14 @@ class Output(NamedTuple):
 
 
 OUTPUTS = [
+    Output('module.h.j2', 'module', '{module}.h'),
+    Output('schema.h.j2', 'module', '{module}/Schema.h'),
+    Output('values.h.j2', 'module', '{module}/Values.h', 'enum identifier'),
+    Output('entity.h.j2', 'entity', '{module}/{stem}.h', 'entity'),
+    Output('entity.cc.j2', 'entity', '{module}/{stem}.cc'),
+    Output('attrlog.h.j2', 'entity', '{module}/{stem}AttrLog.h'),
+    Output('attrlog.cc.j2', 'entity', '{module}/{stem}AttrLog.cc'),
+    Output('type.cc.j2', 'entity', '{module}/{stem}Type.cc'),
 ]
 
 

@@ -42,6 +42,12 @@ String8 valueToStrep(Ptr<T> const& reference) {
   return valueToStrepOfRawPtr(reference.get(), typeid(T));
 }
 
+/// The text of a value of any type, by the form of its own namespace.
+template <class T>
+String8 textOf(T const& value) {
+  return valueToStrep(value);
+}
+
 /// Reports that the text from `pos` to `end` can't be read as `type`: RangeException
 /// "cannot convert <text> to <type name>".
 [[noreturn]] void cannotConvert(String8::IteratorConst const& pos,

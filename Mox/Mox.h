@@ -1,0 +1,20 @@
+// The substrate in one piece.
+#pragma once
+
+#include "Mox/BitSet.h"
+#include "Mox/Dir.h"
+#include "Mox/DynArray.h"
+#include "Mox/Entity.h"
+#include "Mox/Exception.h"
+#include "Mox/HashMap.h"
+#include "Mox/LinkQueue.h"
+#include "Mox/LinkedQueue.h"
+#include "Mox/ListRaw.h"
+#include "Mox/Name.h"
+#include "Mox/Notifiee.h"
+#include "Mox/Notify.h"
+#include "Mox/Ptr.h"
+#include "Mox/PtrInterface.h"
+#include "Mox/PtrTrack.h"
+#include "Mox/SnapshotIterator.h"
+#include "Mox/String8.h"

@@ -1,0 +1,267 @@
+// The middle of a connection: the table that turns entity ids into stream adapters, the dispatch
+// of received frames, and the scheduler of flow-outs. Connections own one each and drive it;
+// adapters and writers ask it.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Mox/Dir.h"
+#include "Mox/Entity.h"
+#include "Mox/HashMap.h"
+#include "Mox/Ptr.h"
+#include "attrlog/FlowIn.h"
+#include "attrlog/FlowOut.h"
+#include "attrlog/FrameParser.h"
+#include "attrlog/In.h"
+#include "attrlog/Out.h"
+#include "attrlog/StreamAdapter.h"
+
+namespace Mox::NboAttrLog {
+
+/// What one end of a connection is ready to do.
+struct LinkOptions {
+  std::string name = "peer";         ///< told to the peer, and used in reports
+  bool grantsWrite = false;          ///< the peer may write what this end exports
+  bool wantsWrite = false;           ///< this end writes what it imports
+  bool schemaStrict = true;          ///< refuse a peer of another schema
+  std::uint64_t schemaHash = 0;
+  std::size_t outCapacity = defaultCapacity;
+  std::uint64_t greetingTimeoutMs = 10000;
+};
+
+/// Counts since the connection began.
+struct LinkStats {
+  std::uint64_t framesSent = 0;
+  std::uint64_t framesReceived = 0;
+  std::uint64_t bytesReceived = 0;
+  std::uint64_t strays = 0;
+  std::uint64_t unknownEnums = 0;
+  std::uint64_t unknownAttrs = 0;
+  std::uint64_t refusedOrphans = 0;
+  std::uint64_t readOnlyWrites = 0;
+  std::uint64_t handlerExceptions = 0;
+  std::uint64_t fullTransfersReceived = 0;
+};
+
+/// A frame as an observer sees it, behind its processing.
+using FrameObserver = std::function<void(Frame const&)>;
+
+class Demuxer : public PtrInterface {
+ public:
+  /// The mode field. Transactions are started locally only below 2.
+  enum class Mode : std::uint8_t { greeting = 0, running = 1, closed = 2 };
+
+  explicit Demuxer(LinkOptions const& options);
+  ~Demuxer() override;
+
+  LinkOptions const& options() const { return options_; }
+  LinkStats const& stats() const { return stats_; }
+  Mode mode() const { return mode_; }
+  Ptr<Out> const& out() const { return out_; }
+  Ptr<In> const& in() const { return in_; }
+  std::string const& peerName() const { return peer_.peerName; }
+
+  // Ids and adapters.
+
+  /// The adapter with this id; null for a stray.
+  Entity::MoxNboAttrLogSa* reactor(EntityId id) const;
+  /// Takes an id out of the table; gives back its adapter.
+  Ptr<Entity::MoxNboAttrLogSa> reactorDel(EntityId const& id);
+  std::size_t reactorCount() const { return reactors_.size(); }
+  /// The live entity of an announced or bound id; null for none.
+  Ptr<Entity> entity(EntityId id) const;
+  /// True: ids mean the same on all connections of the process.
+  bool carriesUnifiedIds() const { return true; }
+  /// Chooses the id of a new adapter and enters it in the table.
+  void assignEntityId(Entity::MoxNboAttrLogSa& adapter);
+  /// Enters an adapter under an id that the peer announced (`bound`) or that this end chose.
+  void reactorIs(EntityId id, Entity::MoxNboAttrLogSa& adapter, bool bound);
+  /// The creation or orphan message of the adapter's entity is in the buffer.
+  void handleAnnounced(Entity::MoxNboAttrLogSa& adapter);
+  /// Ends an adapter's part in the connection, once and for all.
+  void retire(Entity::MoxNboAttrLogSa& adapter);
+  /// Derives the bits of an adapter's flags that follow from its state.
+  void settleFlags(Entity::MoxNboAttrLogSa& adapter);
+  /// The child under the key of a creation message has another id here: its adapter is retired,
+  /// the child is kept.
+  void checkEphemeralEntityDeletion(Entity* child, EntityId const& id, bool);
+
+  // Flow-out.
+
+  /// Makes the adapter's FlowOut. `full`: everything is owed and the end is told to the peer.
+  FlowOut* createFlowOut(Entity::MoxNboAttrLogSa& adapter, ConnectDesc const& desc, bool full,
+                         AttributeId start);
+  /// Starts the full transfer of an adapter's entity.
+  void transferIs(Entity::MoxNboAttrLogSa& adapter);
+  /// True while a run may go on.
+  bool continueFlowOut();
+  /// True while a scheduled run is on the stack.
+  bool inRun() const { return runDepth_ != 0; }
+  /// A change passed: a parked flow-out is tried again.
+  void unpark(Entity::MoxNboAttrLogSa& adapter);
+  /// Sends what is owed until nothing is left or the buffer is short. `flush` moves committed
+  /// bytes out between two runs.
+  void runFlowOuts(std::function<void()> const& flush);
+  /// True while any flow-out waits for its turn or for room.
+  bool hasWaitingFlowOut() const { return !quick_.empty() || !bulk_.empty(); }
+
+  // Reading.
+
+  Ptr<FlowIn> flowIn(EntityId const& id) const;
+  Ptr<FlowIn> flowInIs(EntityId const& id);
+  Ptr<FlowIn> flowInDel(EntityId const& id);
+  std::size_t flowInCount() const { return flowIns_.size(); }
+  void unknownEnumsInc(unsigned int by) { stats_.unknownEnums += by; }
+  void unknownAttrsInc() { ++stats_.unknownAttrs; }
+  void readOnlyWritesInc() { ++stats_.readOnlyWrites; }
+  void handlerExceptionsInc() { ++stats_.handlerExceptions; }
+
+  /// Applies the whole frames at the front of what was received. Throws nothing: a refused
+  /// stream is told by `error()`.
+  void dispatchReceived();
+  /// True while a message about this attribute is being applied through this adapter.
+  bool isApplying(StreamAdapter const& adapter, AttributeId attribute) const {
+    return applyingAdapter_ == &adapter && applyingAttribute_ == attribute;
+  }
+  /// True while a message about another attribute is being applied through this adapter.
+  bool isApplyingOther(StreamAdapter const& adapter, AttributeId attribute) const {
+    return applyingAdapter_ == &adapter && applyingAttribute_ != attribute;
+  }
+  /// Remembers a change made by a subscriber about the slot in hand; it is told again when the
+  /// message is through.
+  void noteSlot(Entity::MoxNboAttrLogSa& adapter, std::function<void()> tell);
+  /// A setter is about to be called for the message in hand: from here on it counts as applied.
+  void appliedIs() { applied_ = true; }
+  /// The full-transfer flag of the frame in hand.
+  bool frameStartsHold() const { return frameStartsHold_; }
+
+  // Roots.
+
+  void exportIs(Ptr<Entity> const& root);
+  void exportDel(Ptr<Entity> const& root);
+  /// No further root will be exported at first: told to the peer behind the last one.
+  void exportsDone();
+  /// Where imported roots are entered by name; null: orphans are refused.
+  void importDirIs(Ptr<Dir> const& dir) { importDir_ = dir; }
+  /// True once the peer has told that its roots are out and every full transfer has ended.
+  bool inStep() const;
+  bool peerExportsDone() const { return peerExportsDone_; }
+
+  // Life.
+
+  /// Sends the greeting.
+  void begin();
+  /// The peer's greeting has been accepted.
+  bool greeted() const { return mode_ == Mode::running; }
+  /// "log: CODE at stream offset N, entity ID, attribute A"; empty while all is well.
+  std::string const& error() const { return error_; }
+  StreamError errorCode() const { return errorCode_; }
+  /// Says why the stream ends, to the peer too, unless an error stands already.
+  void errorIs(StreamError code, std::string const& text);
+  /// Drops both buffers and parts every adapter. No entity is changed.
+  void close();
+  /// Lets go of retired adapters. Only outside of handlers.
+  void emptyGraveyard() { graveyard_.clear(); }
+
+  void frameObserverIs(FrameObserver observer) { observer_ = std::move(observer); }
+
+  // Called by `Out` when a frame is ended.
+
+  std::uint8_t flagsOfCommitted(FrameKind kind, MsgHeader const& header) const;
+  std::uint32_t framesBegun() const { return framesBegun_; }
+  void handleCommitted(FrameKind kind, MsgHeader const& header);
+
+ private:
+  class MoxReactor : public ValueMember<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>> {
+   public:
+    using ValueMember<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>>::ValueMember;
+  };
+  class MoxFlowIn : public ValueMember<MoxFlowIn, EntityId, Ptr<FlowIn>> {
+   public:
+    using ValueMember<MoxFlowIn, EntityId, Ptr<FlowIn>>::ValueMember;
+  };
+
+  void dispatch(Frame const& frame);
+  void dispatchMessage(Frame const& frame);
+  void dispatchOrphan(Frame const& frame);
+  void dispatchMarker(Frame const& frame);
+  void dispatchComplete(Frame const& frame);
+  void dispatchError(Frame const& frame);
+  void dispatchGreeting(Greeting const& greeting);
+  bool runOne(Entity::MoxNboAttrLogSa& adapter);
+  void queueStopped();
+  void flowOutDel(Entity::MoxNboAttrLogSa& adapter);
+  void sendComplete(EntityId id);
+  void exportWaiting();
+  std::uint32_t rootFlags(bool exported) const;
+
+  LinkOptions options_;
+  LinkStats stats_;
+  Mode mode_ = Mode::greeting;
+  Greeting peer_;
+  Ptr<Out> out_;
+  Ptr<In> in_;
+
+  HashMap<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>> reactors_;
+  HashMap<MoxFlowIn, EntityId, Ptr<FlowIn>> flowIns_;
+  std::vector<Ptr<Entity::MoxNboAttrLogSa>> graveyard_;
+
+  std::deque<Ptr<Entity::MoxNboAttrLogSa>> quick_;
+  std::vector<Ptr<Entity::MoxNboAttrLogSa>> bulk_;
+  std::vector<Ptr<Entity::MoxNboAttrLogSa>> stopped_;
+  std::vector<Ptr<Entity::MoxNboAttrLogSa>> blocked_;
+  int runDepth_ = 0;
+  bool runStopped_ = false;
+  std::uint64_t runStart_ = 0;
+
+  StreamAdapter const* applyingAdapter_ = nullptr;
+  AttributeId applyingAttribute_ = 0;
+  bool frameStartsHold_ = false;
+  bool applied_ = false;
+  std::vector<std::pair<Ptr<Entity::MoxNboAttrLogSa>, std::function<void()>>> noted_;
+  std::uint32_t framesBegun_ = 0;
+  std::uint32_t framesCommitted_ = 0;
+  std::uint32_t peerAck_ = 0;
+  std::uint64_t streamOffset_ = 0;
+  std::size_t holds_ = 0;
+
+  std::deque<Ptr<Entity>> exportsWaiting_;
+  bool exportsDoneOwed_ = false;
+  bool peerExportsDone_ = false;
+  Ptr<Dir> importDir_;
+
+  std::string error_;
+  StreamError errorCode_ = StreamError::none;
+  FrameObserver observer_;
+};
+
+/// All live demuxers of the process. One thread's, like the entities.
+class DemuxerManager {
+ public:
+  void demuxerIs(Demuxer* demuxer);
+  void demuxerDel(Demuxer* demuxer);
+  /// A snapshot to walk.
+  std::vector<Ptr<Demuxer>> nboDemuxerIterator() const;
+  bool empty() const { return demuxers_.empty(); }
+
+ private:
+  std::vector<Demuxer*> demuxers_;
+};
+
+DemuxerManager& globalNboAttrLogDemuxerManager();
+
+}  // namespace Mox::NboAttrLog
+
+namespace Mox {
+
+/// The demuxer that serves an In; null for none.
+inline NboAttrLog::Demuxer* demuxFor(Ptr<NboAttrLog::In> const& in) {
+  return in ? in->demuxer() : nullptr;
+}
+
+}  // namespace Mox

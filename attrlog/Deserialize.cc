@@ -1,0 +1,169 @@
+// The frame around every message and every marker, and the strings in pieces.
+#include "attrlog/Deserialize.h"
+
+#include "attrlog/Rows.h"
+
+namespace Mox::NboAttrLog {
+namespace {
+
+/// A message about one of several alternative ids: finds the one that this type owns children
+/// under, and passes over the rest of the list.
+void compoundPrologue(MessageIn& message, TypeRows const& type) {
+  In& in = *message.in.get();
+  unsigned char const* const start = in.position();
+  std::size_t const groupLength = in.nextU16();
+  std::size_t const keyEnd = in.nextU16();
+  auto const consumed = [&] { return static_cast<std::size_t>(in.position() - start); };
+  while (consumed() < groupLength) {
+    AttributeId const id = in.nextint();
+    AttrRow const* row = type.find(id < 0 ? -id : id);
+    if (!row || !row->ownsChildren()) continue;
+    message.attribute = id;
+    if (consumed() < groupLength) in.nextBytes(groupLength - consumed());
+  }
+  if (message.attribute > 0) in.nextU32();
+  if (keyEnd != 0) message.keyEnd = start + keyEnd;
+}
+
+bool ownsChildren(TypeRows const& type) {
+  for (AttrRow const& row : type) {
+    if (row.ownsChildren()) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
+                 StreamAdapter::DeserializationOptions const& options, unsigned int length,
+                 Ptr<In> const& in) {
+  bool const reflect = static_cast<bool>(in);
+  Ptr<In> const from = reflect ? in : adapter.nboAttrLogOut()->reverseLog();
+  if (!from) return;
+  if (!reflect && adapter.hasFlag(changeFromLog)) {
+    throwInternalException("entity reactor is already active");
+  }
+  struct Anchor {
+    Sa* adapter;
+    ~Anchor() {
+      if (adapter) adapter->flagsIs(changeFromLog, false);
+    }
+  } const anchor{reflect ? nullptr : &adapter};
+  if (!reflect) {
+    adapter.flagsIs(changeFromLog, true);
+    if (adapter.hasFlag(readOnlyRemote) && !adapter.readOnlyRemoteOk(attribute) &&
+        !adapter.convertedToWritable(false)) {
+      Demuxer const* demuxer = adapter.streamDemuxer();
+      throwInternalException("write-update from readonly proxy: " +
+                             adapter.rawEntity()->fullName() + " peerName: " +
+                             String8(demuxer ? demuxer->peerName().c_str() : ""));
+    }
+  }
+  MessageIn message{adapter, from, attribute, length, reflect, Ptr<FlowIn>()};
+  if ((attribute == compoundAttribute || attribute == -compoundAttribute) && ownsChildren(type)) {
+    compoundPrologue(message, type);
+  }
+  if (Demuxer* demuxer = adapter.streamDemuxer()) {
+    message.flowIn = demuxer->flowIn(adapter.entityId());
+  }
+  bool const deletes = message.attribute < 0;
+  AttrRow const* row = type.find(deletes ? -message.attribute : message.attribute);
+  auto const reader = row ? deletes ? row->readDel : row->read : nullptr;
+  if (reader) {
+    reader(message);
+  } else {
+    adapter.doBaseMoxNboAttrLogSaMsg(attribute, options, length, in);
+  }
+}
+
+void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8 const&)) {
+  using Text = String8::Iterator;
+  if (message.reflect) {
+    row.tell(message.adapter, nullptr);
+    return;
+  }
+  FlowIn* flowIn = message.flowIn.get();
+  // One value in pieces of an entity at a time.
+  if (flowIn && flowIn->iter() && (flowIn->aid() != row.id || flowIn->idx())) {
+    throw StreamException(StreamError::badPiece);
+  }
+  Text local;
+  Text& text = flowIn ? *moxFlowInIterator<Text>(flowIn, row.id, false) : local;
+  if (message.length != 0) {
+    ConnectionInSizeAnchor const anchor{Ptr<Connection::In>(message.in), message.length};
+    Ptr<Connection::In>(message.in) >> text;
+  }
+  bool const complete = text.pos() == 0;
+  Demuxer* const demuxer = message.adapter.streamDemuxer();
+  EntityId const id = message.adapter.entityId();
+  if (!complete) {
+    if (!flowIn && demuxer) {
+      Ptr<FlowIn> const made = demuxer->flowInIs(id);
+      moxFlowInIteratorIs(made.get(), row.id, text);
+    }
+    return;
+  }
+  String8 const value{String8::IteratorConst(text)};
+  if (flowIn) {
+    moxFlowInIteratorDel<Text>(flowIn, row.id);
+    if (demuxer && flowIn->openTransaction() == 0) demuxer->flowInDel(id);
+  }
+  applying(message);
+  set(message.adapter, value);
+}
+
+bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
+                 StreamAdapter::AttrTransactionType kind) {
+  using Kind = StreamAdapter::AttrTransactionType;
+  Demuxer* const demuxer = adapter.streamDemuxer();
+  EntityId const id = adapter.entityId();
+  Ptr<FlowIn> flowIn = demuxer ? demuxer->flowIn(id) : Ptr<FlowIn>();
+  if (flowIn) {
+    if (kind == Kind::end && attribute == flowIn->aid()) flowIn->handlingTransactionIs(true);
+  } else if (demuxer && !adapter.hasFlag(applyingSync) && kind == Kind::begin) {
+    flowIn = demuxer->flowInIs(id);
+    flowIn->aidIs(attribute);
+  }
+  AttrRow const* row = type.find(attribute);
+  if (!row) return true;
+  switch (row->form) {
+    case AttrForm::plain:
+    case AttrForm::reference: return true;
+    case AttrForm::pieces:
+      if (!flowIn || flowIn->aid() != attribute) return false;
+      if (kind != Kind::begin) {
+        moxFlowInIteratorDel<String8::Iterator>(flowIn.get(), attribute);
+        demuxer->flowInDel(id);
+      }
+      return true;
+    case AttrForm::singleton: {
+      Ptr<Entity> const child = row->child(adapter);
+      if (!child) return true;
+      Ptr<Sa> const childAdapter =
+          child->moxNboAttrLogSa(Ptr<Out const>(adapter.nboAttrLogOut()));
+      if (childAdapter && kind == Kind::begin) childAdapter->flagsIs(boundByTransaction, true);
+      return true;
+    }
+    case AttrForm::valuesByString:
+      if (flowIn && kind == Kind::abort) {
+        moxFlowInIteratorDel<String8::Iterator>(flowIn.get(), attribute);
+        moxFlowInIdxDeq<String8>(flowIn.get());
+        // An open transaction lives on: its end needs the record.
+        if (flowIn->openTransaction() == 0) demuxer->flowInDel(id);
+        return true;
+      }
+      row->sweep(adapter, kind);
+      return true;
+    case AttrForm::entities:
+    case AttrForm::valuesById: row->sweep(adapter, kind); return true;
+  }
+  return true;
+}
+
+void notify(Sa& adapter, TypeRows const& type, AttributeId attribute, void const* key) {
+  AttrRow const* row = type.find(attribute < 0 ? -attribute : attribute);
+  if (!row || row->isCollection() != (attribute < 0)) return;
+  row->tell(adapter, key);
+}
+
+}  // namespace Mox::NboAttrLog

@@ -1,0 +1,235 @@
+// The readers of the attribute log: one message applied through the entity's setters, or reflected
+// with this end's value; and the sweep of a transaction. Every value of a message is read before
+// the first setter is called, so that a bad message changes nothing.
+//
+// The templates take the same descriptors as the writers (SerializeCollection.h); for scalars also
+// Value, get(entity), set(entity, value), on(adapter); for children Args, a tuple of the
+// constructor arguments with the key first, and is(entity, args...), del(entity, key).
+#pragma once
+
+#include <tuple>
+#include <utility>
+
+#include "Mox/Exception.h"
+#include "Mox/NboAttrLogFlow.h"
+#include "attrlog/Demuxer.h"
+#include "attrlog/EntityIds.h"
+#include "attrlog/SerializeCollection.h"
+#include "attrlog/StreamAdapter.h"
+
+namespace Mox::NboAttrLog {
+
+/// The frame of every message: mode, reactor mark, permission, dispatch, clean-up.
+void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
+                 StreamAdapter::DeserializationOptions const& options, unsigned int length,
+                 Ptr<In> const& in);
+/// The frame of every transaction marker. True: the attribute's form calls for the base.
+bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
+                 StreamAdapter::AttrTransactionType type_);
+/// Calls the handler that an id stands for; an unknown id does nothing.
+void notify(Sa& adapter, TypeRows const& type, AttributeId attribute, void const* key);
+
+/// The strings: pieces are joined in a FlowIn, and applied when whole.
+void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8 const&));
+
+/// From here on the message counts as applied.
+inline void applying(MessageIn& message) {
+  if (Demuxer* demuxer = message.adapter.streamDemuxer()) demuxer->appliedIs();
+}
+
+template <class D>
+void readScalar(MessageIn& message) {
+  auto const value = WireValue<typename D::Value>::read(*message.in.get());
+  if (message.reflect) {
+    D::on(static_cast<typename D::Sa&>(message.adapter));
+    return;
+  }
+  applying(message);
+  D::set(entityOf<D>(message.adapter), value);
+}
+
+template <class D>
+void readPiecesOf(MessageIn& message) {
+  readPieces(message, D::row(), [](Sa& adapter, String8 const& value) {
+    D::set(entityOf<D>(adapter), value);
+  });
+}
+
+/// The mark goes from what the messages name.
+template <class D>
+void unmark(Sa& adapter, typename D::Key const& key) {
+  if (auto const member = D::find(entityOf<D>(adapter), key)) member->moxMarkedForDeletionIs(false);
+}
+
+template <class D>
+void readValueKey(MessageIn& message) {
+  auto const key = WireValue<typename D::Key>::read(*message.in.get());
+  auto const value = WireValue<typename D::Value>::read(*message.in.get());
+  if (message.reflect) {
+    D::on(static_cast<typename D::Sa&>(message.adapter), key);
+    return;
+  }
+  applying(message);
+  D::set(entityOf<D>(message.adapter), key, value);
+  unmark<D>(message.adapter, key);
+}
+
+template <class D>
+void readStringKey(MessageIn& message) {
+  using Text = String8::Iterator;
+  ConnectionInSizeAnchor const anchor{Ptr<Connection::In>(message.in), message.length};
+  String8 const key = message.in->nextString();
+  if (message.reflect) {
+    D::on(static_cast<typename D::Sa&>(message.adapter), key);
+    return;
+  }
+  FlowIn* flowIn = message.flowIn.get();
+  bool const matches = flowIn && flowIn->idx() && moxFlowInIdxMatches<String8>(flowIn, key);
+  if (matches && flowIn->aid() != D::id) throw StreamException(StreamError::badPiece);
+  Text local;
+  Text& text = matches ? *moxFlowInIterator<Text>(flowIn, D::id, false) : local;
+  if (message.length != 0) Ptr<Connection::In>(message.in) >> text;
+  bool const complete = text.pos() == 0;
+  Demuxer& demuxer = *message.adapter.streamDemuxer();
+  EntityId const id = message.adapter.entityId();
+  if (!complete) {
+    if (matches) return;
+    if (flowIn && flowIn->iter()) throw StreamException(StreamError::badPiece);
+    Ptr<FlowIn> const made = demuxer.flowInIs(id);
+    moxFlowInIdxEnq(made.get(), key);
+    moxFlowInIteratorIs(made.get(), D::id, text);
+    return;
+  }
+  String8 const value{String8::IteratorConst(text)};
+  if (matches) {
+    moxFlowInIteratorDel<Text>(flowIn, D::id);
+    moxFlowInIdxDeq<String8>(flowIn);
+    if (flowIn->openTransaction() == 0) demuxer.flowInDel(id);
+  }
+  applying(message);
+  D::set(entityOf<D>(message.adapter), key, value);
+  unmark<D>(message.adapter, key);
+}
+
+template <class D>
+void readKeyDel(MessageIn& message) {
+  auto const key = WireValue<typename D::Key>::read(*message.in.get());
+  if (message.reflect) {
+    D::on(static_cast<typename D::Sa&>(message.adapter), key);
+    return;
+  }
+  applying(message);
+  D::del(entityOf<D>(message.adapter), key);
+}
+
+/// The constructor arguments of a child, in the order of the stream.
+template <class Args>
+Args readArgs(In& in) {
+  return [&]<class... T>(std::type_identity<std::tuple<T...>>) {
+    return Args{WireValue<T>::read(in)...};
+  }(std::type_identity<Args>());
+}
+
+template <class D>
+auto applyArgs(Sa& adapter, typename D::Args const& args) {
+  return std::apply(
+      [&](auto const&... arg) { return D::is(entityOf<D>(adapter), arg...); }, args);
+}
+
+/// A child of a collection. The id is only looked at: the adapter that binds the child takes it.
+template <class D>
+void readChildKey(MessageIn& message) {
+  In& in = *message.in.get();
+  Sa& adapter = message.adapter;
+  auto& typed = static_cast<typename D::Sa&>(adapter);
+  auto const args = readArgs<typename D::Args>(in);
+  typename D::Key const key = std::get<0>(args);
+  if (message.keyEnd) in.positionIs(message.keyEnd);
+  if (message.reflect) {
+    D::on(typed, key);
+    return;
+  }
+  unsigned char const* const position = in.position();
+  EntityId const id = in.nextEntityId();
+  in.positionIs(position);
+  if (!id.isUnified() || id == orphanTarget) throw StreamException(StreamError::badId);
+  applying(message);
+  Ptr<typename D::Child> child;
+  try {
+    Expect const expect(Exception::nameInUseId);
+    if (adapter.hasFlag(changeFromLog)) {
+      Ptr<typename D::Child> const present = D::lookup(entityOf<D>(adapter), key);
+      adapter.streamDemuxer()->checkEphemeralEntityDeletion(present.get(), id, true);
+    }
+    {
+      MsgChannel::DeserializingEidAnchor const anchor(id, adapter.rawEntity());
+      child = applyArgs<D>(adapter, args);
+    }
+    if (adapter.hasFlag(changeFromLog)) D::on(typed, key);
+  } catch (NameInUseException const&) {
+    // A child of other parameters sits under the key: it is replaced.
+    D::del(entityOf<D>(adapter), key);
+    adapter.flagsIs(changeFromLog, true);
+    child = applyArgs<D>(adapter, args);
+  }
+  if (child) child->moxMarkedForDeletionIs(false);
+  unmark<D>(adapter, key);
+}
+
+template <class D>
+void readSingleton(MessageIn& message) {
+  In& in = *message.in.get();
+  Sa& adapter = message.adapter;
+  auto& typed = static_cast<typename D::Sa&>(adapter);
+  auto const args = readArgs<typename D::Args>(in);
+  if (message.keyEnd) in.positionIs(message.keyEnd);
+  if (message.reflect) {
+    D::on(typed);
+    return;
+  }
+  unsigned char const* const position = in.position();
+  EntityId const id = in.nextEntityId();
+  in.positionIs(position);
+  if (!id.isUnified() || id == orphanTarget) throw StreamException(StreamError::badId);
+  applying(message);
+  Ptr<typename D::Child> child;
+  {
+    MsgChannel::DeserializingEidAnchor const anchor(id, adapter.rawEntity());
+    child = applyArgs<D>(adapter, args);
+  }
+  if (adapter.hasFlag(changeFromLog)) D::on(typed);
+  if (child) child->moxMarkedForDeletionIs(false);
+}
+
+template <class D>
+void readSingletonDel(MessageIn& message) {
+  if (message.reflect) {
+    D::on(static_cast<typename D::Sa&>(message.adapter));
+    return;
+  }
+  applying(message);
+  D::del(entityOf<D>(message.adapter));
+}
+
+/// Begin marks every member, end deletes those still marked; until a pass is quiet.
+template <class D>
+void sweepMembers(Sa& adapter, StreamAdapter::AttrTransactionType type) {
+  using Type = StreamAdapter::AttrTransactionType;
+  Ptr<typename D::Entity> const entity(&entityOf<D>(adapter));
+  for (;;) {
+    std::uint32_t const before = D::stamp(**entity);
+    for (auto member = D::begin(**entity); member; ++member) {
+      if (type == Type::begin) {
+        member->moxMarkedForDeletionIs(true);
+      } else if (type == Type::end && member->moxMarkedForDeletion()) {
+        typename D::Key const key = member.key();
+        ChangeFromLogAnchor const anchor(adapter);
+        adapter.flagsIs(changeFromLog, true);
+        D::del(**entity, key);
+      }
+    }
+    if (D::stamp(**entity) == before) return;
+  }
+}
+
+}  // namespace Mox::NboAttrLog

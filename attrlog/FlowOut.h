@@ -1,0 +1,99 @@
+// What one adapter still owes its peer: marks, never values. The types' FlowOut classes derive
+// from this and add a word of dirty bits and a set of dirty keys for each collection.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "Mox/AttributeId.h"
+#include "Mox/HashMap.h"
+#include "Mox/LinkQueue.h"
+#include "Mox/Ptr.h"
+#include "Mox/PtrInterface.h"
+
+namespace Mox {
+
+class StreamAdapter;
+
+namespace NboAttrLog {
+
+enum class EntityIdStatus : std::uint8_t { none = 0, assigned = 1 };
+
+class FlowOut : public PtrInterface {
+ public:
+  /// Bits of `moxDataBits`.
+  static constexpr unsigned char walkOver = 0x4;  ///< only dirty keys of the collection remain
+  static constexpr unsigned char blocked = 0x10;  ///< stopped on an entity without an id
+
+  /// An abort marker that is owed for an attribute.
+  class MoxPendingAbort : public ValueMember<MoxPendingAbort, AttributeId, bool> {
+   public:
+    using ValueMember<MoxPendingAbort, AttributeId, bool>::ValueMember;
+  };
+  using PendingAborts = HashMap<MoxPendingAbort, AttributeId, bool>;
+
+  ~FlowOut() override;
+
+  /// True while there is something to send.
+  virtual bool hasDirtyAttributes() const { return pendingAbort_.size() != 0; }
+  virtual void attrIdIs(AttributeId id);
+  virtual void bookmarkIs(void* bookmark) { bookmark_ = bookmark; }
+  virtual void entityIdStatusIs(EntityIdStatus status) { entityIdStatus_ = status; }
+  virtual void entityIdSeqnoIs(unsigned int seqno) { entityIdSeqno_ = seqno; }
+  virtual void valueIterIs(void* iterator) { valueIter_ = iterator; }
+  virtual void valueIterKeyIs(void* key) { valueIterKey_ = key; }
+  virtual void outstandingKeysInc(unsigned int by) { outstandingKeys_ += by; }
+  virtual void outstandingKeysIs(unsigned int count) { outstandingKeys_ = count; }
+  virtual void moxDataBitsIs(unsigned char bits) { moxDataBits_ = bits; }
+  virtual void indIs(int ind) { ind_ = ind; }
+  virtual void entityVersionIs(unsigned int version) { entityVersion_ = version; }
+  virtual void pendingAbortDel(AttributeId id);
+  virtual void pendingAbortIs(AttributeId id, bool owed);
+  virtual void streamAdapterIs(StreamAdapter* adapter) { adapter_ = adapter; }
+
+  AttributeId attrId() const { return attrId_; }
+  void* bookmark() const { return bookmark_; }
+  void* valueIter() const { return valueIter_; }
+  void* valueIterKey() const { return valueIterKey_; }
+  unsigned int outstandingKeys() const { return outstandingKeys_; }
+  unsigned char moxDataBits() const { return moxDataBits_; }
+  bool isBlocked() const { return (moxDataBits_ & blocked) != 0; }
+  PendingAborts& pendingAbort() { return pendingAbort_; }
+  PendingAborts const& pendingAbort() const { return pendingAbort_; }
+  StreamAdapter* streamAdapter() const { return adapter_; }
+  bool hasFilledSlot() const {
+    return bookmark_ != nullptr || valueIter_ != nullptr || valueIterKey_ != nullptr;
+  }
+
+  /// True for a full transfer: its end is told to the peer with a complete frame.
+  bool isFull() const { return full_; }
+  /// Where the next run begins.
+  AttributeId resumeAt() const;
+  void runResultIs(AttributeId result) { runResult_ = result; }
+  AttributeId runResult() const { return runResult_; }
+
+ protected:
+  FlowOut(StreamAdapter* adapter, bool full) : adapter_(adapter), full_(full) {}
+
+ private:
+  friend class Demuxer;
+
+  AttributeId attrId_ = 0;
+  AttributeId runResult_ = 0;
+  void* bookmark_ = nullptr;
+  void* valueIter_ = nullptr;
+  void* valueIterKey_ = nullptr;
+  unsigned int outstandingKeys_ = 0;
+  unsigned int entityIdSeqno_ = 0;
+  unsigned int entityVersion_ = 0;
+  int ind_ = 0;
+  EntityIdStatus entityIdStatus_ = EntityIdStatus::none;
+  unsigned char moxDataBits_ = 0;
+  PendingAborts pendingAbort_;
+  StreamAdapter* adapter_;
+  bool full_;
+  bool completeSent_ = false;
+};
+
+}  // namespace NboAttrLog
+}  // namespace Mox

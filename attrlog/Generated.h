@@ -1,0 +1,163 @@
+// The support header of generated adapters: makes the row of an attribute from its descriptor.
+// Only generated code includes it.
+#pragma once
+
+#include "attrlog/Adapter.h"
+#include "attrlog/Deserialize.h"
+#include "attrlog/Serialize.h"
+#include "attrlog/SerializeCollection.h"
+
+namespace Mox::NboAttrLog {
+
+template <class D>
+std::uint32_t& wordOf(FlowOut& flowOut) {
+  return static_cast<typename D::FlowOut&>(flowOut).moxDirtyWord();
+}
+
+template <class D>
+void tellScalar(Sa& adapter, void const*) {
+  D::on(static_cast<typename D::Sa&>(adapter));
+}
+template <class D>
+void tellKey(Sa& adapter, void const* key) {
+  D::on(static_cast<typename D::Sa&>(adapter), *static_cast<typename D::Key const*>(key));
+}
+
+template <class D>
+constexpr AttrRow rowBegin(AttrForm form) {
+  AttrRow row{};
+  row.id = D::id;
+  row.form = form;
+  row.dirtyMask = D::dirtyMask;
+  row.word = &wordOf<D>;
+  return row;
+}
+
+template <class D>
+constexpr AttrRow scalarRow(AttrForm form) {
+  AttrRow row = rowBegin<D>(form);
+  row.fixedLength = WireValue<typename D::Value>::fixedLength;
+  row.writeValue = [](Sa& adapter, Ptr<Out> const& out) {
+    WireValue<typename D::Value>::write(out, D::get(entityOf<D>(adapter)));
+  };
+  row.tell = &tellScalar<D>;
+  row.read = &readScalar<D>;
+  return row;
+}
+template <class D>
+constexpr AttrRow plainRow() {
+  return scalarRow<D>(AttrForm::plain);
+}
+template <class D>
+constexpr AttrRow referenceRow() {
+  return scalarRow<D>(AttrForm::reference);
+}
+
+template <class D>
+constexpr AttrRow piecesRow() {
+  AttrRow row = rowBegin<D>(AttrForm::pieces);
+  row.text = [](Sa& adapter) { return D::get(entityOf<D>(adapter)); };
+  row.tell = &tellScalar<D>;
+  row.read = &readPiecesOf<D>;
+  row.freeSlots = [](FlowOut& flowOut) {
+    moxFlowOutValueDeq<String8::IteratorConst>(flowOut);
+  };
+  return row;
+}
+
+template <class D>
+constexpr AttrRow singletonRow() {
+  AttrRow row = rowBegin<D>(AttrForm::singleton);
+  row.child = [](Sa& adapter) { return Ptr<Entity>(D::get(entityOf<D>(adapter))); };
+  row.childAdapter = [](Sa& adapter, Ptr<Entity> const& child) {
+    return childAdapterIs(adapter, D::id, adapter.childFlags(), child, 1, adapter.channel(),
+                          &D::writeArgs);
+  };
+  row.tell = &tellScalar<D>;
+  row.read = &readSingleton<D>;
+  row.readDel = &readSingletonDel<D>;
+  row.remount = [](Sa& adapter) {
+    childAdapterDel(adapter, Ptr<Entity>(D::get(entityOf<D>(adapter))));
+  };
+  return row;
+}
+
+template <class D>
+constexpr AttrRow collectionRow(AttrForm form) {
+  AttrRow row = rowBegin<D>(form);
+  row.tell = &tellKey<D>;
+  row.readDel = &readKeyDel<D>;
+  row.hasDirtyKeys = [](FlowOut& flowOut) {
+    return D::dirtyKeys(static_cast<typename D::FlowOut&>(flowOut)).size() != 0;
+  };
+  row.sweep = &sweepMembers<D>;
+  row.freeSlots = [](FlowOut& flowOut) {
+    moxFlowOutBookmarkDeq<typename D::Key>(flowOut);
+  };
+  return row;
+}
+
+template <class D>
+constexpr AttrRow childCollectionRow() {
+  AttrRow row = collectionRow<D>(AttrForm::entities);
+  row.read = &readChildKey<D>;
+  row.walk = &serializeChildren<D>;
+  row.remount = [](Sa& adapter) {
+    for (auto member = D::begin(entityOf<D>(adapter)); member; ++member) {
+      childAdapterDel(adapter, Ptr<Entity>(D::childOf(*member)));
+    }
+  };
+  return row;
+}
+
+template <class D>
+constexpr AttrRow valueCollectionRow() {
+  AttrRow row = collectionRow<D>(AttrForm::valuesById);
+  row.read = &readValueKey<D>;
+  row.walk = &serializeValues<D>;
+  return row;
+}
+
+template <class D>
+constexpr AttrRow stringCollectionRow() {
+  AttrRow row = collectionRow<D>(AttrForm::valuesByString);
+  row.read = &readStringKey<D>;
+  row.walk = &serializeStrings<D>;
+  row.freeSlots = [](FlowOut& flowOut) {
+    moxFlowOutBookmarkDeq<String8>(flowOut);
+    moxFlowOutValueDeq<String8::IteratorConst>(flowOut);
+    moxFlowOutValueKeyDeq<String8>(flowOut);
+  };
+  return row;
+}
+
+/// One dirty key of a collection.
+template <class Self, class K>
+using DirtyKey = KeyMember<Self, K, bool>;
+
+/// `moxIsXDirtyIs(key, bool)`: a hit stores the mark, a miss adds an entry whatever the mark.
+template <class Member, class Map, class Key>
+void dirtyKeyIs(Map& map, Key const& key, bool dirty) {
+  if (Member* present = map[key]) {
+    present->valueIs(dirty);
+  } else {
+    map.newMember(Ptr<Member>(new Member(key, dirty)));
+  }
+}
+/// `moxIsXDirtyDel(key)`: takes the entry out and gives back its mark; false without one.
+template <class Map, class Key>
+bool dirtyKeyDel(Map& map, Key const& key) {
+  Ptr<typename Map::MemberType> const present(map[key]);
+  if (!present) return false;
+  bool const dirty = present->value();
+  map.deleteMember(Ptr<PtrInterface>(present));
+  return dirty;
+}
+
+/// The walk of a base type, and the end of the chain.
+template <class Base>
+AttributeId flowOutOfBase(Sa& adapter, AttributeId start) {
+  return static_cast<Base&>(adapter).Base::handleAttrFlowOut(start);
+}
+
+}  // namespace Mox::NboAttrLog

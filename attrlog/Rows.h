@@ -1,0 +1,98 @@
+// What the attribute log knows of an entity type: one row of data and small functions for each
+// attribute that can change. Generated code makes the tables; the algorithms of Serialize,
+// Deserialize, Transaction and FlowOutWalk run over them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "Mox/AttributeId.h"
+#include "Mox/Entity.h"
+#include "Mox/Ptr.h"
+#include "Mox/String8.h"
+#include "attrlog/FlowIn.h"
+#include "attrlog/FlowOut.h"
+#include "attrlog/In.h"
+#include "attrlog/Out.h"
+#include "attrlog/StreamAdapter.h"
+
+namespace Mox::NboAttrLog {
+
+using Sa = Entity::MoxNboAttrLogSa;
+
+enum class AttrForm : std::uint8_t {
+  plain,           ///< a value in one message
+  reference,       ///< the id of an entity owned elsewhere
+  pieces,          ///< a string, in as many messages as it takes
+  singleton,       ///< an owned child
+  entities,        ///< a collection of owned children
+  valuesById,      ///< a collection of values under numbers
+  valuesByString,  ///< a collection of strings under strings, each in as many messages as it takes
+};
+
+/// A message that is being read.
+struct MessageIn {
+  Sa& adapter;
+  Ptr<In> const& in;
+  AttributeId attribute;
+  unsigned int length;
+  bool reflect;
+  Ptr<FlowIn> flowIn;
+  /// Where the key and the constructor arguments of a compound message end; null for none.
+  unsigned char const* keyEnd = nullptr;
+};
+
+struct AttrRow {
+  AttributeId id;
+  AttrForm form;
+  std::uint32_t dirtyMask;
+  std::uint32_t fixedLength;
+  /// The word that holds the dirty bit, or for a collection the has-synced bit.
+  std::uint32_t& (*word)(FlowOut&);
+  /// Plain and reference: reads the entity's value and writes it.
+  void (*writeValue)(Sa&, Ptr<Out> const&);
+  /// Pieces: the entity's text.
+  String8 (*text)(Sa&);
+  /// Singleton: the child; null for none.
+  Ptr<Entity> (*child)(Sa&);
+  /// Singleton: finds or makes and announces the child's adapter.
+  Ptr<Sa> (*childAdapter)(Sa&, Ptr<Entity> const&);
+  /// Calls the handler `onX()`, or `onX(key)` with the key behind the pointer.
+  void (*tell)(Sa&, void const* key);
+  /// Applies or reflects a message with a positive id, and one with a negative id.
+  void (*read)(MessageIn&);
+  void (*readDel)(MessageIn&);
+  /// Collections: the walk of a flow-out; true when it is through.
+  bool (*walk)(Sa&);
+  bool (*hasDirtyKeys)(FlowOut&);
+  /// Collections: marks all members, deletes the marked ones.
+  void (*sweep)(Sa&, StreamAdapter::AttrTransactionType);
+  /// Releases the slots of a stopped flow-out that stands at this attribute.
+  void (*freeSlots)(FlowOut&);
+  /// Owning attributes: parts every child's adapter from the connection.
+  void (*remount)(Sa&);
+
+  bool isCollection() const { return form >= AttrForm::entities; }
+  bool isInPieces() const { return form == AttrForm::pieces || form == AttrForm::valuesByString; }
+  bool ownsChildren() const { return form == AttrForm::singleton || form == AttrForm::entities; }
+
+  bool bit(FlowOut& flowOut) const { return (word(flowOut) & dirtyMask) != 0; }
+  void bitIs(FlowOut& flowOut, bool on) const {
+    std::uint32_t& bits = word(flowOut);
+    bits = on ? bits | dirtyMask : bits & ~dirtyMask;
+  }
+};
+
+/// The rows of one type, in id order, and those of its base.
+struct TypeRows {
+  AttrRow const* rows;
+  std::size_t count;
+  TypeRows const* base;
+
+  AttrRow const* begin() const { return rows; }
+  AttrRow const* end() const { return rows + count; }
+  /// The row of an id, bases included; null for none.
+  AttrRow const* find(AttributeId id) const;
+};
+
+}  // namespace Mox::NboAttrLog

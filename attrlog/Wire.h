@@ -1,0 +1,138 @@
+// The attribute log on the wire: ids, headers, frame layout and limits, told once.
+// Included by everything in attrlog/; bytes are explained in docs/wire-format.md.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "Mox/AttributeId.h"
+#include "Mox/HashMap.h"
+#include "Mox/String8.h"
+
+namespace Mox {
+
+/// Names one entity on a connection: two 32-bit words. An odd low word marks a unified id, the
+/// same on every connection; 0 names nothing.
+class EntityId {
+ public:
+  constexpr EntityId() = default;
+  constexpr explicit EntityId(std::uint64_t value) : value_(value) {}
+  constexpr EntityId(std::uint32_t high, std::uint32_t low)
+      : value_(std::uint64_t{high} << 32 | low) {}
+
+  constexpr std::uint64_t value() const { return value_; }
+  constexpr std::uint32_t low() const { return static_cast<std::uint32_t>(value_); }
+  constexpr std::uint32_t high() const { return static_cast<std::uint32_t>(value_ >> 32); }
+  constexpr bool isUnified() const { return (value_ & 1) != 0; }
+  constexpr explicit operator bool() const { return value_ != 0; }
+  friend constexpr bool operator==(EntityId, EntityId) = default;
+  friend constexpr bool operator<(EntityId a, EntityId b) { return a.value_ < b.value_; }
+
+ private:
+  std::uint64_t value_ = 0;
+};
+
+/// Ids count upward in steps of two, so the lowest bit spreads nothing.
+template <>
+struct KeyHash<EntityId> {
+  static std::uint32_t hash(EntityId id) { return static_cast<std::uint32_t>(id.value() >> 1); }
+};
+
+namespace NboAttrLog {
+
+/// The well-known target of orphan messages; never in a table of reactors.
+inline constexpr EntityId orphanTarget{1};
+inline constexpr AttributeId orphanAttribute = 136;
+inline constexpr AttributeId syncAttribute = 135;
+inline constexpr AttributeId compoundAttribute = 144;
+/// `instantiateTag` of a message that creates a child.
+inline constexpr std::uint32_t creationTag = 151;
+
+/// What a frame on the stream is.
+enum class FrameKind : std::uint8_t { message = 1, marker = 2, ack = 3, complete = 4, error = 5 };
+
+/// Bits of a frame's flag byte.
+inline constexpr std::uint8_t frameVariableLength = 0x1;
+inline constexpr std::uint8_t frameTrailing = 0x2;
+inline constexpr std::uint8_t frameFullTransferFollows = 0x4;
+
+/// Sizes in bytes. A frame is header, begin token, payload, end token.
+inline constexpr std::size_t headerSize = 27;
+inline constexpr std::size_t frameOverhead = headerSize + 2;
+inline constexpr std::size_t greetingFixedSize = 42;
+inline constexpr std::size_t greetingMaxSize = 1024;
+inline constexpr std::size_t maxPayload = 16u << 20;
+inline constexpr std::size_t leastMaxPayload = 65536;
+inline constexpr std::size_t maxJoinedString = 256u << 20;
+inline constexpr std::size_t blockSize = 49152;
+inline constexpr std::size_t defaultMaxMessageSize = 32768;
+inline constexpr std::size_t defaultCapacity = 262144;
+inline constexpr std::size_t leastCapacity = 196608;
+/// Room kept for markers and complete frames, so that no writer inside a run is ever short.
+inline constexpr std::size_t runReserve = 4096;
+inline constexpr std::size_t runRoom = blockSize + runReserve;
+/// Bytes that one scheduled run may write.
+inline constexpr std::size_t runBudget = 65536;
+/// Withheld from writers outside of runs while a flow-out waits for room.
+inline constexpr std::size_t queueReserve = 16384;
+
+/// Longest key-only message that fits a block: the estimate of a deletion is K + 33.
+inline constexpr std::size_t keyedOverhead = frameOverhead + 4;
+inline constexpr std::size_t keyedValueOverhead = frameOverhead + 8;
+
+/// The largest size that a message about a string key (and value) of these lengths can have.
+constexpr std::size_t pessimisticMessageSizeEstimate(std::size_t keyLength) {
+  return keyLength + keyedOverhead;
+}
+constexpr std::size_t pessimisticMessageSizeEstimate(std::size_t keyLength,
+                                                     std::size_t valueLength) {
+  return keyLength + valueLength + keyedValueOverhead;
+}
+
+/// What a writer says of the message that it begins.
+struct MsgHeader {
+  EntityId entityId;
+  AttributeId attributeId = 0;
+  bool isVariableLength = true;
+  std::uint32_t fixedLength = 0;
+  std::uint32_t instantiateTag = 0;
+  bool trailingFlag = false;
+};
+
+/// Why a stream was refused. The names stand in the error text that both ends report.
+enum class StreamError : std::uint8_t {
+  none,
+  badGreeting,
+  badVersion,
+  badSchema,
+  badHeader,
+  tooLong,
+  badToken,
+  badLength,
+  badAck,
+  badId,
+  badOrphan,
+  badPiece,
+  badMarker,
+  notPermitted,
+  badValue,
+};
+
+/// "BadGreeting" and its like.
+char const* streamErrorName(StreamError code);
+
+inline void putBytes(unsigned char* to, std::uint64_t value, std::size_t width) {
+  for (std::size_t i = 0; i < width; ++i) {
+    to[i] = static_cast<unsigned char>(value >> (8 * (width - 1 - i)));
+  }
+}
+
+inline std::uint64_t getBytes(unsigned char const* from, std::size_t width) {
+  std::uint64_t value = 0;
+  for (std::size_t i = 0; i < width; ++i) value = value << 8 | from[i];
+  return value;
+}
+
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -1,0 +1,76 @@
+// Operations of a keyed collection whose members the entity owns. Generated one-liners call these
+// with the map, the attribute's id, and what makes and announces a member.
+#pragma once
+
+#include "Mox/HashMap.h"
+#include "Mox/Ptr.h"
+#include "model/Child.h"
+
+namespace Mox {
+
+/// `xIs(key, params...)`: the member with this key, made if there is none. A member that exists
+/// must have the same parameters; then the parent's version rises, and nobody is told.
+template <class Owner, class Map, class Key, class Make, class Notify, class... Params>
+auto childIs(Owner& owner, Map& map, Key const& key, Make const& make, Notify const& notify,
+             Params const&... params) {
+  using Child = typename Map::MemberType;
+  if (Ptr<Child> present = map[key]) {
+    (params.check(**present), ...);
+    owner.moxVersionInc();
+    return ValidPtr<Child>(present);
+  }
+  Ptr<Child> const made = make();
+  owner.moxVersionInc();
+  notify(key);
+  return ValidPtr<Child>(made);
+}
+
+/// `newX(key, params...)`: puts a fresh child in its place. No count, no notification.
+template <class Owner, class Map, class Child>
+Ptr<Child> adoptMember(Owner& owner, Map& map, Ptr<Child> const& child, AttributeId attribute) {
+  child->parentAttrIdIs(attribute);
+  auto key = HashMapMember<Child>::key(**child);
+  map.newMemberG(Ptr<PtrInterface>(child), &key);
+  child->parentIs(Ptr<Entity>(&owner));
+  return child;
+}
+
+/// Takes out a member that is in the map: version, parent, notification, in this order.
+template <class Owner, class Map, class Child, class Key, class Notify>
+Ptr<Child> childRemove(Owner& owner, Map& map, Ptr<Child> const& child, Key const& key,
+                       Notify const& notify) {
+  map.deleteMember(Ptr<PtrInterface>(child));
+  owner.moxVersionInc();
+  child->parentIs(Ptr<Entity>());
+  notify(key);
+  return child;
+}
+
+/// `xDel(key)`: null for a missing key, without any effect.
+template <class Owner, class Map, class Key, class Notify>
+auto childDel(Owner& owner, Map& map, Key const& key, Notify const& notify) {
+  Ptr<typename Map::MemberType> const child = map[key];
+  return child ? childRemove(owner, map, child, key, notify) : child;
+}
+
+/// `xDel(iterator)`: takes out the member that the iterator stands on, and leaves it there.
+template <class Owner, class Map, class Notify>
+auto childDelAt(Owner& owner, Map& map, typename Map::Iterator const& at, Notify const& notify) {
+  Ptr<typename Map::MemberType> const child = *at;
+  return child ? childRemove(owner, map, child, at.key(), notify) : child;
+}
+
+/// `x(key)`: a look-up counts as a read, hit or miss.
+template <class Owner, class Map, class Key>
+auto childOf(Owner const& owner, Map const& map, Key const& key) {
+  owner.moxReadCountInc();
+  return Ptr<typename Map::MemberType>(map[key]);
+}
+
+/// `xDelAll()`: `del` is called on each member, in the map's order.
+template <class Map, class Del>
+void deleteAll(Map& map, Del const& del) {
+  for (typename Map::Iterator at(&map); at; ++at) del(at);
+}
+
+}  // namespace Mox

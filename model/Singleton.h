@@ -1,0 +1,50 @@
+// Operations of an attribute that owns one child. Unlike a collection's member, a child of other
+// parameters is replaced. Generated one-liners call these.
+#pragma once
+
+#include "Mox/Notify.h"
+#include "Mox/Ptr.h"
+#include "model/Child.h"
+
+namespace Mox {
+
+/// `xIs(params...)`: the child with these parameters. The first child counts 1, a replacement 2,
+/// the same child again 1 without notification.
+template <auto Handler, class Owner, class Child, class Make, class... Params>
+ValidPtr<Child> singletonIs(Owner& owner, Ptr<Child>& field, AttributeId attribute,
+                            Make const& make, Params const&... params) {
+  if (Ptr<Child> present = field) {
+    // All are read, whatever the first says.
+    bool const same = (static_cast<int>(params.matches(**present)) & ... & 1) != 0;
+    owner.moxVersionInc();
+    if (same) return ValidPtr<Child>(present);
+    present->parentIs(Ptr<Entity>());
+  }
+  Ptr<Child> const made = make();
+  field = made;
+  owner.moxVersionInc();
+  notifyAll<Handler>(owner.notifieeList(), attribute);
+  return ValidPtr<Child>(made);
+}
+
+/// `newX(params...)`: gives a fresh child its parent; the field is the setter's.
+template <class Owner, class Child>
+Ptr<Child> adoptSingleton(Owner& owner, Ptr<Child> const& child, AttributeId attribute) {
+  child->parentAttrIdIs(attribute);
+  child->parentIs(Ptr<Entity>(&owner));
+  return child;
+}
+
+/// `xDel()`: the removed child; null, without any effect, when there was none.
+template <auto Handler, class Owner, class Child>
+Ptr<Child> singletonDel(Owner& owner, Ptr<Child>& field, AttributeId attribute) {
+  Ptr<Child> const child = field;
+  if (!child) return child;
+  field = nullptr;
+  owner.moxVersionInc();
+  child->parentIs(Ptr<Entity>());
+  notifyAll<Handler>(owner.notifieeList(), attribute);
+  return child;
+}
+
+}  // namespace Mox

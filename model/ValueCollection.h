@@ -1,0 +1,63 @@
+// Operations of a keyed collection of values. Members are wrappers with key, value and link;
+// generated one-liners call these.
+#pragma once
+
+#include "Mox/HashMap.h"
+#include "Mox/Ptr.h"
+
+namespace Mox {
+
+/// `newX(key, value)`: links a wrapper. No count, no notification.
+template <class Member, class Map>
+Ptr<Member> newValueMember(Map& map, typename Member::KeyType const& key,
+                           typename Member::ValueType const& value) {
+  Ptr<Member> const member(new Member(key, value));
+  auto linkKey = key;
+  map.newMemberG(Ptr<PtrInterface>(member), &linkKey);
+  return member;
+}
+
+/// `xIs(key, value)`: with an equal value nothing at all happens.
+template <class Owner, class Map, class Key, class Value, class Notify>
+void valueIs(Owner& owner, Map& map, Key const& key, Value const& value, Notify const& notify) {
+  using Member = typename Map::MemberType;
+  if (Member* present = map[key]) {
+    if (present->value() == value) return;
+    present->valueIs(value);
+  } else {
+    newValueMember<Member>(map, key, value);
+  }
+  owner.moxVersionInc();
+  notify(key);
+}
+
+/// `xDel(key)`: the removed value; the type's default for a missing key, without any effect.
+template <class Owner, class Map, class Key, class Notify>
+auto valueDel(Owner& owner, Map& map, Key const& key, Notify const& notify) {
+  using Member = typename Map::MemberType;
+  Ptr<Member> const member = map[key];
+  if (!member) return typename Member::ValueType();
+  auto value = member->value();
+  map.deleteMember(Ptr<PtrInterface>(member));
+  owner.moxVersionInc();
+  notify(key);
+  return value;
+}
+
+/// `xDel(iterator)`: the same for the member that the iterator stands on.
+template <class Owner, class Map, class Notify>
+auto valueDelAt(Owner& owner, Map& map, typename Map::Iterator const& at, Notify const& notify) {
+  if (!at) return typename Map::MemberType::ValueType();
+  auto const key = at.key();
+  return valueDel(owner, map, key, notify);
+}
+
+/// `x(key)`: the value, or the type's default; counts as a read.
+template <class Owner, class Map, class Key>
+auto valueOf(Owner const& owner, Map const& map, Key const& key) {
+  owner.moxReadCountInc();
+  typename Map::MemberType const* member = map[key];
+  return member ? member->value() : typename Map::MemberType::ValueType();
+}
+
+}  // namespace Mox

@@ -1,0 +1,25 @@
+// The hand-written reaction of a chip: what must be so before anybody hears of a new clock.
+#include "InvArad/Arad.h"
+#include "InvSiblings/Si5327.h"
+#include "Mox/Assertion.h"
+
+namespace Hardware::Dpll {
+
+inline unsigned int pllTimeSync() { return 0; }
+inline unsigned int pllTimeSyncStandalone() { return 1; }
+
+}  // namespace Hardware::Dpll
+
+namespace Inventory::Arad {
+
+void Arad::handlePllClock() noexcept {
+  if (!pllClock()) return;
+  if (pllClock()->pllRole() == Hardware::Dpll::pllTimeSync()) return;
+  if (pllClock()->pllRole() == Hardware::Dpll::pllTimeSyncStandalone()) return;
+  Mox::assertionFailed(
+      "pllClock()->pllRole() == Hardware::Dpll::pllTimeSync() || pllClock()->pllRole() == "
+      "Hardware::Dpll::pllTimeSyncStandalone()",
+      "InvArad", 10, "void Inventory::Arad::Arad::handlePllClock()");
+}
+
+}  // namespace Inventory::Arad
