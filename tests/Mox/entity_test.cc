@@ -1,0 +1,149 @@
+// The base entity and directories: counters, parents, paths.
+#include "Mox/Entity.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "AllocationGuard.h"
+#include "Mox/Dir.h"
+
+namespace Mox {
+namespace {
+
+/// A type with a collection (300) and a singleton (301).
+class Box : public Entity {
+ public:
+  explicit Box(char const* name, char const* key = nullptr) : Entity(name), key_(key) {}
+  String8 attributeString(AttributeId attribute) const override {
+    return attribute == 300 ? "box" : attribute == 301 ? "lid" : Entity::attributeString(attribute);
+  }
+  String8 moxKeyText() const override { return key_ ? String8(key_) : Entity::moxKeyText(); }
+  bool moxAttributeIsKeyed(AttributeId attribute) const override { return attribute != 301; }
+  void handleParent(Ptr<Entity> const& parent) override {
+    lastParent = parent ? parent->name() : Name("none");
+  }
+  Name lastParent;
+
+ private:
+  char const* key_;
+};
+
+void place(Entity& parent, AttributeId attribute, Entity& child) {
+  child.parentAttrIdIs(attribute);
+  child.parentIs(&parent);
+}
+
+TEST(Entities, StartWithTheirNameAndNothingElse) {
+  Ptr<Box> const box(new Box("b"));
+  EXPECT_EQ(box->name(), "b");
+  EXPECT_EQ(box->version(), 0u);
+  EXPECT_EQ(box->readCount(), 0u);
+  EXPECT_EQ(box->entityFlags(), 136u);
+  EXPECT_FALSE(box->parent());
+  EXPECT_EQ(box->parentAttrId(), 0);
+  EXPECT_EQ(box->parentAttr(), nullptr);
+  EXPECT_FALSE(box->Entity::moxHasAttrLogInterface());
+  EXPECT_EQ(box->attributeString(257), "unknown");
+  EXPECT_EQ(box->readCount(), 0u) << "nothing here is an attribute";
+}
+
+TEST(Entities, KnowTheirParentWithoutHoldingIt) {
+  Ptr<Box> const parent(new Box("p")), child(new Box("c"));
+  place(*parent.get(), 300, *child.get());
+  EXPECT_EQ(parent->references(), 1u);
+  EXPECT_EQ(child->references(), 1u);
+  EXPECT_EQ(child->parent(), parent);
+  EXPECT_EQ(Ptr<Box const>(child)->parent(), parent);
+  EXPECT_EQ(child->parentAttrId(), 300);
+  EXPECT_EQ(child->lastParent, "p");
+  static Entity* unparented = nullptr;
+  Entity::moxUnparentHook = [](Entity* entity) {
+    unparented = entity;
+    EXPECT_EQ(entity->moxRawParent(), nullptr);
+  };
+  child->parentIs(parent);
+  EXPECT_EQ(unparented, nullptr);
+  child->parentIs(nullptr);
+  EXPECT_EQ(unparented, child.get());
+  Entity::moxUnparentHook = nullptr;
+  EXPECT_FALSE(child->parent());
+  EXPECT_EQ(child->lastParent, "none");
+  EXPECT_EQ(parent->version() + child->version(), 0u);
+}
+
+TEST(Entities, PathsComeFromTheParentChainAndTheKeys) {
+  Ptr<Box> const slice(new Box("slice")), fap(new Box("fap0")), lane(new Box("", "5")),
+      lid(new Box("whatever", "9"));
+  struct Case {
+    Entity& entity;
+    char const* path;
+  };
+  EXPECT_EQ(lane->fullName(), "");
+  place(*slice.get(), 300, *fap.get());
+  place(*fap.get(), 300, *lane.get());
+  place(*lane.get(), 301, *lid.get());
+  for (Case const& c : {Case{*slice.get(), "slice"}, Case{*fap.get(), "slice/box[fap0]"},
+                        Case{*lane.get(), "slice/box[fap0]/box[5]"},
+                        Case{*lid.get(), "slice/box[fap0]/box[5]/lid"}}) {
+    EXPECT_EQ(c.entity.fullName(), c.path);
+    EXPECT_EQ(c.entity.uriPath(), c.path);
+  }
+  Ptr<Dir> const root(new Dir), mounts(new Dir("mounts"));
+  root->entryIs("mounts", mounts);
+  mounts->entryIs("slice", slice);
+  EXPECT_EQ(lane->fullName(), "mounts/slice/box[fap0]/box[5]");
+}
+
+TEST(Dirs, HoldTheirTargetsUntilTheEntryEnds) {
+  Ptr<Box> const box(new Box("b"));
+  Ptr<Dir> dir(new Dir("d"));
+  Ptr<Dir::Entry> const entry = dir->entryIs("b", box);
+  EXPECT_EQ(box->references(), 2u);
+  EXPECT_EQ(box->parent(), dir);
+  EXPECT_EQ(dir->entryIs("b", box), entry) << "the same target again changes nothing";
+  EXPECT_EQ(dir->version(), 1u);
+  EXPECT_EQ(dir->entry("b"), entry);
+  EXPECT_FALSE(dir->entry("c"));
+  entry->operationIs(2);
+  EXPECT_EQ(dir->entryCount(), 1u);
+  entry->operationIs(3);
+  EXPECT_EQ(dir->entryCount(), 0u);
+  EXPECT_FALSE(entry->target());
+  EXPECT_FALSE(box->parent());
+  EXPECT_EQ(box->references(), 1u);
+  entry->operationIs(3);
+  EXPECT_FALSE(dir->entryDel("b"));
+
+  // Another target under the name ends the first, and the directory's end ends all.
+  Ptr<Box> const second(new Box("second"));
+  dir->entryIs("b", box);
+  dir->entryIs("b", second);
+  EXPECT_FALSE(box->parent());
+  EXPECT_EQ(dir->entryCount(), 1u);
+  for (int index = 0; index < 100; ++index) dir->entryIs(format("n%d", index), new Box("n"));
+  Ptr<Dir::Entry> const last = dir->entry("b");
+  dir = nullptr;
+  EXPECT_FALSE(second->parent());
+  EXPECT_EQ(second->references(), 1u);
+  last->operationIs(3);
+}
+
+TEST(Dirs, AFailedAllocationLeavesTheEntityWhereItWas) {
+  struct Subject {
+    Ptr<Dir> dir{new Dir("d")};
+    Ptr<Box> box{new Box("b")};
+  };
+  int const failed =
+      allocationGuard::failEach([] { return std::make_unique<Subject>(); },
+                                [name = Name("b")](auto& s) { s->dir->entryIs(name, s->box); },
+                                [](auto& s, bool wasFailed) {
+                                  EXPECT_EQ(s->dir->entryCount(), wasFailed ? 0u : 1u);
+                                  EXPECT_EQ(s->box->parent() == nullptr, wasFailed);
+                                  EXPECT_EQ(s->box->references(), wasFailed ? 1u : 2u);
+                                });
+  EXPECT_EQ(failed, 2);
+}
+
+}  // namespace
+}  // namespace Mox
