@@ -217,6 +217,7 @@ void Demuxer::unpark(Entity::MoxNboAttrLogSa& adapter) {
 void Demuxer::runFlowOuts(std::function<void()> const& flush) {
   out_->withheldIs(0);
   flush();
+  exportWaiting();
   while (hasWaitingFlowOut() && mode_ == Mode::running && out_->freeSpace() >= runRoom) {
     if (!quick_.empty()) {
       Ptr<Entity::MoxNboAttrLogSa> adapter = quick_.front();
@@ -384,6 +385,7 @@ void Demuxer::dispatchGreeting(Greeting const& greeting) {
   peer_ = greeting;
   out_->peerMaxPayloadIs(greeting.maxPayload);
   mode_ = Mode::running;
+  if (greeted_) greeted_();
   exportWaiting();
 }
 

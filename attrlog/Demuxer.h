@@ -38,6 +38,7 @@ struct LinkOptions {
 struct LinkStats {
   std::uint64_t framesSent = 0;
   std::uint64_t framesReceived = 0;
+  std::uint64_t bytesSent = 0;      ///< the link's count, as the next one
   std::uint64_t bytesReceived = 0;
   std::uint64_t strays = 0;
   std::uint64_t unknownEnums = 0;
@@ -169,6 +170,8 @@ class Demuxer : public PtrInterface {
   void emptyGraveyard() { graveyard_.clear(); }
 
   void frameObserverIs(FrameObserver observer) { observer_ = std::move(observer); }
+  /// Called once, when the peer's greeting has been accepted and before any root goes out.
+  void greetedObserverIs(std::function<void()> observer) { greeted_ = std::move(observer); }
 
   // Called by `Out` when a frame is ended.
 
@@ -238,6 +241,7 @@ class Demuxer : public PtrInterface {
   std::string error_;
   StreamError errorCode_ = StreamError::none;
   FrameObserver observer_;
+  std::function<void()> greeted_;
 };
 
 /// All live demuxers of the process. One thread's, like the entities.
