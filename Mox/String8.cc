@@ -159,7 +159,7 @@ StringN<unsigned char> StringN<unsigned char>::substr(long long pos, unsigned in
 
 StringN<unsigned char>::Data* StringN<unsigned char>::sharedOrRest(IteratorBase const& from) {
   Data* const data = from.data_.get();
-  if (from.eot() && data->length_ != 0) return &nullStringData_;
+  if (from.eot()) return &nullStringData_;
   if (from.pos_ <= 0) {
     // From here on the body is a string's: the iterator makes itself another one if it goes on.
     if (data->isGrowing()) {

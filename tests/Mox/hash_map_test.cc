@@ -65,8 +65,6 @@ class LaneId {
   static constexpr bool isMoxIdentifier = true;
   LaneId(unsigned short value) : value_(value) {}
   unsigned short value() const { return value_; }
-  friend bool operator==(LaneId const&, LaneId const&) = default;
-  friend bool operator<(LaneId const& a, LaneId const& b) { return a.value_ < b.value_; }
 
  private:
   unsigned short value_;

@@ -277,7 +277,7 @@ TEST(LinkedQueue, CarriesMembersInOrderAndTellsOfAMissingOne) {
   for (ValueQueue::Iterator it(&queue); it; ++it) ids += std::to_string(it->id());
   EXPECT_EQ(ids, "121");
   EXPECT_TRUE(queue.del(a.get()));
-  EXPECT_FALSE(queue.del(new Member(1)));
+  EXPECT_FALSE(queue.del(Ptr<Member>(new Member(1)).get()));
   EXPECT_EQ(queue.misses, 1);
   EXPECT_EQ(queue.deq(), b);
   EXPECT_EQ(queue.size(), 1u);

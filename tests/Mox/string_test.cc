@@ -112,7 +112,8 @@ TEST(Strings, TextsComeOutAsTheyShould) {
                         {String8(String8::IteratorConst(abcdef, 6)), ""},
                         {String8(String8::IteratorConst(abcdef, 7)), ""},
                         {String8(String8::IteratorConst(abcdef)), "abcdef"},
-                        {String8(String8::IteratorConst()), ""}};
+                        {String8(String8::IteratorConst()), ""},
+                        {String8(String8::IteratorConst(String8(), 1)), ""}};
   for (Case const& c : cases) {
     EXPECT_EQ(bytesOf(c.text), c.expected);
     EXPECT_EQ(c.text.charPtr()[c.text.length()], '\0');
@@ -198,7 +199,9 @@ TEST(StringIterator, AppendingIsAmortised) {
 TEST(StringHash, EqualStringsHashEqualAndTheSeedDecidesTheRest) {
   stringHashSeedIs(0x0706050403020100, 0x0f0e0d0c0b0a0908);
   std::vector<String8> texts;
-  for (int length = 0; length < 40; ++length) texts.emplace_back(std::string(length, 'q'));
+  for (std::size_t length = 0; length < 40; ++length) {
+    texts.emplace_back(std::string(length, 'q'));
+  }
   std::map<std::uint32_t, int> seen;
   for (String8 const& text : texts) {
     EXPECT_EQ(text.hash(), String8(text.view()).hash());
