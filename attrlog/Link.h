@@ -23,12 +23,12 @@ class Link : public PtrInterface {
 
   /// Why a link ended.
   enum class End : std::uint8_t {
-    none,          ///< it hasn't
-    here,          ///< `closeIs`
-    peer,          ///< the peer closed it
-    failed,        ///< the pipe or this process failed
-    refused,       ///< one end refused what the other sent: `demuxer().errorCode()`
-    noGreeting,    ///< the peer said nothing in time
+    none,        ///< it hasn't
+    here,        ///< `closeIs`
+    peer,        ///< the peer closed it
+    failed,      ///< the pipe or this process failed
+    refused,     ///< one end refused what the other sent: `demuxer().errorCode()`
+    noGreeting,  ///< the peer said nothing in time
   };
 
   /// Bytes that one `service` reads.

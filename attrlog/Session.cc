@@ -47,10 +47,8 @@ Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes) {
 
 void Session::service(std::uint64_t nowMs) {
   std::vector<Ptr<Link>> const links = links_;
-  for (Ptr<Link> const& link : links) service(**link, nowMs);
+  for (Ptr<Link> const& link : links) link->service(nowMs);
 }
-
-void Session::service(Link& link, std::uint64_t nowMs) { link.service(nowMs); }
 
 void Session::closeIs(std::string const& reason) {
   for (Ptr<Link> const& link : links_) link->closeIs(reason);
@@ -59,8 +57,8 @@ void Session::closeIs(std::string const& reason) {
 void Session::handleGreeted(Link& link) {
   std::vector<Ptr<Link>> const links = links_;
   for (Ptr<Link> const& older : links) {
-    if (older.get() == &link || older->state() != Link::State::running ||
-        link.peerName().empty() || older->peerName() != link.peerName()) {
+    if (older.get() == &link || older->state() != Link::State::running || link.peerName().empty() ||
+        older->peerName() != link.peerName()) {
       continue;
     }
     // At once: the older link may stand in the way of the roots that come next.

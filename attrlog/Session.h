@@ -46,8 +46,6 @@ class Session {
 
   /// One turn of every link; links that have ended leave the session.
   void service(std::uint64_t nowMs);
-  /// The same for one of them.
-  void service(Link& link, std::uint64_t nowMs);
   /// Flags every link to end in the next `service`.
   void closeIs(std::string const& reason);
 

@@ -9,8 +9,8 @@ namespace Mox {
 
 /// `newX(key, value)`: links a wrapper. No count, no notification.
 template <class Member, class Map>
-Ptr<Member> newValueMember(Map& map, typename Member::KeyType const& key,
-                           typename Member::ValueType const& value) {
+Ptr<Member> newValueMember(Map& map, typename Map::KeyType const& key,
+                           typename Map::ValueType const& value) {
   Ptr<Member> const member(new Member(key, value));
   auto linkKey = key;
   map.newMemberG(Ptr<PtrInterface>(member), &linkKey);
@@ -36,7 +36,7 @@ template <class Owner, class Map, class Key, class Notify>
 auto valueDel(Owner& owner, Map& map, Key const& key, Notify const& notify) {
   using Member = typename Map::MemberType;
   Ptr<Member> const member = map[key];
-  if (!member) return typename Member::ValueType();
+  if (!member) return typename Map::ValueType();
   auto value = member->value();
   map.deleteMember(Ptr<PtrInterface>(member));
   owner.moxVersionInc();
@@ -47,7 +47,7 @@ auto valueDel(Owner& owner, Map& map, Key const& key, Notify const& notify) {
 /// `xDel(iterator)`: the same for the member that the iterator stands on.
 template <class Owner, class Map, class Notify>
 auto valueDelAt(Owner& owner, Map& map, typename Map::Iterator const& at, Notify const& notify) {
-  if (!at) return typename Map::MemberType::ValueType();
+  if (!at) return typename Map::ValueType();
   auto const key = at.key();
   return valueDel(owner, map, key, notify);
 }
@@ -57,7 +57,7 @@ template <class Owner, class Map, class Key>
 auto valueOf(Owner const& owner, Map const& map, Key const& key) {
   owner.moxReadCountInc();
   typename Map::MemberType const* member = map[key];
-  return member ? member->value() : typename Map::MemberType::ValueType();
+  return member ? member->value() : typename Map::ValueType();
 }
 
 }  // namespace Mox
