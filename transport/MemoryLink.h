@@ -17,11 +17,11 @@ namespace Mox::NboAttrLog {
 struct MemoryPipe {
   static constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
 
-  std::size_t capacity = 65536;         ///< bytes that it holds
-  std::size_t writePiece = unlimited;   ///< most bytes that one write gives
-  std::size_t readPiece = unlimited;    ///< most bytes that one read takes
-  bool isEnded = false;                 ///< the writer has closed
-  bool isCut = false;                   ///< both ends fail; what it held is lost
+  std::size_t capacity = 65536;        ///< bytes that it holds
+  std::size_t writePiece = unlimited;  ///< most bytes that one write gives
+  std::size_t readPiece = unlimited;   ///< most bytes that one read takes
+  bool isEnded = false;                ///< the writer has closed
+  bool isCut = false;                  ///< both ends fail; what it held is lost
   ByteQueue bytes;
 };
 

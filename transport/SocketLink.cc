@@ -1,0 +1,254 @@
+// Stream sockets of both kinds: reading, writing, connecting, listening.
+#include "transport/SocketLink.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <system_error>
+
+namespace Mox::NboAttrLog {
+namespace {
+
+std::string systemText(int number) { return std::generic_category().message(number); }
+
+[[noreturn]] void refuse(SocketAddress const& address, std::string const& cause) {
+  throw TransportError(address.text() + ": " + cause);
+}
+
+sockaddr_un unixAddress(SocketAddress const& address) {
+  sockaddr_un result{};
+  result.sun_family = AF_UNIX;
+  if (address.path.size() >= sizeof result.sun_path) {
+    refuse(address,
+           "the path is longer than " + std::to_string(sizeof result.sun_path - 1) + " bytes");
+  }
+  std::memcpy(result.sun_path, address.path.data(), address.path.size());
+  return result;
+}
+
+struct AddressListDelete {
+  void operator()(addrinfo* list) const { freeaddrinfo(list); }
+};
+using AddressList = std::unique_ptr<addrinfo, AddressListDelete>;
+
+AddressList resolve(SocketAddress const& address, int flags) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = flags | AI_NUMERICSERV;
+  addrinfo* list = nullptr;
+  int const code = getaddrinfo(address.host.c_str(), address.port.c_str(), &hints, &list);
+  if (code != 0) refuse(address, code == EAI_SYSTEM ? systemText(errno) : gai_strerror(code));
+  return AddressList(list);
+}
+
+Descriptor newSocket(int family) {
+  return Descriptor(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+}
+
+class Deadline {
+ public:
+  explicit Deadline(int timeoutMs)
+      : at_(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs)) {}
+  int leftMs() const {
+    auto const left =
+        std::chrono::ceil<std::chrono::milliseconds>(at_ - std::chrono::steady_clock::now());
+    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+  }
+
+ private:
+  std::chrono::steady_clock::time_point at_;
+};
+
+/// Connects one socket; 0, or why not.
+int connectSocket(int fd, sockaddr const* to, socklen_t size, Deadline const& deadline) {
+  for (;;) {
+    if (::connect(fd, to, size) == 0 || errno == EISCONN) return 0;
+    if (errno == EINTR) continue;
+    if (errno == EAGAIN) {
+      // A Unix listener whose queue is full: nothing tells when it has room.
+      int const left = deadline.leftMs();
+      if (left == 0) return ETIMEDOUT;
+      ::poll(nullptr, 0, left < 20 ? left : 20);
+      continue;
+    }
+    if (errno != EINPROGRESS) return errno;
+    pollfd waiting{fd, POLLOUT, 0};
+    int ready = 0;
+    do {
+      ready = ::poll(&waiting, 1, deadline.leftMs());
+    } while (ready < 0 && errno == EINTR);
+    if (ready < 0) return errno;
+    if (ready == 0) return ETIMEDOUT;
+    int result = 0;
+    socklen_t length = sizeof result;
+    return ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &result, &length) == 0 ? result : errno;
+  }
+}
+
+}  // namespace
+
+void Descriptor::close() {
+  int const fd = std::exchange(fd_, -1);
+  if (fd >= 0) ::close(fd);
+}
+
+SocketLink::SocketLink(Descriptor socket) : socket_(std::move(socket)) {
+  int const fd = socket_.get();
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+  ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+  // Refused on Unix sockets, which have no such delay and tell at once when the peer is gone.
+  int const on = 1;
+  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  ::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+}
+
+std::unique_ptr<SocketLink> SocketLink::connect(SocketAddress const& address, int timeoutMs) {
+  Deadline const deadline(timeoutMs);
+  int cause = 0;
+  if (address.isUnix()) {
+    sockaddr_un const to = unixAddress(address);
+    Descriptor socket = newSocket(AF_UNIX);
+    cause = socket ? connectSocket(socket.get(), reinterpret_cast<sockaddr const*>(&to), sizeof to,
+                                   deadline)
+                   : errno;
+    if (cause == 0) return std::make_unique<SocketLink>(std::move(socket));
+    refuse(address, systemText(cause));
+  }
+  AddressList const list = resolve(address, 0);
+  for (addrinfo const* at = list.get(); at != nullptr; at = at->ai_next) {
+    Descriptor socket = newSocket(at->ai_family);
+    cause = socket ? connectSocket(socket.get(), at->ai_addr, at->ai_addrlen, deadline) : errno;
+    if (cause == 0) return std::make_unique<SocketLink>(std::move(socket));
+  }
+  refuse(address, systemText(cause));
+}
+
+ByteResult SocketLink::fail(int number) {
+  error_ = systemText(number);
+  return {0, ByteResult::State::failed};
+}
+
+ByteResult SocketLink::read(void* to, std::size_t size) {
+  for (;;) {
+    ssize_t const count = ::recv(socket_.get(), to, size, 0);
+    if (count > 0) return {static_cast<std::size_t>(count), ByteResult::State::open};
+    if (count == 0) {
+      return {0, size == 0 ? ByteResult::State::open : ByteResult::State::end};
+    }
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return {};
+    if (errno != EINTR) return fail(errno);
+  }
+}
+
+ByteResult SocketLink::write(void const* from, std::size_t size) {
+  for (;;) {
+    ssize_t const count = ::send(socket_.get(), from, size, MSG_NOSIGNAL);
+    if (count >= 0) return {static_cast<std::size_t>(count), ByteResult::State::open};
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return {};
+    if (errno != EINTR) return fail(errno);
+  }
+}
+
+Listener::Listener(SocketAddress const& address) : address_(address) {
+  if (address_.isUnix()) {
+    listenUnix();
+  } else {
+    listenTcp();
+  }
+}
+
+Listener::~Listener() {
+  struct stat present {};
+  if (address_.isUnix() && socket_ && ::lstat(address_.path.c_str(), &present) == 0 &&
+      present.st_dev == device_ && present.st_ino == inode_) {
+    ::unlink(address_.path.c_str());
+  }
+}
+
+void Listener::listenUnix() {
+  sockaddr_un const at = unixAddress(address_);
+  auto const* const name = reinterpret_cast<sockaddr const*>(&at);
+  struct stat present {};
+  if (::lstat(address_.path.c_str(), &present) == 0) {
+    if (!S_ISSOCK(present.st_mode)) refuse(address_, "exists and is not a socket");
+    Descriptor const probe = newSocket(AF_UNIX);
+    if (!probe) refuse(address_, systemText(errno));
+    bool const isRefused = ::connect(probe.get(), name, sizeof at) != 0 && errno == ECONNREFUSED;
+    if (!isRefused) refuse(address_, "somebody listens there already");
+    if (::unlink(address_.path.c_str()) != 0) refuse(address_, systemText(errno));
+  }
+  Descriptor socket = newSocket(AF_UNIX);
+  if (!socket) refuse(address_, systemText(errno));
+  // The file must never be open to others, not even before a chmod.
+  mode_t const mask = ::umask(0177);
+  int const result = ::bind(socket.get(), name, sizeof at);
+  int const cause = errno;
+  ::umask(mask);
+  if (result != 0) refuse(address_, systemText(cause));
+  if (::lstat(address_.path.c_str(), &present) == 0) {
+    device_ = present.st_dev;
+    inode_ = present.st_ino;
+  }
+  if (::listen(socket.get(), SOMAXCONN) != 0) refuse(address_, systemText(errno));
+  socket_ = std::move(socket);
+}
+
+void Listener::listenTcp() {
+  AddressList const list = resolve(address_, AI_PASSIVE);
+  int cause = 0;
+  for (addrinfo const* at = list.get(); at != nullptr && !socket_; at = at->ai_next) {
+    Descriptor socket = newSocket(at->ai_family);
+    int const on = 1;
+    if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        ::bind(socket.get(), at->ai_addr, at->ai_addrlen) != 0 ||
+        ::listen(socket.get(), SOMAXCONN) != 0) {
+      cause = errno;
+      continue;
+    }
+    socket_ = std::move(socket);
+  }
+  if (!socket_) refuse(address_, systemText(cause));
+  sockaddr_storage bound{};
+  socklen_t size = sizeof bound;
+  char port[NI_MAXSERV] = "";
+  if (::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&bound), &size) == 0 &&
+      ::getnameinfo(reinterpret_cast<sockaddr const*>(&bound), size, nullptr, 0, port, sizeof port,
+                    NI_NUMERICSERV) == 0) {
+    address_.port = port;
+  }
+}
+
+std::unique_ptr<SocketLink> Listener::accept() {
+  for (;;) {
+    Descriptor socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (socket) return std::make_unique<SocketLink>(std::move(socket));
+    switch (errno) {
+      case EAGAIN:
+        return nullptr;
+      case EMFILE:
+      case ENFILE:
+      case ENOBUFS:
+      case ENOMEM:
+        refuse(address_, systemText(errno));
+      // The rest is about one connection that has already gone.
+      default:
+        break;
+    }
+    if (errno == EBADF || errno == EINVAL || errno == ENOTSOCK || errno == EOPNOTSUPP) {
+      refuse(address_, systemText(errno));
+    }
+  }
+}
+
+}  // namespace Mox::NboAttrLog

@@ -1,0 +1,64 @@
+// A non-blocking stream socket as a byte pipe, and how to get one: from a listener or by
+// connecting.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "attrlog/ByteLink.h"
+#include "transport/Descriptor.h"
+#include "transport/SocketAddress.h"
+
+namespace Mox::NboAttrLog {
+
+class SocketLink : public ByteLink {
+ public:
+  /// Takes a connected stream socket, which becomes non-blocking and is closed on exec; over TCP
+  /// without delay and with keepalive.
+  explicit SocketLink(Descriptor socket);
+
+  /// Waits up to `timeoutMs` for the connection. Throws TransportError "ADDRESS: cause".
+  static std::unique_ptr<SocketLink> connect(SocketAddress const& address, int timeoutMs);
+
+  ByteResult read(void* to, std::size_t size) override;
+  ByteResult write(void const* from, std::size_t size) override;
+  void close() override { socket_.close(); }
+  std::string error() const override { return error_; }
+  int fd() const override { return socket_.get(); }
+
+ private:
+  ByteResult fail(int number);
+
+  Descriptor socket_;
+  std::string error_;
+};
+
+/// Accepts connections. Descriptors are closed on exec.
+class Listener {
+ public:
+  /// A Unix socket's file is for this user alone (mode 0600). What a dead process left at its path
+  /// is replaced; a path where somebody listens, or that is no socket, is not. The file goes with
+  /// the listener. TCP port 0: any free one. Throws TransportError "ADDRESS: cause".
+  explicit Listener(SocketAddress const& address);
+  ~Listener();
+  Listener(Listener const&) = delete;
+  Listener& operator=(Listener const&) = delete;
+
+  int fd() const { return socket_.get(); }
+  /// Where it listens, with the port that was given by the system.
+  SocketAddress const& address() const { return address_; }
+  /// Null when nobody waits. Throws TransportError when the system has no room for a connection.
+  std::unique_ptr<SocketLink> accept();
+
+ private:
+  void listenUnix();
+  void listenTcp();
+
+  SocketAddress address_;
+  Descriptor socket_;
+  /// Tells this listener's socket file from another one of the same path.
+  unsigned long long device_ = 0;
+  unsigned long long inode_ = 0;
+};
+
+}  // namespace Mox::NboAttrLog
