@@ -1,9 +1,10 @@
-// The attributes of a type as text, and one observer for entities of any type: what tools show and
-// watch without knowing the classes. Generated tables fill it in.
+// The attributes of a type as text, to show and to set, and one observer for entities of any type:
+// what tools work with that don't know the classes. Generated tables fill it in.
 #pragma once
 
 #include <cstddef>
 #include <functional>
+#include <span>
 
 #include "Mox/AttributeId.h"
 #include "Mox/Entity.h"
@@ -30,19 +31,38 @@ struct MemberText {
   Ptr<Entity> child;  ///< of a collection of entities
 };
 
+/// Functions are null where they make no sense for the attribute. Those that take text throw what
+/// the conversion of the text throws, and then have changed nothing.
 struct AttributeText {
   enum class Form : unsigned char { scalar, child, values, children };
+  using Visit = std::function<void(MemberText const&)>;
+  using Arguments = std::span<String8 const>;
 
   AttributeId id;
   char const* name;
   Form form;
   TextKind kind;
+  /// Collections: what the text of a key is. Names stand bare, and are words.
+  TextKind keyKind = TextKind::word;
   /// Scalar or reference: the value's text.
-  String8 (*value)(Entity const&);
+  String8 (*value)(Entity const&) = nullptr;
   /// Child: null for none.
-  Ptr<Entity> (*child)(Entity const&);
+  Ptr<Entity> (*child)(Entity const&) = nullptr;
   /// Collections: every member, in the map's order.
-  void (*members)(Entity const&, std::function<void(MemberText const&)> const&);
+  void (*members)(Entity const&, Visit const&) = nullptr;
+  /// Collections: finds one member by the text of its key; false for none.
+  bool (*member)(Entity const&, String8 const& key, MemberText& found) = nullptr;
+  /// Changes a scalar or a reference, or with a key a member of a value collection. Null for what
+  /// only a constructor sets.
+  void (*set)(Entity&, String8 const& key, String8 const& value) = nullptr;
+  /// Child, collection of children: the member with these `addCount` constructor arguments, made if
+  /// there is none.
+  Ptr<Entity> (*add)(Entity&, Arguments arguments) = nullptr;
+  std::size_t addCount = 0;
+  /// Child, collections: takes the member out, if there is one.
+  void (*del)(Entity&, String8 const& key) = nullptr;
+
+  bool isCollection() const { return form == Form::values || form == Form::children; }
 };
 
 struct TypeText {
@@ -74,6 +94,16 @@ String8 pathKey(K const& key) {
     return key;
   } else {
     return textOf(key);
+  }
+}
+
+/// The key that `pathKey` shows.
+template <class K>
+K keyOfPath(String8 const& text) {
+  if constexpr (std::is_same_v<K, Name>) {
+    return Name(text);
+  } else {
+    return strepToValue<K>(text);
   }
 }
 
