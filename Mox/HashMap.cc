@@ -220,15 +220,6 @@ PtrInterface* HashMapGeneric::findNextG(PtrInterface const* member, int* bucket)
   return found;
 }
 
-PtrInterface* HashMapGeneric::findNextBucket(int* bucket) const {
-  for (std::int64_t at = std::int64_t{*bucket} + 1; at < bucketCount(); ++at) {
-    if (!buckets_[at]) continue;
-    *bucket = static_cast<int>(at);
-    return buckets_[at];
-  }
-  return nullptr;
-}
-
 PtrInterface* HashMapGeneric::startAtHash(void const* key, unsigned int hash, int* bucket) const {
   int at = static_cast<int>(bucketOf(hash));
   PtrInterface* found = buckets_[at];

@@ -136,7 +136,15 @@ class HashMapGeneric {
   /// behind the last. Writes the bucket through `bucket` unless that is null (-1 for no member).
   PtrInterface* findNextG(PtrInterface const* member, int* bucket) const;
   /// The head of the first non-empty bucket above `*bucket`, which it updates; else null.
-  PtrInterface* findNextBucket(int* bucket) const;
+  PtrInterface* findNextBucket(int* bucket) const {
+    std::uint32_t const count = bucketCount();
+    for (auto at = static_cast<std::uint32_t>(*bucket) + 1; at < count; ++at) {
+      if (!buckets_[at]) continue;
+      *bucket = static_cast<int>(at);
+      return buckets_[at];
+    }
+    return nullptr;
+  }
   /// The first member at or behind (`hash`, `*key`); `hash` is reversed. `*bucket` is at least the
   /// bucket count when there is none.
   PtrInterface* startAtHash(void const* key, unsigned int hash, int* bucket) const;
