@@ -505,25 +505,23 @@ TEST(HashMap, ChainsStayShort) {
   };
   std::vector<Case> const cases = {
       {"consecutive", [](unsigned int i) { return i; }, 1},
-      {"consecutive from far", [](unsigned int i) { return i + 1000000007; }, 2},
-      {"stride 2", [](unsigned int i) { return i * 2; }, 12},
-      {"stride 8", [](unsigned int i) { return i * 8; }, 13},
-      {"stride 16", [](unsigned int i) { return i * 16; }, 13},
-      {"stride 128", [](unsigned int i) { return i * 128; }, 16},
-      {"stride 100", [](unsigned int i) { return i * 100; }, 13},
-      {"stride 1000", [](unsigned int i) { return i * 1000; }, 13},
-      {"odd stride", [](unsigned int i) { return i * 2654435761u; }, 8},
-      {"slot and port", [](unsigned int i) { return i / 128 << 16 | i % 128; }, 128}};
+      {"consecutive from far", [](unsigned int i) { return i + 1000000007; }, 1},
+      {"odd stride", [](unsigned int i) { return i * 2654435761u; }, 1},
+      {"stride 2", [](unsigned int i) { return i * 2; }, 2},
+      {"stride 8", [](unsigned int i) { return i * 8; }, 8},
+      {"stride 16", [](unsigned int i) { return i * 16; }, 8},
+      {"stride 100", [](unsigned int i) { return i * 100; }, 8},
+      {"stride 128", [](unsigned int i) { return i * 128; }, 8},
+      {"stride 1000", [](unsigned int i) { return i * 1000; }, 8},
+      {"slot and port", [](unsigned int i) { return i / 128 << 16 | i % 128; }, 20}};
   for (Case const& c : cases) {
     for (unsigned int count : {72u, 1000u, 40000u}) {
       Items map;
       for (unsigned int index = 0; index < count; ++index) map.newMember(new Item(c.key(index)));
       std::uint32_t const longest = map.longestChain();
       RecordProperty(std::string(c.name) + "/" + std::to_string(count), static_cast<int>(longest));
-      if (c.longest < 128) {
-        EXPECT_LE(longest, c.longest) << c.name << ' ' << count;
-        EXPECT_LE(map.bucketCount(), 32 * count) << c.name << ' ' << count;
-      }
+      EXPECT_LE(longest, c.longest) << c.name << ' ' << count;
+      EXPECT_LE(map.bucketCount(), 32 * count) << c.name << ' ' << count;
     }
   }
 }
