@@ -1,6 +1,6 @@
 # mox_add_model(TARGET SCHEMA file [MODELS target...] [SOURCES file...])
 # A shared library of the model that a schema declares. MODELS are the targets of the imported
-# models; SOURCES the hand-written reactions.
+# models; SOURCES the hand-written reactions. Used by this project and by those that find it.
 
 find_program(MOXC_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
 if(NOT MOXC_PYTHON)
@@ -8,6 +8,11 @@ if(NOT MOXC_PYTHON)
 endif()
 if(NOT MOXC_SCRIPT)
   set(MOXC_SCRIPT ${CMAKE_CURRENT_LIST_DIR}/../moxc/moxc.py)
+endif()
+execute_process(COMMAND ${MOXC_PYTHON} -c "import jinja2" RESULT_VARIABLE result ERROR_QUIET)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "The schema compiler needs Jinja2 for ${MOXC_PYTHON} "
+                      "(Debian: apt-get install python3-jinja2)")
 endif()
 
 function(mox_add_model target)
@@ -32,19 +37,20 @@ function(mox_add_model target)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${schema} ${MOXC_SCRIPT})
 
   set(sources)
-  set(files)
+  set(headers)
   foreach(output IN LISTS outputs)
     cmake_path(ABSOLUTE_PATH output BASE_DIRECTORY ${out})
-    list(APPEND files ${output})
     if(output MATCHES "\\.cc$")
       list(APPEND sources ${output})
+    else()
+      list(APPEND headers ${output})
     endif()
   endforeach()
   # moxc leaves files with the same content untouched; the stamp says that it ran.
   set(stamp ${out}/${target}.stamp)
   add_custom_command(
     OUTPUT ${stamp}
-    BYPRODUCTS ${files}
+    BYPRODUCTS ${sources} ${headers}
     COMMAND ${command} --depfile ${out}/${target}.d --depfile-target ${stamp} ${schema}
     COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
     DEPFILE ${out}/${target}.d
@@ -55,7 +61,7 @@ function(mox_add_model target)
 
   add_library(${target} SHARED ${sources} ${arg_SOURCES})
   add_dependencies(${target} ${target}_generated)
-  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${out}>)
-  target_link_libraries(${target} PUBLIC Mox ${arg_MODELS})
+  target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${out} FILES ${headers})
+  target_link_libraries(${target} PUBLIC InvArad::Mox ${arg_MODELS})
   set_target_properties(${target} PROPERTIES MOX_SCHEMA_DIR ${schemaDir})
 endfunction()
