@@ -3,10 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <filesystem>
 #include <random>
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
@@ -107,7 +112,7 @@ TEST(BoardLoader, EveryMappingMakesItsEntities) {
       {"ucode_port_1=CGE0:core_0.1", "cge 0\nport 1 cge 0\n"},
       {"ucode_port_2=CDGE17:core_1.2", "cge 17\nport 2 cge 17\n"},
       {"ucode_port_3=XLGE5", "xlge 5\nport 3 xlge 5\n"},
-      {"ucode_port_4=QSGMII95", "port 4 qsgmii 95\nqsgmii 95\n"},
+      {"ucode_port_4=QSGMII95", "qsgmii 95\nport 4 qsgmii 95\n"},
       {"ucode_port_5=XE71:core_0.5", "port 5 xge 71\n"},
       {"ucode_port_6=10GBase-R64:core_0.6", "port 6 xge 64\n"},
       {"ucode_port_65535=GE0", "port 65535 ge 0\n"},
@@ -128,12 +133,7 @@ TEST(BoardLoader, EveryMappingMakesItsEntities) {
   };
   for (auto const& [line, expected] : cases) {
     Loaded const loaded = load({line});
-    auto all = line + std::string("\n") + expected;
-    // Blocks stand ahead of ports in the text of the tree.
-    if (std::string_view(line).find("QSGMII") != std::string_view::npos) {
-      all = line + std::string("\nqsgmii 95\nport 4 qsgmii 95\n");
-    }
-    EXPECT_EQ(shown(loaded.slice), all);
+    EXPECT_EQ(shown(loaded.slice), line + std::string("\n") + expected);
     EXPECT_EQ(loaded.summary.mapped, *expected ? 1u : 0u) << line;
     EXPECT_TRUE(loaded.summary.refusals.empty()) << line;
     expectAccountedFor(loaded.summary);
@@ -221,8 +221,8 @@ TEST(BoardLoader, ScopesDecideWhichLineHolds) {
             "17 lines read, 1 mapped, 7 kept as text, 2 refused, 4 overridden, 3 of other chips "
             "passed over\n"
             "chip: FAP1 (most lines name it)\n"
-            "passed over: 2 lines of FEL2\n"
-            "passed over: 1 line of fap1_A0\n");
+            "passed over: 1 line of fap1_A0\n"
+            "passed over: 2 lines of FEL2\n");
   expectAccountedFor(loaded.summary);
 }
 
@@ -288,6 +288,25 @@ TEST(BoardLoader, EveryLineIsAccountedForWhateverTheFile) {
     for (auto const& file : files) lines += std::count(file.begin(), file.end(), '\n');
     EXPECT_EQ(loaded.summary.read, lines);
   }
+}
+
+TEST(BoardLoader, TheSampleBoardLoadsWithoutARefusal) {
+  auto const path = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() /
+                    "examples/board.soc";
+  Ptr<AradSlice> const slice(new AradSlice("slice"));
+  auto const summary = Board::loadBoard({Board::readPropertyFile(path)}, "", slice);
+  EXPECT_EQ(Board::summaryText(summary),
+            "39 lines read, 28 mapped, 9 kept as text, 0 refused, 0 overridden, 2 of other chips "
+            "passed over\n"
+            "chip: FAP42 (most lines name it)\n"
+            "passed over: 2 lines of FEL7\n");
+  std::string const tree = shown(slice);
+  EXPECT_EQ(tree.substr(tree.find("cge 0\n")),
+            "cge 0\ncge 1\ncge 2\ncge 3\nxlge 16\nxlge 17\nqsgmii 71\n"
+            "port 1 cge 0\nport 10 qsgmii 71\nport 2 cge 1\nport 3 cge 2\nport 4 cge 3\n"
+            "port 5 xlge 16\nport 6 xlge 17\nport 7 xge 68\nport 8 xge 69\nport 9 ge 70\n"
+            "lane 0 rx 0 tx 1 swapTx\nlane 1 rx 1 tx 0 swapRx\nlane 2 rx 3 tx 2\n"
+            "lane 3 rx 2 tx 3\nlane 68 rx 68 tx 68 swapRx\n");
 }
 
 }  // namespace

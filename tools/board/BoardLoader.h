@@ -35,7 +35,7 @@ struct BoardSummary {
   std::size_t text = 0;        ///< stand in a property bag alone
   std::size_t overridden = 0;  ///< the same property stands again, later or with a narrower scope
   std::vector<BoardRefusal> refusals;
-  std::vector<PassedOver> passedOver;  ///< sorted by chip id
+  std::vector<PassedOver> passedOver;  ///< by chip id without regard to case
   std::size_t passedOverLines() const;
 };
 
