@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <random>
 #include <set>
 #include <sstream>
@@ -291,10 +290,9 @@ TEST(BoardLoader, EveryLineIsAccountedForWhateverTheFile) {
 }
 
 TEST(BoardLoader, TheSampleBoardLoadsWithoutARefusal) {
-  auto const path = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() /
-                    "examples/board.soc";
   Ptr<AradSlice> const slice(new AradSlice("slice"));
-  auto const summary = Board::loadBoard({Board::readPropertyFile(path)}, "", slice);
+  auto const summary =
+      Board::loadBoard({Board::readPropertyFile(SOURCE_DIR "/examples/board.soc")}, "", slice);
   EXPECT_EQ(Board::summaryText(summary),
             "39 lines read, 28 mapped, 9 kept as text, 0 refused, 0 overridden, 2 of other chips "
             "passed over\n"

@@ -70,12 +70,15 @@ TEST(EnumSupport, NumbersInAreStrictAndTextsOutAreLenient) {
       {0xffffffff, "CoreType(-1)", false},
       {0x80000000, "CoreType(-2147483648)", false},
   };
-  for (auto const& [number, name, isKnown] : cases) {
+  for (auto const& entry : cases) {
+    // Plain names: a structured binding can't be captured.
+    unsigned int const number = entry.number;
+    char const* const name = entry.name;
     auto const value = static_cast<CoreType>(static_cast<std::int32_t>(number));
     EXPECT_EQ(stringValue(value), name);
     EXPECT_EQ(streamed(value), name);
     EXPECT_EQ(valueToStrep(value), ("'" + std::string(name) + "'").c_str());
-    std::string const refusal = isKnown ? "" : "CoreType";
+    std::string const refusal = entry.isKnown ? "" : "CoreType";
     EXPECT_EQ(thrown([&] { EXPECT_EQ(Sample::CoreTypeInstance(number), value); }), refusal)
         << number;
     EXPECT_EQ(thrown([&] { EXPECT_EQ(Sample::CoreTypeInstance(Mox::String8(name)), value); }),
