@@ -116,6 +116,10 @@ TEST(PropertyFile, LimitsRefuseByNumberAndKeepWhatFits) {
   }
 
   limits = {};
+  limits.nameBytes = 2;
+  EXPECT_EQ(shown(parse("ab.7=1\nabc=2\na.12345=3\n", limits)),
+            "1 ab unit 7=1\n3 a unit 12345=3\n2 refused: name longer than 2 bytes\n");
+  limits = {};
   limits.properties = 2;
   EXPECT_EQ(shown(parse("a=1\nb=2\nc=3\nd=4\n", limits)),
             "1 a=1\n2 b=2\n3 refused: more than 2 properties, the rest is not read\n");

@@ -56,7 +56,8 @@ struct Source {
 /// Lines that passed the choice of chip, reduced to those that hold.
 class Properties {
  public:
-  /// True if `source` or an earlier line is overridden by the other.
+  /// True if another line has this property too; the one with the narrower scope, or else the later
+  /// one, holds.
   bool add(Source source) {
     auto const key = std::pair(source.line->unit, std::string_view(source.line->name));
     auto const [place, isNew] = places_.try_emplace(key, sources_.size());
@@ -65,9 +66,8 @@ class Properties {
       return false;
     }
     Source& standing = sources_[place->second];
-    bool const isNarrower = source.line->chip.empty() < standing.line->chip.empty();
-    bool const isAsNarrow = source.line->chip.empty() == standing.line->chip.empty();
-    if (isNarrower || isAsNarrow) standing = source;
+    bool const isAsNarrow = !source.line->chip.empty() || standing.line->chip.empty();
+    if (isAsNarrow) standing = source;
     return true;
   }
 

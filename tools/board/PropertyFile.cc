@@ -51,7 +51,7 @@ bool isChipId(std::string_view text) {
 }
 
 /// Splits what stands left of the `=` into name and scope; the cause of a refusal, or empty.
-std::string readKey(std::string_view key, PropertyLine& line) {
+std::string readKey(std::string_view key, PropertyFileLimits const& limits, PropertyLine& line) {
   if (key.empty()) return "no name before '='";
   for (char const c : key) {
     if (!isNameByte(c)) return describeByte(c) + " in the name";
@@ -59,6 +59,9 @@ std::string readKey(std::string_view key, PropertyLine& line) {
   auto const dot = key.rfind('.');
   line.name = key.substr(0, dot);
   if (line.name.empty()) return "no name before the scope";
+  if (line.name.size() > limits.nameBytes) {
+    return "name longer than " + std::to_string(limits.nameBytes) + " bytes";
+  }
   if (dot == key.npos) return {};
   std::string_view const scope = key.substr(dot + 1);
   if (scope.empty()) return "no scope behind the dot";
@@ -77,7 +80,7 @@ std::string readKey(std::string_view key, PropertyLine& line) {
 }
 
 /// Reads one line, comment and blanks taken off; the cause of a refusal, or empty.
-std::string readLine(std::string_view text, PropertyLine& line) {
+std::string readLine(std::string_view text, PropertyFileLimits const& limits, PropertyLine& line) {
   for (char const c : text) {
     auto const byte = static_cast<unsigned char>(c);
     if ((byte < 0x20 && c != '\t') || byte == 0x7f) return describeByte(c) + " in the line";
@@ -85,7 +88,7 @@ std::string readLine(std::string_view text, PropertyLine& line) {
   auto const equals = text.find('=');
   if (equals == text.npos) return "no '='";
   line.value = withoutBlanks(text.substr(equals + 1));
-  return readKey(withoutBlanks(text.substr(0, equals)), line);
+  return readKey(withoutBlanks(text.substr(0, equals)), limits, line);
 }
 
 /// The bytes of a stream line by line, in bounded memory.
@@ -156,7 +159,7 @@ PropertyFile readProperties(std::istream& in, std::string name, PropertyFileLimi
       isLast = false;
       cause = reader.isOverlong()
                   ? "line longer than " + std::to_string(limits.lineBytes) + " bytes"
-                  : readLine(text, line);
+                  : readLine(text, limits, line);
     }
     if (cause.empty()) {
       file.lines.push_back(std::move(line));

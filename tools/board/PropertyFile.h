@@ -29,6 +29,7 @@ struct Refusal {
 /// What a file may ask of this process. Reading stops behind the last three.
 struct PropertyFileLimits {
   std::size_t lineBytes = 4096;
+  std::size_t nameBytes = 255;  ///< a name is a key, and a key has to fit one message
   std::size_t fileBytes = 16u << 20;
   std::size_t properties = 200'000;
   std::size_t refusals = 10'000;
