@@ -15,9 +15,6 @@
 namespace Mox {
 namespace {
 
-// Before any second thread, and never again.
-[[maybe_unused]] bool const isSafe = VFPtrInterface::enableThreadSafePointers = true;
-
 constexpr int threadCount = 4;
 
 /// Runs `work(index)` on every thread at once.
@@ -52,7 +49,14 @@ class Shared : public PtrInterface {
   int content = 7;
 };
 
-TEST(ThreadSafePointers, CopiesAndAssignmentsLoseNoCount) {
+/// Switches the mode while there is one thread alone, before and behind each test.
+class ThreadSafePointers : public testing::Test {
+ protected:
+  void SetUp() override { VFPtrInterface::enableThreadSafePointers = true; }
+  void TearDown() override { VFPtrInterface::enableThreadSafePointers = false; }
+};
+
+TEST_F(ThreadSafePointers, CopiesAndAssignmentsLoseNoCount) {
   std::array<Ptr<Shared>, 3> const objects{new Shared, new Shared, new Shared};
   onThreads([&](int index) {
     std::mt19937 random(static_cast<unsigned int>(index));
@@ -85,7 +89,7 @@ TEST(ThreadSafePointers, CopiesAndAssignmentsLoseNoCount) {
   }
 }
 
-TEST(ThreadSafePointers, TheLastReleaseOfARaceHandlesZeroOnce) {
+TEST_F(ThreadSafePointers, TheLastReleaseOfARaceHandlesZeroOnce) {
   int const before = zeros;
   constexpr int rounds = 2000;
   std::vector<Ptr<Shared>> first;
@@ -100,7 +104,7 @@ TEST(ThreadSafePointers, TheLastReleaseOfARaceHandlesZeroOnce) {
   EXPECT_EQ(alive, 0);
 }
 
-TEST(ThreadSafePointers, AnObjectKeptInItsZeroHandlingIsReleasedByAnotherThread) {
+TEST_F(ThreadSafePointers, AnObjectKeptInItsZeroHandlingIsReleasedByAnotherThread) {
   // The handling hands a reference to a thread that drops it at once, often before the handling has
   // come to its end: exactly one of the two has to destroy the object.
   constexpr int rounds = 500;
@@ -133,7 +137,7 @@ TEST(ThreadSafePointers, AnObjectKeptInItsZeroHandlingIsReleasedByAnotherThread)
   EXPECT_LE(zeros - before, 2 * rounds);
 }
 
-TEST(ThreadSafePointers, StringBodiesAreReadAndHashedByAll) {
+TEST_F(ThreadSafePointers, StringBodiesAreReadAndHashedByAll) {
   std::vector<String8> const texts{String8(), String8("one"), String8("two of them"),
                                    String8(std::string(300, 'x'))};
   std::array<std::uint32_t, threadCount> sums{};
@@ -156,7 +160,7 @@ class Item : public ValueMember<Item, unsigned int, unsigned int> {
   using ValueMember::ValueMember;
 };
 
-TEST(ThreadSafePointers, AMemberOutlivesItsRemovalInTheHandsOfOthers) {
+TEST_F(ThreadSafePointers, AMemberOutlivesItsRemovalInTheHandsOfOthers) {
   HashMap<Item, unsigned int> map;
   for (unsigned int key = 0; key < 512; ++key) map.newMember(new Item(key, key * 3));
   std::vector<Ptr<Item>> members;
