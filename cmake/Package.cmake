@@ -21,5 +21,6 @@ install(DIRECTORY schema/ DESTINATION ${shareDir}/schema FILES_MATCHING PATTERN 
 install(DIRECTORY moxc/ DESTINATION ${shareDir}/moxc
         FILES_MATCHING PATTERN "*.py" PATTERN "*.j2" PATTERN "__pycache__" EXCLUDE)
 
+file(RELATIVE_PATH pkgconfigToPrefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/InvArad.pc.in InvArad.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/InvArad.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

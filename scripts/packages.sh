@@ -27,6 +27,7 @@ needsBuildTools() {
 needsTestTools() {
   needs libgtest-dev test -e /usr/include/gtest/gtest.h
   needs libgmock-dev test -e /usr/include/gmock/gmock.h
+  needs libbenchmark-dev test -e /usr/include/benchmark/benchmark.h
   needs pkg-config command -v pkg-config
 }
 
