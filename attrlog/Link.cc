@@ -50,7 +50,7 @@ void Link::service(std::uint64_t nowMs) {
   try {
     turn(nowMs);
   } catch (std::exception const& failure) {
-    endIs(End::failed, std::string("log: ") + failure.what());
+    endIs(End::failed, failure.what());
   }
   if (end_ != End::none) tearDown();
   demuxer_->emptyGraveyard();
@@ -85,10 +85,10 @@ void Link::receive() {
     bytesReceived_ += result.count;
     budget -= result.count;
     if (result.state == ByteResult::State::failed) {
-      endIs(End::failed, "log: " + bytes_->error());
+      endIs(End::failed, bytes_->error());
     } else if (result.state == ByteResult::State::end) {
-      endIs(End::peer, state_ == State::greeting ? "log: closed by the peer before its greeting"
-                                                 : "log: closed by the peer");
+      endIs(End::peer, state_ == State::greeting ? "closed by the peer before its greeting"
+                                                 : "closed by the peer");
     }
     if (result.count < size) return;
   }
@@ -111,7 +111,7 @@ void Link::flush() {
     bytesSent_ += result.count;
     if (result.state == ByteResult::State::failed) {
       isWriteBroken_ = true;
-      endIs(End::failed, "log: " + bytes_->error());
+      endIs(End::failed, bytes_->error());
     }
     if (result.count == 0) return;
   }

@@ -62,7 +62,7 @@ void Session::handleGreeted(Link& link) {
       continue;
     }
     // At once: the older link may stand in the way of the roots that come next.
-    older->closeIs("log: replaced by a newer connection of the same peer");
+    older->closeIs("replaced by a newer connection of the same peer");
     older->tearDown();
   }
   report(link, "connected");

@@ -1,0 +1,46 @@
+// The options of an endpoint.
+#include "tools/common/Endpoint.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <iostream>
+
+namespace Tools {
+
+std::string defaultSocketPath() {
+  char const* const directory = std::getenv("XDG_RUNTIME_DIR");
+  if (directory && *directory) return std::string(directory) + "/inventoryd.sock";
+  return "/tmp/inventoryd-" + std::to_string(::getuid()) + ".sock";
+}
+
+void Endpoint::optionsTo(CLI::App& app) {
+  auto* const unixOption =
+      app.add_option("--unix", unixPath, "Unix socket (default " + defaultSocketPath() + ")");
+  auto* const tcpOption = app.add_option("--tcp", tcp, "HOST:PORT; loopback without a host");
+  unixOption->type_name("PATH")->excludes(tcpOption);
+  tcpOption->type_name("HOST:PORT");
+}
+
+Mox::NboAttrLog::SocketAddress Endpoint::address() const {
+  using Mox::NboAttrLog::SocketAddress;
+  if (!tcp.empty()) return SocketAddress::tcp(tcp);
+  return SocketAddress::unixPath(unixPath.empty() ? defaultSocketPath() : unixPath);
+}
+
+int parseCommandLine(CLI::App& app, int argc, char** argv) {
+  try {
+    app.parse(argc, argv);
+    return -1;
+  } catch (CLI::ParseError const& failure) {
+    if (failure.get_exit_code() == 0) return app.exit(failure);
+    std::string text = failure.what();
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    for (char& c : text) c = c == '\n' ? ' ' : c;
+    std::cerr << app.get_name() << ": " << text << " (--help tells more)\n";
+    return 2;
+  }
+}
+
+}  // namespace Tools

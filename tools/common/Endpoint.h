@@ -1,0 +1,31 @@
+// Where inventoryd listens and inventoryctl connects: the options that both have.
+#pragma once
+
+#include <string>
+
+#include "transport/SocketAddress.h"
+
+namespace CLI {
+class App;
+}
+
+namespace Tools {
+
+/// `inventoryd.sock` in $XDG_RUNTIME_DIR; without that `/tmp/inventoryd-UID.sock`.
+std::string defaultSocketPath();
+
+struct Endpoint {
+  std::string unixPath;
+  std::string tcp;
+
+  /// Adds `--unix` and `--tcp`, of which one at most may be given.
+  void optionsTo(CLI::App& app);
+  /// Throws TransportError for a `--tcp` that can't be read.
+  Mox::NboAttrLog::SocketAddress address() const;
+};
+
+/// Reads the command line. -1: go on; else the exit code: 0 after help, 2 after one line on
+/// standard error.
+int parseCommandLine(CLI::App& app, int argc, char** argv);
+
+}  // namespace Tools
