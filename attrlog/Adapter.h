@@ -144,8 +144,7 @@ Ptr<Sa> adapterIs(X& entity, PtrInterface::NotifieeConst::Mox_BitSet flags, unsi
     }
     entity.moxNboAttrLogSaDel(Ptr<Out const>(out));
   }
-  Ptr<Sa> made(
-      new typename X::MoxNboAttrLogSa(flags, Ptr<X>(&entity), version, out, channel));
+  Ptr<Sa> made(new typename X::MoxNboAttrLogSa(flags, Ptr<X>(&entity), version, out, channel));
   made->hasNotificationActiveIs(true);
   return made;
 }

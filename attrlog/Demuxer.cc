@@ -43,9 +43,7 @@ class ApplyingAnchor {
 }  // namespace
 
 Demuxer::Demuxer(LinkOptions const& options)
-    : options_(options),
-      out_(new Out(this, options.outCapacity)),
-      in_(new In(this)) {
+    : options_(options), out_(new Out(this, options.outCapacity)), in_(new In(this)) {
   globalNboAttrLogDemuxerManager().demuxerIs(this);
 }
 
@@ -404,10 +402,17 @@ void Demuxer::dispatch(Frame const& frame) {
         dispatchMessage(frame);
       }
       break;
-    case FrameKind::marker: dispatchMarker(frame); break;
-    case FrameKind::complete: dispatchComplete(frame); break;
-    case FrameKind::error: dispatchError(frame); break;
-    case FrameKind::ack: break;
+    case FrameKind::marker:
+      dispatchMarker(frame);
+      break;
+    case FrameKind::complete:
+      dispatchComplete(frame);
+      break;
+    case FrameKind::error:
+      dispatchError(frame);
+      break;
+    case FrameKind::ack:
+      break;
   }
 }
 
@@ -469,7 +474,9 @@ void Demuxer::dispatchMarker(Frame const& frame) {
       permitted = row && row->isCollection() && openTransaction == frame.attributeId &&
                   !(valueOpen && open->aid() == frame.attributeId);
       break;
-    case Type::abort: permitted = row && row->isInPieces(); break;
+    case Type::abort:
+      permitted = row && row->isInPieces();
+      break;
   }
   if (!permitted || in_->bytesAvailable() != 0) throw StreamException(StreamError::badMarker);
   Ptr<Entity> entity = adapter->moxNotifierEntity();
@@ -508,10 +515,10 @@ void Demuxer::dispatchComplete(Frame const& frame) {
 void Demuxer::dispatchError(Frame const& frame) {
   in_->payloadIs(frame.payload, frame.payloadSize);
   String8 text = in_->nextString();
-  auto const code = frame.attributeId > 0 &&
-                            frame.attributeId <= static_cast<AttributeId>(StreamError::badValue)
-                        ? static_cast<StreamError>(frame.attributeId)
-                        : StreamError::badHeader;
+  auto const code =
+      frame.attributeId > 0 && frame.attributeId <= static_cast<AttributeId>(StreamError::badValue)
+          ? static_cast<StreamError>(frame.attributeId)
+          : StreamError::badHeader;
   errorCode_ = code;
   error_ = "log: refused by the peer: " + std::string(text.charPtr(), text.length());
 }
@@ -526,7 +533,8 @@ void Demuxer::dispatchOrphan(Frame const& frame) {
   if (frame.attributeId != orphanAttribute) throw StreamException(StreamError::badOrphan);
 
   auto const section = [this](Section wanted, auto const& read) {
-    if (static_cast<Section>(in_->nextU8()) != wanted) throw StreamException(StreamError::badOrphan);
+    if (static_cast<Section>(in_->nextU8()) != wanted)
+      throw StreamException(StreamError::badOrphan);
     std::size_t const size = in_->nextU32();
     unsigned char const* const end = in_->endMark();
     if (size > in_->bytesAvailable()) throw StreamException(StreamError::badOrphan);
@@ -581,9 +589,8 @@ void Demuxer::dispatchOrphan(Frame const& frame) {
 // Roots.
 
 std::uint32_t Demuxer::rootFlags(bool exported) const {
-  bool const writable =
-      exported ? options_.grantsWrite && (peer_.bits & Greeting::wantsWrite) != 0
-               : options_.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0;
+  bool const writable = exported ? options_.grantsWrite && (peer_.bits & Greeting::wantsWrite) != 0
+                                 : options_.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0;
   std::uint32_t flags = weakReference;
   if (exported) {
     if (!writable) flags |= readOnlyRemote;
@@ -635,9 +642,7 @@ void Demuxer::exportsDone() {
   exportWaiting();
 }
 
-bool Demuxer::inStep() const {
-  return mode_ == Mode::running && peerExportsDone_ && holds_ == 0;
-}
+bool Demuxer::inStep() const { return mode_ == Mode::running && peerExportsDone_ && holds_ == 0; }
 
 // Life.
 

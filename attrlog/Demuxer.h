@@ -25,10 +25,10 @@ namespace Mox::NboAttrLog {
 
 /// What one end of a connection is ready to do.
 struct LinkOptions {
-  std::string name = "peer";         ///< told to the peer, and used in reports
-  bool grantsWrite = false;          ///< the peer may write what this end exports
-  bool wantsWrite = false;           ///< this end writes what it imports
-  bool schemaStrict = true;          ///< refuse a peer of another schema
+  std::string name = "peer";  ///< told to the peer, and used in reports
+  bool grantsWrite = false;   ///< the peer may write what this end exports
+  bool wantsWrite = false;    ///< this end writes what it imports
+  bool schemaStrict = true;   ///< refuse a peer of another schema
   std::uint64_t schemaHash = 0;
   std::size_t outCapacity = defaultCapacity;
   std::uint64_t greetingTimeoutMs = 10000;
@@ -38,7 +38,7 @@ struct LinkOptions {
 struct LinkStats {
   std::uint64_t framesSent = 0;
   std::uint64_t framesReceived = 0;
-  std::uint64_t bytesSent = 0;      ///< the link's count, as the next one
+  std::uint64_t bytesSent = 0;  ///< the link's count, as the next one
   std::uint64_t bytesReceived = 0;
   std::uint64_t strays = 0;
   std::uint64_t unknownEnums = 0;

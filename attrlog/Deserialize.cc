@@ -54,9 +54,9 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
     if (adapter.hasFlag(readOnlyRemote) && !adapter.readOnlyRemoteOk(attribute) &&
         !adapter.convertedToWritable(false)) {
       Demuxer const* demuxer = adapter.streamDemuxer();
-      throwInternalException("write-update from readonly proxy: " +
-                             adapter.rawEntity()->fullName() + " peerName: " +
-                             String8(demuxer ? demuxer->peerName().c_str() : ""));
+      throwInternalException(
+          "write-update from readonly proxy: " + adapter.rawEntity()->fullName() +
+          " peerName: " + String8(demuxer ? demuxer->peerName().c_str() : ""));
     }
   }
   MessageIn message{adapter, from, attribute, length, reflect, Ptr<FlowIn>()};
@@ -128,7 +128,8 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
   if (!row) return true;
   switch (row->form) {
     case AttrForm::plain:
-    case AttrForm::reference: return true;
+    case AttrForm::reference:
+      return true;
     case AttrForm::pieces:
       if (!flowIn || flowIn->aid() != attribute) return false;
       if (kind != Kind::begin) {
@@ -139,8 +140,7 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
     case AttrForm::singleton: {
       Ptr<Entity> const child = row->child(adapter);
       if (!child) return true;
-      Ptr<Sa> const childAdapter =
-          child->moxNboAttrLogSa(Ptr<Out const>(adapter.nboAttrLogOut()));
+      Ptr<Sa> const childAdapter = child->moxNboAttrLogSa(Ptr<Out const>(adapter.nboAttrLogOut()));
       if (childAdapter && kind == Kind::begin) childAdapter->flagsIs(boundByTransaction, true);
       return true;
     }
@@ -155,7 +155,9 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
       row->sweep(adapter, kind);
       return true;
     case AttrForm::entities:
-    case AttrForm::valuesById: row->sweep(adapter, kind); return true;
+    case AttrForm::valuesById:
+      row->sweep(adapter, kind);
+      return true;
   }
   return true;
 }

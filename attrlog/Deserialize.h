@@ -50,9 +50,8 @@ void readScalar(MessageIn& message) {
 
 template <class D>
 void readPiecesOf(MessageIn& message) {
-  readPieces(message, D::row(), [](Sa& adapter, String8 const& value) {
-    D::set(entityOf<D>(adapter), value);
-  });
+  readPieces(message, D::row(),
+             [](Sa& adapter, String8 const& value) { D::set(entityOf<D>(adapter), value); });
 }
 
 /// The mark goes from what the messages name.
@@ -132,8 +131,7 @@ Args readArgs(In& in) {
 
 template <class D>
 auto applyArgs(Sa& adapter, typename D::Args const& args) {
-  return std::apply(
-      [&](auto const&... arg) { return D::is(entityOf<D>(adapter), arg...); }, args);
+  return std::apply([&](auto const&... arg) { return D::is(entityOf<D>(adapter), arg...); }, args);
 }
 
 /// A child of a collection. The id is only looked at: the adapter that binds the child takes it.

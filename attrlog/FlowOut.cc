@@ -2,8 +2,8 @@
 #include "attrlog/FlowOut.h"
 
 #include "Mox/Assertion.h"
-#include "attrlog/FlowIn.h"
 #include "Mox/NboAttrLogFlow.h"
+#include "attrlog/FlowIn.h"
 
 namespace Mox::NboAttrLog {
 

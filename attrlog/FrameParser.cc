@@ -16,21 +16,36 @@ constexpr std::size_t nameOffset = greetingFixedSize;
 
 char const* streamErrorName(StreamError code) {
   switch (code) {
-    case StreamError::none: return "none";
-    case StreamError::badGreeting: return "BadGreeting";
-    case StreamError::badVersion: return "BadVersion";
-    case StreamError::badSchema: return "BadSchema";
-    case StreamError::badHeader: return "BadHeader";
-    case StreamError::tooLong: return "TooLong";
-    case StreamError::badToken: return "BadToken";
-    case StreamError::badLength: return "BadLength";
-    case StreamError::badAck: return "BadAck";
-    case StreamError::badId: return "BadId";
-    case StreamError::badOrphan: return "BadOrphan";
-    case StreamError::badPiece: return "BadPiece";
-    case StreamError::badMarker: return "BadMarker";
-    case StreamError::notPermitted: return "NotPermitted";
-    case StreamError::badValue: return "BadValue";
+    case StreamError::none:
+      return "none";
+    case StreamError::badGreeting:
+      return "BadGreeting";
+    case StreamError::badVersion:
+      return "BadVersion";
+    case StreamError::badSchema:
+      return "BadSchema";
+    case StreamError::badHeader:
+      return "BadHeader";
+    case StreamError::tooLong:
+      return "TooLong";
+    case StreamError::badToken:
+      return "BadToken";
+    case StreamError::badLength:
+      return "BadLength";
+    case StreamError::badAck:
+      return "BadAck";
+    case StreamError::badId:
+      return "BadId";
+    case StreamError::badOrphan:
+      return "BadOrphan";
+    case StreamError::badPiece:
+      return "BadPiece";
+    case StreamError::badMarker:
+      return "BadMarker";
+    case StreamError::notPermitted:
+      return "NotPermitted";
+    case StreamError::badValue:
+      return "BadValue";
   }
   return "unknown";
 }

@@ -59,9 +59,7 @@ constexpr AttrRow piecesRow() {
   row.text = [](Sa& adapter) { return D::get(entityOf<D>(adapter)); };
   row.tell = &tellScalar<D>;
   row.read = &readPiecesOf<D>;
-  row.freeSlots = [](FlowOut& flowOut) {
-    moxFlowOutValueDeq<String8::IteratorConst>(flowOut);
-  };
+  row.freeSlots = [](FlowOut& flowOut) { moxFlowOutValueDeq<String8::IteratorConst>(flowOut); };
   return row;
 }
 
@@ -76,8 +74,8 @@ constexpr AttrRow singletonRow() {
   row.tell = &tellScalar<D>;
   row.read = &readSingleton<D>;
   row.readDel = &readSingletonDel<D>;
-  row.remount = [](Sa& adapter) {
-    childAdapterDel(adapter, Ptr<Entity>(D::get(entityOf<D>(adapter))));
+  row.remount = [](Sa& adapter, Entity& entity) {
+    childAdapterDel(adapter, Ptr<Entity>(D::get(static_cast<typename D::Entity&>(entity))));
   };
   return row;
 }
@@ -91,9 +89,7 @@ constexpr AttrRow collectionRow(AttrForm form) {
     return D::dirtyKeys(static_cast<typename D::FlowOut&>(flowOut)).size() != 0;
   };
   row.sweep = &sweepMembers<D>;
-  row.freeSlots = [](FlowOut& flowOut) {
-    moxFlowOutBookmarkDeq<typename D::Key>(flowOut);
-  };
+  row.freeSlots = [](FlowOut& flowOut) { moxFlowOutBookmarkDeq<typename D::Key>(flowOut); };
   return row;
 }
 
@@ -102,8 +98,8 @@ constexpr AttrRow childCollectionRow() {
   AttrRow row = collectionRow<D>(AttrForm::entities);
   row.read = &readChildKey<D>;
   row.walk = &serializeChildren<D>;
-  row.remount = [](Sa& adapter) {
-    for (auto member = D::begin(entityOf<D>(adapter)); member; ++member) {
+  row.remount = [](Sa& adapter, Entity& entity) {
+    for (auto member = D::begin(static_cast<typename D::Entity&>(entity)); member; ++member) {
       childAdapterDel(adapter, Ptr<Entity>(D::childOf(*member)));
     }
   };

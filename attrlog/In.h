@@ -79,9 +79,7 @@ class ByteConnection::In : public Connection::In {
   String8 nextString();
 
  private:
-  std::uint64_t number(std::size_t width) {
-    return NboAttrLog::getBytes(take(width), width);
-  }
+  std::uint64_t number(std::size_t width) { return NboAttrLog::getBytes(take(width), width); }
 };
 
 class Entity;

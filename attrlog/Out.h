@@ -141,11 +141,11 @@ class Out : public Connection::Out {
 
 template <class T>
 concept WireUnsigned = std::is_same_v<T, unsigned char> || std::is_same_v<T, unsigned short> ||
-                       std::is_same_v<T, unsigned int> || std::is_same_v<T, unsigned long long>;
+    std::is_same_v<T, unsigned int> || std::is_same_v<T, unsigned long long>;
 
 template <class T>
-  requires WireUnsigned<T>
-Ptr<Out> const& operator<<(Ptr<Out> const& out, T value) {
+requires WireUnsigned<T> Ptr<Out>
+const& operator<<(Ptr<Out> const& out, T value) {
   out->numberIs(value, sizeof(T));
   return out;
 }

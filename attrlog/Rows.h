@@ -69,8 +69,9 @@ struct AttrRow {
   void (*sweep)(Sa&, StreamAdapter::AttrTransactionType);
   /// Releases the slots of a stopped flow-out that stands at this attribute.
   void (*freeSlots)(FlowOut&);
-  /// Owning attributes: parts every child's adapter from the connection.
-  void (*remount)(Sa&);
+  /// Owning attributes: parts every child's adapter from the connection. The adapter has been
+  /// parted already and knows its entity no more.
+  void (*remount)(Sa&, Entity&);
 
   bool isCollection() const { return form >= AttrForm::entities; }
   bool isInPieces() const { return form == AttrForm::pieces || form == AttrForm::valuesByString; }

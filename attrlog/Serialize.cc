@@ -207,9 +207,8 @@ bool serializePieces(Sa& adapter, AttrRow const& row) {
 void bindChild(Sa& parent, Ptr<Entity> const& child) {
   Ptr<Out> const& out = parent.nboAttrLogOut();
   Ptr<In> reverse = out->reverseLog();
-  Ptr<Sa> adapter =
-      child->moxNboAttrLogSaIs(PtrInterface::NotifieeConst::Mox_BitSet(parent.childFlags()), 1,
-                               out, parent.channel());
+  Ptr<Sa> adapter = child->moxNboAttrLogSaIs(
+      PtrInterface::NotifieeConst::Mox_BitSet(parent.childFlags()), 1, out, parent.channel());
   // The id is only looked at: the demuxer steps over it.
   unsigned char const* const position = reverse->position();
   EntityId const id = reverse->nextEntityId();
@@ -311,7 +310,8 @@ bool flowOutStep(Sa& adapter, FlowOut& flowOut, AttrRow const& row) {
     }
     case AttrForm::entities:
     case AttrForm::valuesById:
-    case AttrForm::valuesByString: return row.walk(adapter);
+    case AttrForm::valuesByString:
+      return row.walk(adapter);
   }
   return true;
 }
@@ -383,9 +383,9 @@ void markFrom(TypeRows const& type, FlowOut& flowOut, AttributeId start) {
   }
 }
 
-void remountChildren(Sa& adapter, TypeRows const& type) {
+void remountChildren(Sa& adapter, Entity& entity, TypeRows const& type) {
   for (AttrRow const& row : type) {
-    if (row.ownsChildren()) row.remount(adapter);
+    if (row.ownsChildren()) row.remount(adapter, entity);
   }
 }
 

@@ -67,7 +67,7 @@ AttributeId attrFlowOut(Sa& adapter, TypeRows const& type, AttributeId start,
 void instantiateSerialize(Sa& adapter, TypeRows const& type);
 void freeResyncState(TypeRows const& type, FlowOut& flowOut);
 bool hasDirtyAttributes(TypeRows const& type, FlowOut& flowOut);
-void remountChildren(Sa& adapter, TypeRows const& type);
+void remountChildren(Sa& adapter, Entity& entity, TypeRows const& type);
 /// Marks the attributes of a new FlowOut by its threshold.
 void markFrom(TypeRows const& type, FlowOut& flowOut, AttributeId start);
 

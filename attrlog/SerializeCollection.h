@@ -47,8 +47,7 @@ typename D::FlowOut* markKey(Sa& adapter, typename D::Key const& key) {
 /// Tells a noted change of a key again when the message in hand is through.
 template <class D>
 void noteKey(Sa& adapter, typename D::Key const& key) {
-  adapter.streamDemuxer()->noteSlot(
-      adapter, [&adapter, key] { D::row().tell(adapter, &key); });
+  adapter.streamDemuxer()->noteSlot(adapter, [&adapter, key] { D::row().tell(adapter, &key); });
 }
 
 /// A header for a key's message, and its begin token and key.
@@ -142,9 +141,9 @@ bool serializeStringKey(Sa& adapter, String8 const& key, String8 const& value, b
   bool const scheduled = adapter.hasFlag(inScheduledRun);
 
   auto* flowOut = adapter.hasFlag(noFlowOut) ? nullptr : flowOutOf<D>(adapter);
-  std::size_t const estimate =
-      deleted ? pessimisticMessageSizeEstimate(key.length())
-              : pessimisticMessageSizeEstimate(key.length(), value.length());
+  std::size_t const estimate = deleted
+                                   ? pessimisticMessageSizeEstimate(key.length())
+                                   : pessimisticMessageSizeEstimate(key.length(), value.length());
   bool const shortOfBuffer =
       !out->hasBuffer() || out->freeSpace() < estimate + out->bufferBlockSize();
   if (pessimisticMessageSizeEstimate(key.length()) >= out->bufferBlockSize()) {
@@ -253,12 +252,13 @@ bool walkMembers(Sa& adapter, Step const& step, typename D::FlowOut* flowOut, bo
       break;
     }
   }
-  if (!stopped) {
+  // The member in hand is done, unless it still waits for an id.
+  if (stopped && !blocked) ++member;
+  // No end marker behind a value that is still open: the caller sees to that first.
+  if (!stopped || (!member && flowOut->valueIterKey() != nullptr)) {
     members = true;
     return true;
   }
-  // The member in hand is done, unless it still waits for an id.
-  if (!blocked) ++member;
   if (member) {
     moxFlowOutBookmarkEnq(*flowOut, member.key());
     return false;
@@ -397,8 +397,8 @@ bool serializeStrings(Sa& adapter) {
       return false;
     }
   }
-  return walkDirtyKeys<D>(
-      adapter, [&](String8 const& key) { return serializeStringOf<D>(adapter, key); });
+  return walkDirtyKeys<D>(adapter,
+                          [&](String8 const& key) { return serializeStringOf<D>(adapter, key); });
 }
 
 }  // namespace Mox::NboAttrLog

@@ -95,8 +95,8 @@ AttributeId Entity::MoxNboAttrLogSa::handleAttrFlowOut(AttributeId) { return 0; 
 
 void Entity::MoxNboAttrLogSa::doNotification(AttributeId, void const*) {}
 
-void Entity::MoxNboAttrLogSa::handleAttrTransaction(AttributeId attribute,
-                                                    AttrTransactionType type, unsigned int) {
+void Entity::MoxNboAttrLogSa::handleAttrTransaction(AttributeId attribute, AttrTransactionType type,
+                                                    unsigned int) {
   NboAttrLog::Demuxer* owner = streamDemuxer();
   Ptr<NboAttrLog::FlowIn> const flowIn =
       owner ? owner->flowIn(entityId()) : Ptr<NboAttrLog::FlowIn>();
@@ -160,8 +160,7 @@ bool Entity::MoxNboAttrLogSa::prepareImmediateTransmission(AttributeId attribute
   return row && row->form == AttrForm::plain && !shortOfBuffer && !hasFlag(NboAttrLog::deferAll);
 }
 
-void Entity::MoxNboAttrLogSa::sendTransactionMarker(AttributeId attribute,
-                                                    AttrTransactionType type,
+void Entity::MoxNboAttrLogSa::sendTransactionMarker(AttributeId attribute, AttrTransactionType type,
                                                     unsigned int number) {
   NboAttrLog::MsgHeader header;
   header.entityId = entityId();

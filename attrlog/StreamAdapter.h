@@ -32,14 +32,14 @@ enum AdapterFlag : std::uint32_t {
   boundByTransaction = 1u << 5,  ///< silent until its id is settled
   weakReference = 1u << 6,
   writingOff = 1u << 8,
-  applyingSync = 1u << 13,      ///< a sync message is being applied
+  applyingSync = 1u << 13,  ///< a sync message is being applied
   registrationMemory = 1u << 19,
-  noFlowOut = 1u << 20,         ///< exactly while the adapter has no FlowOut
-  inScheduledRun = 1u << 22,    ///< exactly during a scheduled flow-out of this adapter
-  notAuthority = 1u << 23,      ///< this end imported the entity
-  needsNoCreation = 1u << 25,   ///< announced or bound: no creation message is owed
-  writingOn = 1u << 26,         ///< announced or bound, and not retired
-  deferAll = 1u << 27,          ///< mark every change, send none
+  noFlowOut = 1u << 20,        ///< exactly while the adapter has no FlowOut
+  inScheduledRun = 1u << 22,   ///< exactly during a scheduled flow-out of this adapter
+  notAuthority = 1u << 23,     ///< this end imported the entity
+  needsNoCreation = 1u << 25,  ///< announced or bound: no creation message is owed
+  writingOn = 1u << 26,        ///< announced or bound, and not retired
+  deferAll = 1u << 27,         ///< mark every change, send none
 };
 
 /// The mounts of two directories that a flow-out joins; both empty here.
@@ -96,8 +96,7 @@ class StreamAdapter : public PtrInterface::Notifiee {
   /// Applies one message about `attribute`, whose payload has `length` bytes. `in` empty: applied
   /// to the entity; not empty: read and reflected with this end's value.
   virtual void handleAttrDeserialization(AttributeId attribute,
-                                         DeserializationOptions const& options,
-                                         unsigned int length,
+                                         DeserializationOptions const& options, unsigned int length,
                                          Ptr<NboAttrLog::In> const& in) = 0;
   virtual void handleAttrTransaction(AttributeId attribute, AttrTransactionType type,
                                      unsigned int number) = 0;

@@ -27,7 +27,7 @@ template <class T>
 struct WireValue;
 
 template <class T>
-  requires WireUnsigned<T> || std::same_as<T, bool>
+requires WireUnsigned<T> || std::same_as<T, bool>
 struct WireValue<T> {
   static constexpr std::uint32_t fixedLength = sizeof(T) <= 4 ? sizeof(T) : 0;
   static void write(Ptr<Out> const& out, T value) { out << value; }
@@ -55,7 +55,7 @@ struct WireValue<double> {
 };
 
 template <class T>
-  requires std::same_as<T, String8> || std::same_as<T, Name>
+requires std::same_as<T, String8> || std::same_as<T, Name>
 struct WireValue<T> {
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, T const& value) { out << String8(value); }
@@ -63,8 +63,7 @@ struct WireValue<T> {
 };
 
 template <class T>
-  requires T::isMoxIdentifier
-struct WireValue<T> {
+requires T::isMoxIdentifier struct WireValue<T> {
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, T value) { out << value.value(); }
   static T read(In& in) { return T(WireValue<typename T::NumberType>::read(in)); }

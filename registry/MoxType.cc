@@ -19,9 +19,8 @@ MoxType::MoxType(Name const& name, MoxType const* base) : Entity(name), base_(ba
 MoxType::~MoxType() = default;
 
 Ptr<Entity> MoxType::newEntity(Name const&, Dir*) const { return {}; }
-Ptr<Entity> MoxType::newEntity(Ptr<NboAttrLog::In> const&,
-                               PtrInterface::NotifieeConst::Mox_BitSet, unsigned int,
-                               PtrInterface*) const {
+Ptr<Entity> MoxType::newEntity(Ptr<NboAttrLog::In> const&, PtrInterface::NotifieeConst::Mox_BitSet,
+                               unsigned int, PtrInterface*) const {
   return {};
 }
 

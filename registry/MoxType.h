@@ -29,8 +29,8 @@ class MoxType : public Entity {
   /// A new entity whose constructor arguments are read from `in`. Null for a type that is only a
   /// base. Throws what the arguments' types throw, before anything is allocated.
   virtual Ptr<Entity> newEntity(Ptr<NboAttrLog::In> const& in,
-                                PtrInterface::NotifieeConst::Mox_BitSet flags,
-                                unsigned int version, PtrInterface* parent) const;
+                                PtrInterface::NotifieeConst::Mox_BitSet flags, unsigned int version,
+                                PtrInterface* parent) const;
   /// True for a type whose entities stand in a directory.
   virtual bool isRootType() const { return false; }
   /// The attributes as text.

@@ -1,0 +1,133 @@
+// Two processes' worth of attribute log in one: a tree on one end, its copy on the other, joined in
+// memory with chosen pieces. Tests change the one and compare both as text.
+#pragma once
+
+#include <InvArad.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "attrlog/Link.h"
+#include "attrlog/Session.h"
+#include "model/TypeText.h"
+#include "registry/MoxType.h"
+#include "transport/MemoryLink.h"
+
+namespace Mox::NboAttrLog::test {
+
+/// Every value of a tree, a line each, in an order that depends on nothing else.
+inline void treeText(Entity const& entity, std::string const& path, std::ostream& out) {
+  out << path << "\n";
+  entity.fwkType()->typeText()->forEach([&](AttributeText const& attribute) {
+    std::string const place = path + "." + attribute.name;
+    switch (attribute.form) {
+      case AttributeText::Form::scalar:
+        out << place << "=" << attribute.value(entity).view() << "\n";
+        break;
+      case AttributeText::Form::child:
+        if (Ptr<Entity> child = attribute.child(entity)) {
+          out << place << " name " << child->name().view() << "\n";
+          treeText(**child, place, out);
+        }
+        break;
+      case AttributeText::Form::values:
+      case AttributeText::Form::children: {
+        std::map<std::string, MemberText> members;
+        attribute.members(entity, [&](MemberText const& member) {
+          members.emplace(std::string(member.key.view()), member);
+        });
+        for (auto const& [key, member] : members) {
+          std::string const memberPlace = place + "[" + key + "]";
+          if (member.child) {
+            out << memberPlace << " name " << member.child->name().view() << "\n";
+            treeText(**member.child, memberPlace, out);
+          } else {
+            out << memberPlace << "=" << member.value.view() << "\n";
+          }
+        }
+        break;
+      }
+    }
+  });
+}
+
+inline std::string treeText(Ptr<Entity> const& root) {
+  std::ostringstream out;
+  if (root) treeText(**root, "root", out);
+  return out.str();
+}
+
+/// Two sessions and the pipe between them. The exporter's tree is mirrored into `dir`.
+class Mirror {
+ public:
+  explicit Mirror(Ptr<Entity> const& root, LinkOptions const& options = {})
+      : root_(root),
+        exporter_("exporter", options),
+        importer_("importer", options),
+        dir(new Dir(Name("import"))) {
+    exporter_.exportIs(root);
+    exporter_.exportsDone();
+    importer_.importDirIs(dir);
+    exporter_.onClosed([this](Link&, std::string const& why) { exporterClosed = why; });
+    importer_.onClosed([this](Link&, std::string const& why) { importerClosed = why; });
+  }
+
+  void connect(std::size_t piece = MemoryPipe::unlimited, std::size_t capacity = 65536) {
+    auto ends = MemoryLink::pair(capacity, piece);
+    toImporter = ends.first->out();
+    toExporter = ends.first->in();
+    exporterLink = exporter_.linkIs(std::move(ends.first));
+    importerLink = importer_.linkIs(std::move(ends.second));
+  }
+  void cut() {
+    toImporter->isCut = toExporter->isCut = true;
+    turn();
+    turn();
+  }
+  void turn() {
+    exporter_.service(now_);
+    importer_.service(now_);
+  }
+  /// Turns until nothing moves any more.
+  void settle(int mostTurns = 1000000) {
+    for (int still = 0; still < 3 && mostTurns > 0; --mostTurns) {
+      std::uint64_t const before = moved();
+      turn();
+      still = moved() == before ? still + 1 : 0;
+    }
+  }
+
+  Ptr<Entity> root() const { return root_; }
+  Ptr<Entity> copy() const {
+    Ptr<Dir::Entry> const entry = dir->entry(root_->name());
+    return entry ? entry->target() : Ptr<Entity>();
+  }
+  Demuxer& out() { return exporterLink->demuxer(); }
+  Demuxer& in() { return importerLink->demuxer(); }
+
+ private:
+  std::uint64_t moved() const {
+    return exporterLink->stats().bytesSent + importerLink->stats().bytesReceived +
+           importerLink->stats().bytesSent + importerLink->stats().framesReceived;
+  }
+
+  Ptr<Entity> root_;
+  Session exporter_;
+  Session importer_;
+  std::uint64_t now_ = 1;
+
+ public:
+  Ptr<Dir> dir;
+  Ptr<Link> exporterLink;
+  Ptr<Link> importerLink;
+  std::shared_ptr<MemoryPipe> toImporter;
+  std::shared_ptr<MemoryPipe> toExporter;
+  std::string exporterClosed;
+  std::string importerClosed;
+};
+
+}  // namespace Mox::NboAttrLog::test
