@@ -107,14 +107,13 @@ void HashMapGeneric::shrinkIfSparse() {
   if (bits_ <= smallestBits(sizing_)) return;
   if (size_ == 0) {
     releaseTable();
-    ++version_;
   } else if (size_ < (bucketCount() >> spreadOf(sizing_)) / 4) {
     bitsIs(bits_ - 1u);
   }
 }
 
-/// Doubles or halves the table. False if there is no memory for it: the map then stays as it is,
-/// slower or larger than it might be.
+/// Doubles or halves the table, within an operation that has changed the version. False if there is
+/// no memory for it: the map then stays as it is, slower or larger than it might be.
 bool HashMapGeneric::bitsIs(unsigned int bits) {
   if (bits > largestBits - 2) return false;
   auto** const fresh = new (std::nothrow) PtrInterface*[std::size_t{1} << bits];
@@ -123,7 +122,6 @@ bool HashMapGeneric::bitsIs(unsigned int bits) {
   delete[] buckets_;
   buckets_ = fresh;
   bits_ = static_cast<std::uint8_t>(bits);
-  ++version_;
   return true;
 }
 

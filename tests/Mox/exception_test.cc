@@ -89,6 +89,7 @@ TEST(Exceptions, AnExpectScopeMarksExactlyItsKindAsPlanned) {
       EXPECT_TRUE(plannedNow());
     }
     EXPECT_FALSE(plannedNow());
+    EXPECT_TRUE(NameInUseException("x").isPlanned()) << "the outer scope is open again";
     try {
       Expect const any(Exception::anyId);
       EXPECT_TRUE(plannedNow());

@@ -301,6 +301,15 @@ TEST_F(Notifiees, AMarkedSubscriberIsNotUnlinkedByItsDestructor) {
   EXPECT_EQ(board->notifieeList().version(), version);
   EXPECT_EQ(count(), 2u);
   EXPECT_EQ(next(), "b=1 ");
+
+  // Without the first step its place would stay: the mark says that the list is not to be touched.
+  static Board* abandoned;
+  abandoned = board.get();
+  abandoned->referencesInc();
+  Ptr<Actor> listed = actor("listed");
+  listed->moxMarkedForDeletionIs(true);
+  listed = nullptr;
+  EXPECT_EQ(abandoned->notifieeList().size(), 2u);
 }
 
 TEST_F(Notifiees, HostileHandlersHaveExactlyTheseTraces) {
