@@ -4,12 +4,18 @@ OUTPUTS is the one table of what is generated: add a row and a template for a ne
 """
 
 import os
+import re
 import tempfile
 from typing import NamedTuple
 
 import jinja2
 
 from checker import cppText
+
+LINE_LENGTH = 100
+
+# The form of the generated code; the run-time's model/GeneratedFormat.h must name the same.
+GENERATED_FORMAT = 1
 
 TEMPLATE_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'templates')
 
@@ -69,7 +75,8 @@ class Writer:
         for output, path, context in self._files():
             try:
                 template = self._environment.get_template(output.template)
-                text = template.render(module=self._module, outputPath=path, **context)
+                text = template.render(module=self._module, outputPath=path,
+                                       generatedFormat=GENERATED_FORMAT, **context)
             except jinja2.TemplateNotFound as failure:
                 raise TemplateError('no template %s' % failure) from failure
             except jinja2.TemplateSyntaxError as failure:
@@ -78,7 +85,8 @@ class Writer:
             except Exception as failure:  # whatever an expression in the template raises
                 place = self._templatePlace(failure) or output.template
                 raise TemplateError('%s: %s' % (place, failure)) from failure
-            rendered[path] = text
+            rendered[path] = '\n'.join(folded for line in text.split('\n')
+                                       for folded in foldLine(line))
         return rendered
 
     def write(self, outDir):
@@ -124,6 +132,47 @@ class Writer:
                 return self._path(output, type)
         raise KeyError("no row of OUTPUTS declares types of kind '%s' (%s)"
                        % (type.kind, type.qualified))
+
+
+ONE_LINE_BODY = re.compile(r'( *)(.*\)[^(){}"]*\{) ([^{}]*;) \}$')
+
+
+def foldLine(line, continuation=None):
+    """A line of C++ as lines of at most LINE_LENGTH, as far as it has a body, commas or parentheses
+    to be broken at; comments are left as they are."""
+    if len(line) <= LINE_LENGTH or line.lstrip().startswith('//'):
+        return [line]
+    body = ONE_LINE_BODY.match(line)
+    if body:
+        return (foldLine(body[1] + body[2]) + foldLine(body[1] + '  ' + body[3]) + [body[1] + '}'])
+    indent = len(line) - len(line.lstrip())
+    breaks = _breaks(line, indent)
+    if breaks is None:
+        return [line]
+    continuation = indent + 4 if continuation is None else continuation
+    return [line[:breaks].rstrip()] + foldLine(' ' * continuation + line[breaks:].lstrip(),
+                                               continuation)
+
+
+def _breaks(line, indent):
+    """Where to break: behind the last comma that fits, else the last opening parenthesis, brace or
+    equals sign. None if that would not shorten the rest."""
+    inText = False
+    best = {',': None, '(': None, '=': None}
+    for at in range(indent, min(len(line), LINE_LENGTH)):
+        char = line[at]
+        if char == '"' and line[at - 1] != '\\':
+            inText = not inText
+        elif not inText and char == ',' and line[at + 1:at + 2] == ' ':
+            best[','] = at + 1
+        elif not inText and char in '({' and line[at + 1:at + 2] not in ')}':
+            best['('] = at + 1
+        elif not inText and line[at:at + 3] == '= ' + line[at + 2:at + 3]:
+            best['='] = at + 1
+    for kind in ',(=':
+        if best[kind] is not None and best[kind] > indent + 5:
+            return best[kind]
+    return None
 
 
 def writeIfChanged(path, text):

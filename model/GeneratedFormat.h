@@ -1,0 +1,9 @@
+// The form of the code that the schema compiler makes over this run-time. Generated headers check
+// it, so that files of another version of the compiler don't meet these algorithms by accident.
+#pragma once
+
+namespace Mox {
+
+inline constexpr int generatedFormat = 1;
+
+}  // namespace Mox
