@@ -62,11 +62,6 @@ void Link::turn(std::uint64_t nowMs) {
     dispatch();
   }
   if (end_ == End::none) demuxer_->runFlowOuts([this] { flush(); });
-  // A pipe that refuses bytes may still hold the peer's last words.
-  if (isWriteBroken_) {
-    receive();
-    dispatch();
-  }
   if (!greetingDueMs_) greetingDueMs_ = nowMs + demuxer_->options().greetingTimeoutMs;
   if (state_ == State::greeting && end_ == End::none && nowMs >= *greetingDueMs_) {
     endIs(End::noGreeting, "log: no greeting within " +
@@ -74,6 +69,13 @@ void Link::turn(std::uint64_t nowMs) {
   }
   // The reason why this end refuses the stream is for the peer, too.
   flush();
+  if (isWriteBroken_) {
+    // A pipe that takes no more may still hold the peer's last words, and tells how it ended.
+    std::string const reason = bytes_->error();
+    receive();
+    dispatch();
+    endIs(End::failed, reason);
+  }
 }
 
 void Link::receive() {
@@ -109,10 +111,7 @@ void Link::flush() {
     ByteResult const result = bytes_->write(out.committed(), out.committedSize());
     out.sent(result.count);
     bytesSent_ += result.count;
-    if (result.state == ByteResult::State::failed) {
-      isWriteBroken_ = true;
-      endIs(End::failed, bytes_->error());
-    }
+    isWriteBroken_ = result.state == ByteResult::State::failed;
     if (result.count == 0) return;
   }
 }

@@ -22,8 +22,9 @@ class EntityObserver {
   virtual void handleAttribute(Entity& entity, AttributeId attribute, String8 const* key) = 0;
 };
 
-/// What a value's text is, for forms that have types of their own.
-enum class TextKind : unsigned char { text, number, boolean, word, reference };
+/// What a value's text is, for forms that have types of their own. `name` is that of a key alone and
+/// stands bare; texts, references and some words stand in apostrophes.
+enum class TextKind : unsigned char { text, number, boolean, word, reference, name };
 
 struct MemberText {
   String8 key;
@@ -42,7 +43,7 @@ struct AttributeText {
   char const* name;
   Form form;
   TextKind kind;
-  /// Collections: what the text of a key is. Names stand bare, and are words.
+  /// Collections: what the text of a key is.
   TextKind keyKind = TextKind::word;
   /// Scalar or reference: the value's text.
   String8 (*value)(Entity const&) = nullptr;

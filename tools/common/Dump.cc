@@ -145,7 +145,7 @@ class JsonDump {
       case Form::children:
         object([&](auto const& field) {
           for (MemberText const& member : sortedMembers(entity, attribute)) {
-            field(plainKey(member.key, attribute.keyKind));
+            field(plainText(member.key, attribute.keyKind));
             if (attribute.form == Form::children) {
               this->entity(**member.child);
             } else {
@@ -206,7 +206,7 @@ std::string jsonText(std::string const& text) {
 }
 
 std::string jsonValue(String8 const& text, TextKind kind) {
-  std::string const plain = plainKey(text, kind);
+  std::string const plain = plainText(text, kind);
   switch (kind) {
     case TextKind::boolean:
       return plain;
@@ -217,14 +217,15 @@ std::string jsonValue(String8 const& text, TextKind kind) {
       return plain.empty() ? "null" : jsonText(plain);
     case TextKind::text:
     case TextKind::word:
+    case TextKind::name:
       break;
   }
   return jsonText(plain);
 }
 
-std::string plainKey(String8 const& key, TextKind kind) {
-  bool const isQuoted = kind == TextKind::text || kind == TextKind::reference;
-  return toStd(isQuoted ? Mox::strepToValue<String8>(key) : key);
+std::string plainText(String8 const& text, TextKind kind) {
+  bool const isQuoted = kind != TextKind::name && text.view().starts_with('\'');
+  return toStd(isQuoted ? Mox::strepToValue<String8>(text) : text);
 }
 
 void writeDump(std::ostream& to, Mox::Dir const& roots, DumpForm form) {

@@ -51,9 +51,11 @@ std::vector<Mox::MemberText> sortedMembers(Mox::Entity const& entity,
                                            Mox::AttributeText const& attribute);
 /// The roots of a directory by name.
 std::vector<Mox::Ptr<Mox::Entity>> sortedRoots(Mox::Dir const& roots);
-/// A value's text as JSON, and the text of a key as the plain text of a JSON string.
+/// Without the apostrophes and escapes of its text form.
+std::string plainText(Mox::String8 const& text, Mox::TextKind kind);
+/// A value's text as JSON.
 std::string jsonValue(Mox::String8 const& text, Mox::TextKind kind);
+/// Any text as a JSON string.
 std::string jsonText(std::string const& text);
-std::string plainKey(Mox::String8 const& key, Mox::TextKind kind);
 
 }  // namespace Tools

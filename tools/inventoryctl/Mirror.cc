@@ -61,6 +61,8 @@ Mirror::Mirror(SocketAddress const& address, std::uint64_t timeoutMs)
       timeoutMs_(timeoutMs),
       roots_(new Mox::Dir),
       session_(ownName(), linkOptions(timeoutMs)) {
+  // Peers name the types; the linker must not leave the model out because nothing else does.
+  Inventory::Arad::AradSlice::_fwkType();
   session_.importDirIs(roots_);
   loop_.sessionIs(session_);
   try {
@@ -106,6 +108,10 @@ bool Mirror::inStepWait() {
       throw Failure(exitLost, "connection lost: nothing received for " +
                                   std::to_string(timeoutMs_ / 1000) + " s");
     }
+  }
+  if (std::uint64_t const refused = link_->stats().refusedOrphans; refused != 0 && !isStopped_) {
+    throw Failure(exitWrongProtocol, "wrong protocol: " + std::to_string(refused) +
+                                         " of the server's trees can't be mirrored");
   }
   return !isStopped_;
 }

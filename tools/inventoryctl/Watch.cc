@@ -169,7 +169,7 @@ void Watch::tellValue(Known const& known, AttributeText const& attribute, String
   }
   std::string line = "{\"event\": " + jsonText(event) + ", \"entity\": " + jsonText(known.path) +
                      ", \"attribute\": " + jsonText(attribute.name);
-  if (key) line += ", \"key\": " + jsonText(plainKey(*key, attribute.keyKind));
+  if (key) line += ", \"key\": " + jsonText(plainText(*key, attribute.keyKind));
   if (old) line += ", \"old\": " + jsonValue(String8(*old), attribute.kind);
   if (value) line += ", \"new\": " + jsonValue(String8(*value), attribute.kind);
   write_(line + "}");
