@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Installs what a script needs and the machine lacks. Sourced by demo and check.
 
 # needs PACKAGE TEST...: notes the Debian package unless the test succeeds.
