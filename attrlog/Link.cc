@@ -72,7 +72,11 @@ void Link::turn(std::uint64_t nowMs) {
   if (isWriteBroken_) {
     // A pipe that takes no more may still hold the peer's last words, and tells how it ended.
     std::string const reason = bytes_->error();
-    receive();
+    std::uint64_t const most = bytesReceived_ + readBudget;
+    for (std::uint64_t before = most; before != bytesReceived_ && bytesReceived_ < most;) {
+      before = bytesReceived_;
+      receive();
+    }
     dispatch();
     endIs(End::failed, reason);
   }

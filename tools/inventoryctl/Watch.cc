@@ -60,7 +60,8 @@ void Watch::entityIs(Ptr<Entity> const& entity, std::string const& path, bool te
   type->forEach([&](AttributeText const& attribute) {
     if (attribute.form == Form::scalar) {
       std::string const value = toStd(attribute.value(**entity));
-      valueIs(known, attribute, nullptr, &value, tells);
+      // What can be set comes as a change if it isn't what a new entity has.
+      valueIs(known, attribute, nullptr, &value, tells && !attribute.set);
     } else if (attribute.form == Form::child) {
       childIs(known, attribute, nullptr, attribute.child(**entity), tells);
     } else {

@@ -22,9 +22,10 @@ namespace Tools {
 ///     added PATH.attribute[KEY]: NEW          a collection's value
 ///     removed PATH.attribute[KEY]: OLD
 ///
-/// Behind `created` stand the values that a new entity has already, each as `added`; what stood
-/// below a deleted one isn't told. JSON: one object a line, `event` being the word above, with
-/// `entity`, `type`, `name`, `attribute`, `key`, `old` and `new` as far as they apply.
+/// Behind `created` stand, as `added`, the values that a new entity was made with and the members
+/// it has; what stood below a deleted one isn't told. JSON: one object a line, `event` being the
+/// word above, with `entity`, `type`, `name`, `attribute`, `key`, `old` and `new` as far as they
+/// apply.
 class Watch : private Mox::EntityObserver {
  public:
   using Write = std::function<void(std::string const& line)>;
