@@ -1,0 +1,439 @@
+"""inventoryd and inventoryctl as processes: equal dumps, watching, refusals, ends of either side.
+
+Nothing here sleeps to let something happen: every wait is for a line, an end or a condition, and
+gives up after LIMIT seconds.
+"""
+
+import json
+import os
+import pathlib
+import select
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+BINARY = pathlib.Path(os.environ.get('BINARY_DIR', SOURCE / 'build' / 'release')) / 'tools'
+BOARD = SOURCE / 'examples' / 'board.soc'
+DATA = SOURCE.parent / 'shared' / 'data'
+LIMIT = 60
+SMALLEST_BUFFER = '196608'
+
+
+def boards():
+    """The arguments that load each board there is."""
+    yield [str(BOARD)]
+    if (DATA / 'family-defaults.soc').exists():
+        yield ['--chip', 'BCM88650', str(DATA / 'family-defaults.soc')]
+        yield ['--chip', 'BCM88675', str(DATA / 'family-defaults.soc')]
+        yield [str(DATA / 'linecard-unit0.soc')]
+        yield [str(DATA / 'linecard-unit1.soc')]
+
+
+class Process:
+    """A program with its output read line by line."""
+
+    def __init__(self, name, *arguments, stdin=subprocess.DEVNULL):
+        self.process = subprocess.Popen([BINARY / name, *map(str, arguments)], stdin=stdin,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self._rest = {self.process.stdout: b'', self.process.stderr: b''}
+        self.errors = []
+
+    def line(self, stream=None):
+        """The next line of standard output, or of `stream`; None at its end."""
+        stream = stream or self.process.stdout
+        giveUp = time.monotonic() + LIMIT
+        while b'\n' not in self._rest[stream]:
+            if not select.select([stream], [], [], max(0, giveUp - time.monotonic()))[0]:
+                raise AssertionError('no line within %d s' % LIMIT)
+            got = os.read(stream.fileno(), 65536)
+            if not got:
+                return None
+            self._rest[stream] += got
+        line, self._rest[stream] = self._rest[stream].split(b'\n', 1)
+        return line.decode()
+
+    def errorLine(self, part):
+        """Waits for a line of standard error with `part` in it."""
+        while True:
+            line = self.line(self.process.stderr)
+            if line is None:
+                raise AssertionError('%r is not among %r' % (part, self.errors))
+            self.errors.append(line)
+            if part in line:
+                return line
+
+    def tell(self, *lines):
+        self.process.stdin.write(''.join(line + '\n' for line in lines).encode())
+        self.process.stdin.flush()
+
+    def end(self):
+        """Waits for the end: the exit code and what standard error still had."""
+        code = self.process.wait(LIMIT)
+        rest = []
+        while (line := self.line(self.process.stderr)) is not None:
+            rest.append(line)
+        return code, rest
+
+    def kill(self, number=signal.SIGKILL):
+        self.process.send_signal(number)
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait(LIMIT)
+        for stream in (self.process.stdin, self.process.stdout, self.process.stderr):
+            if stream:
+                stream.close()
+
+
+class ProgramTest(unittest.TestCase):
+
+    def setUp(self):
+        self.directory = tempfile.TemporaryDirectory(prefix='invarad-')
+        self.addCleanup(self.directory.cleanup)
+        self.path = os.path.join(self.directory.name, 'sock')
+        self.unix = ['--unix', self.path]
+
+    def start(self, name, *arguments, **options):
+        process = Process(name, *arguments, **options)
+        self.addCleanup(process.close)
+        return process
+
+    def server(self, *arguments, endpoint=None, board=BOARD):
+        server = self.start('inventoryd', *(endpoint or self.unix), *arguments, board,
+                            stdin=subprocess.PIPE)
+        server.address = server.errorLine('listening on ').split('listening on ')[1]
+        return server
+
+    def run_(self, name, *arguments):
+        return subprocess.run([BINARY / name, *map(str, arguments)], capture_output=True,
+                              stdin=subprocess.DEVNULL, timeout=LIMIT)
+
+    def watcher(self, *arguments, server):
+        watcher = self.start('inventoryctl', *self.unix, 'watch', *arguments)
+        server.errorLine(': connected')
+        self.inStep(watcher, server)
+        return watcher
+
+    def inStep(self, watcher, server):
+        """Changes a value until the watcher tells it: from then on it tells all."""
+        giveUp = time.monotonic() + LIMIT
+        number = 1000
+        while time.monotonic() < giveUp:
+            number += 1
+            server.tell('set slice.numPorts %d' % number)
+            if select.select([watcher.process.stdout], [], [], 0.1)[0]:
+                while str(number) not in watcher.line():
+                    pass
+                return
+        raise AssertionError('the watcher is never in step')
+
+
+class DumpTest(ProgramTest):
+
+    def testAMirrorsDumpHasTheBytesOfTheServersOwn(self):
+        for board in boards():
+            for form in [], ['--json']:
+                own = self.run_('inventoryd', '--dump', *form, *board)
+                self.assertEqual(own.returncode, 0, own.stderr)
+                self.assertGreater(len(own.stdout), 4000)
+                for endpoint in self.unix, ['--tcp', '127.0.0.1:0']:
+                    for buffer in [], ['--buffer', SMALLEST_BUFFER]:
+                        with self.subTest(board=board, form=form, endpoint=endpoint,
+                                          buffer=buffer):
+                            server = self.start('inventoryd', *endpoint, *buffer, *board)
+                            at = server.errorLine('listening on ').split('listening on ')[1]
+                            client = self.run_('inventoryctl', endpoint[0], at, 'dump', *form)
+                            self.assertEqual(client.stderr, b'')
+                            self.assertEqual(client.returncode, 0)
+                            self.assertEqual(client.stdout, own.stdout)
+                            server.kill(signal.SIGTERM)
+                            self.assertEqual(server.end()[0], 0)
+
+    def testTextHasALineForEachValueAndJsonTheSameContent(self):
+        lines = self.run_('inventoryd', '--dump', BOARD).stdout.decode().splitlines()
+        self.assertEqual(lines[:4], [
+            "slice: Inventory::Arad::AradSlice 'slice'", 'slice.numPorts = 0',
+            "slice/fap[fap0]: Inventory::Arad::Arad 'fap0'", "slice/fap[fap0].description = ''"])
+        self.assertIn('slice/fap[fap0]/serdes[0].txSerdesId = 1', lines)
+        self.assertEqual(len(lines), len(set(lines)))
+        ports = [line.split('port[')[1].split(']')[0] for line in lines
+                 if line.endswith("EthPort ''")]
+        self.assertEqual(ports, sorted(ports, key=int))
+        self.assertGreater(len(ports), 9)
+        tree = json.loads(self.run_('inventoryd', '--dump', '--json', BOARD).stdout)
+        fap = tree['slice']['attributes']['fap']['fap0']
+        self.assertEqual(fap['type'], 'Inventory::Arad::Arad')
+        self.assertEqual(list(fap['attributes']['port']), ports)
+        self.assertIs(fap['attributes']['serdes']['0']['attributes']['swapPolarityRx'], False)
+        self.assertEqual(fap['attributes']['serdes']['0']['attributes']['txSerdesId'], 1)
+        self.assertIsNone(fap['attributes']['pciDevice'])
+
+    def testStrictServesNothingIfALineIsRefused(self):
+        bad = os.path.join(self.directory.name, 'bad.soc')
+        pathlib.Path(bad).write_text('ucode_port_1=CGE999\n')
+        loose = self.run_('inventoryd', '--dump', bad)
+        self.assertEqual(loose.returncode, 0)
+        self.assertIn(b'CGE999', loose.stdout)
+        strict = self.run_('inventoryd', '--strict', *self.unix, bad)
+        self.assertEqual(strict.returncode, 1)
+        self.assertIn(b'bad.soc:1: ', strict.stderr)
+        self.assertFalse(os.path.exists(self.path))
+
+
+class WatchTest(ProgramTest):
+
+    COMMANDS = [
+        "set slice/fap[fap0].description 'it\\'s'",
+        'set slice/fap[fap0].description up',
+        'set slice/fap[fap0]/port[3].managedPhy bcm84848',
+        "set slice/fap[fap0]/elkGlobalSocProperties.property['a.b] c'] 'v 1'",
+        "set slice/fap[fap0]/elkGlobalSocProperties.property['a.b] c'] v2",
+        "del slice/fap[fap0]/elkGlobalSocProperties.property['a.b] c']",
+        'add slice/fap[fap0]/qsgmii 30',
+        'set slice/fap[fap0]/qsgmii[30].serdes 4',
+        'del slice/fap[fap0]/qsgmii[30]',
+    ]
+
+    def testTellsEachChangeWithOldAndNewValue(self):
+        server = self.server('--stdin')
+        watcher = self.watcher(server=server)
+        for command in self.COMMANDS:
+            server.tell(command)
+        server.tell('quit')
+        expected = [
+            "changed slice/fap[fap0].description: '' -> 'it\\'s'",
+            "changed slice/fap[fap0].description: 'it\\'s' -> 'up'",
+            "changed slice/fap[fap0]/port[3].managedPhy: 'unknown' -> 'bcm84848'",
+            "added slice/fap[fap0]/elkGlobalSocProperties.property['a.b] c']: 'v 1'",
+            "changed slice/fap[fap0]/elkGlobalSocProperties.property['a.b] c']: 'v 1' -> 'v2'",
+            "removed slice/fap[fap0]/elkGlobalSocProperties.property['a.b] c']: 'v2'",
+            "created slice/fap[fap0]/qsgmii[30]: Inventory::Arad::Qsgmii ''",
+            'added slice/fap[fap0]/qsgmii[30].id: 30',
+            'changed slice/fap[fap0]/qsgmii[30].serdes: 72 -> 4',
+            'deleted slice/fap[fap0]/qsgmii[30]',
+        ]
+        self.assertEqual([watcher.line() for _ in expected], expected)
+        self.assertIsNone(watcher.line())
+        self.assertEqual(watcher.end(), (5, ['inventoryctl: connection lost: closed by the peer']))
+        self.assertEqual(server.end()[0], 0)
+        self.assertFalse(os.path.exists(self.path))
+
+    def testJsonHasOneObjectALine(self):
+        server = self.server('--stdin')
+        watcher = self.watcher('--json', server=server)
+        for command in self.COMMANDS:
+            server.tell(command)
+        server.tell('quit')
+        events = []
+        while (line := watcher.line()) is not None:
+            events.append(json.loads(line))
+        at = 'slice/fap[fap0]/elkGlobalSocProperties'
+        self.assertEqual(events[1], {'event': 'changed', 'entity': 'slice/fap[fap0]',
+                                     'attribute': 'description', 'old': "it's", 'new': 'up'})
+        self.assertEqual(events[5], {'event': 'removed', 'entity': at, 'attribute': 'property',
+                                     'key': 'a.b] c', 'old': 'v2'})
+        self.assertEqual(events[6], {'event': 'created', 'entity': 'slice/fap[fap0]/qsgmii[30]',
+                                     'type': 'Inventory::Arad::Qsgmii', 'name': ''})
+        self.assertEqual([event['event'] for event in events],
+                         ['changed'] * 3 + ['added', 'changed', 'removed', 'created', 'added',
+                                            'changed', 'deleted'])
+
+    def testWhatCantBeDoneIsToldWithItsLineAndChangesNothing(self):
+        server = self.server('--stdin')
+        refused = [
+            ('frob', 'no such command: frob'),
+            ('set', 'set: no path'),
+            ('set nowhere.x 1', 'no such entity: nowhere.x'),
+            ('set slice/fap[fap0].nothing 1', 'no such attribute: slice/fap[fap0].nothing'),
+            ('set slice/fap[fap0].fapId 5', "fapId can't be set"),
+            ('set slice.numPorts', 'set: no value'),
+            ('set slice.numPorts[3] 1', 'numPorts is no collection'),
+            ('set slice/fap[fap0].ddrTuneSetting x',
+             'ddrTuneSetting is a collection: [KEY] is missing'),
+            ('set slice.numPorts 5 6', 'junk at column 1 deserializing 5 6'),
+            ('add slice/fap[fap0]/qsgmii 999',
+             'QsgmiiId::value < QsgmiiId::min or > QsgmiiId::null not allowed'),
+            ('add slice/fap[fap0]/qsgmii', 'add: qsgmii takes 1 arguments'),
+            ('add slice.numPorts 1', 'add: numPorts takes no child'),
+            ('del slice.numPorts', 'del: numPorts is nothing to delete'),
+        ]
+        for number, (command, cause) in enumerate(refused, 1):
+            server.tell(command)
+            self.assertEqual(server.errorLine('line %d:' % number),
+                             'inventoryd: standard input, line %d: %s' % (number, cause))
+        server.tell('# a comment', '', '  ')
+        own = self.run_('inventoryd', '--dump', BOARD).stdout
+        self.assertEqual(self.run_('inventoryctl', *self.unix, 'dump').stdout, own)
+
+
+class EndsTest(ProgramTest):
+
+    def testExitCodesAndOneLine(self):
+        nobody = os.path.join(self.directory.name, 'nobody')
+        wrong = [
+            (3, ['--unix', nobody, 'dump'], 'no server: %s: No such file or directory' % nobody),
+            (2, ['--tcp', 'x', 'dump'], "'x' is not HOST:PORT"),
+            (2, ['bogus'], ''),
+            (2, [], ''),
+            (2, ['--tcp', ':1', '--unix', 'x', 'dump'], ''),
+        ]
+        for code, arguments, text in wrong:
+            with self.subTest(arguments=arguments):
+                result = self.run_('inventoryctl', *arguments)
+                self.assertEqual(result.returncode, code)
+                lines = result.stderr.decode().splitlines()
+                self.assertEqual(len(lines), 1, lines)
+                self.assertTrue(lines[0].startswith('inventoryctl: '), lines)
+                self.assertIn(text, lines[0])
+                self.assertEqual(result.stdout, b'')
+        for arguments in [], ['--buffer', '196607', BOARD], ['--json', BOARD]:
+            result = self.run_('inventoryd', *arguments)
+            self.assertEqual(result.returncode, 2)
+            self.assertEqual(len(result.stderr.splitlines()), 1)
+
+    def fake(self, answer, closes):
+        """A listener that says `answer` to whoever comes."""
+        listener = socket.socket(socket.AF_UNIX)
+        listener.bind(self.path)
+        listener.listen()
+        self.addCleanup(listener.close)
+        kept = []
+
+        def serve():
+            connection, _ = listener.accept()
+            connection.sendall(answer)
+            kept.append(connection)
+            if closes:
+                connection.close()
+        thread = threading.Thread(target=serve)
+        thread.start()
+        self.addCleanup(lambda: [connection.close() for connection in kept])
+        self.addCleanup(thread.join)
+
+    def testWhoTalksSomethingElseIsTheWrongProtocol(self):
+        self.fake(b'HTTP/1.1 400 Bad Request\r\n\r\n', closes=True)
+        result = self.run_('inventoryctl', *self.unix, 'dump')
+        self.assertEqual(result.returncode, 4)
+        self.assertEqual(result.stderr.decode(), 'inventoryctl: wrong protocol: BadGreeting at '
+                         'stream offset 0, entity 0x0, attribute 0\n')
+
+    def testWhoSaysNothingIsNoServer(self):
+        self.fake(b'', closes=False)
+        result = self.run_('inventoryctl', *self.unix, '--timeout', '1', 'dump')
+        self.assertEqual(result.returncode, 3)
+        self.assertEqual(result.stderr.decode(),
+                         'inventoryctl: no server: %s: no greeting within 1 s\n' % self.path)
+
+    def testWhoStopsInTheMiddleIsLost(self):
+        self.fake(b'MOXLOG1\n\0\x40', closes=True)
+        result = self.run_('inventoryctl', *self.unix, 'dump')
+        self.assertEqual(result.returncode, 5)
+        self.assertEqual(result.stderr.decode(), 'inventoryctl: connection lost: closed by the '
+                         'peer before its greeting\n')
+
+    def testAServerSurvivesPeersThatTalkNonsense(self):
+        server = self.server()
+        for bytes_ in b'GET / HTTP/1.0\r\n\r\n', b'\0' * 5000, b'MOXLOG1\n\0\x40', b'':
+            with socket.socket(socket.AF_UNIX) as peer:
+                peer.connect(self.path)
+                peer.sendall(bytes_)
+                peer.shutdown(socket.SHUT_WR)
+                while peer.recv(65536):
+                    pass
+            server.errorLine('unknown peer: ')
+        self.assertEqual(self.run_('inventoryctl', *self.unix, 'dump').returncode, 0)
+
+    def testKillingEitherEndLeavesTheOtherWithOneLine(self):
+        server = self.server('--stdin')
+        first = self.watcher(server=server)
+        second = self.watcher(server=server)
+        first.kill()
+        first.end()
+        self.assertRegex(server.errorLine('inventoryctl-%d-' % first.process.pid),
+                         ': closed by the peer$')
+        server.tell('set slice.numPorts 5')
+        self.assertIn('-> 5', second.line())
+        server.kill()
+        server.end()
+        self.assertEqual(second.end(), (5, ['inventoryctl: connection lost: closed by the peer']))
+        # The file of the killed server is no obstacle.
+        self.assertTrue(os.path.exists(self.path))
+        self.server('--stdin')
+        self.assertEqual(self.run_('inventoryctl', *self.unix, 'dump').returncode, 0)
+
+    def testKillingAMirrorInTheMiddleOfItsFirstTransferLeavesTheServerWhole(self):
+        server = self.server('--stdin')
+        server.tell(*("set slice/fap[fap0]/elkGlobalSocProperties.property[k%d] '%s'"
+                      % (i, 'v' * 1000) for i in range(2000)))
+        server.tell('frob')
+        server.errorLine('frob')
+        for received in range(0, 400000, 40000):
+            with socket.socket(socket.AF_UNIX) as peer:
+                peer.connect(self.path)
+                # A greeting is the same from both ends but for the name and the nonce.
+                peer.sendall(peer.recv(65536))
+                while received > 0:
+                    received -= len(peer.recv(received))
+            server.errorLine('inventoryd: inventoryd: connected')
+            server.errorLine('inventoryd: inventoryd: ')
+        dump = self.run_('inventoryctl', *self.unix, 'dump')
+        self.assertEqual(dump.returncode, 0, dump.stderr)
+        self.assertEqual(dump.stdout.count(b'v' * 1000), 2000)
+
+    def testAStoppedMirrorHoldsUpNobodyAndCatchesUp(self):
+        server = self.server('--stdin')
+        stopped = self.watcher(server=server)
+        stopped.kill(signal.SIGSTOP)
+        for number in range(20):
+            server.tell(*('set slice/fap[fap0].description %s-%d-%d' % ('d' * 60, number, i)
+                          for i in range(500)))
+        server.tell('set slice.numPorts 4242')
+        server.tell('frob')
+        server.errorLine('frob')
+        dump = self.run_('inventoryctl', *self.unix, 'dump')
+        self.assertIn(b'slice.numPorts = 4242\n', dump.stdout)
+        stopped.kill(signal.SIGCONT)
+        lines = []
+        while not lines or '-> 4242' not in lines[-1]:
+            lines.append(stopped.line())
+        while "-19-499'" not in ''.join(lines):
+            lines.append(stopped.line())
+
+    def testAStoppedServerIsToldInTime(self):
+        server = self.server()
+        server.kill(signal.SIGSTOP)
+        result = self.run_('inventoryctl', *self.unix, '--timeout', '0.5', 'dump')
+        self.assertEqual(result.returncode, 3)
+        self.assertEqual(len(result.stderr.splitlines()), 1)
+        server.kill(signal.SIGCONT)
+        self.assertEqual(self.run_('inventoryctl', *self.unix, 'dump').returncode, 0)
+
+    def testTwoServersCantHaveOnePathAndSignalsEndOne(self):
+        for number in signal.SIGINT, signal.SIGTERM:
+            server = self.server()
+            second = self.run_('inventoryd', *self.unix, BOARD)
+            self.assertEqual(second.returncode, 1)
+            self.assertEqual(second.stderr.decode().splitlines()[-1],
+                             'inventoryd: %s: somebody listens there already' % self.path)
+            self.assertEqual(os.stat(self.path).st_mode & 0o777, 0o600)
+            server.kill(number)
+            self.assertEqual(server.end()[0], 0)
+            self.assertFalse(os.path.exists(self.path))
+
+    def testAReaderThatHasSeenEnoughIsNoFailure(self):
+        server = self.server('--stdin')
+        watcher = self.watcher(server=server)
+        watcher.process.stdout.close()
+        server.tell('set slice.numPorts 1', 'set slice.numPorts 2')
+        self.assertEqual(watcher.process.wait(LIMIT), 0)
+        watcher.process.stdout = watcher.process.stderr
+
+
+if __name__ == '__main__':
+    unittest.main()
