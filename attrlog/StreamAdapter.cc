@@ -7,7 +7,6 @@
 
 namespace Mox {
 
-using NboAttrLog::AdapterFlag;
 using NboAttrLog::AttrForm;
 using NboAttrLog::AttrRow;
 

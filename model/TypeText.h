@@ -22,8 +22,8 @@ class EntityObserver {
   virtual void handleAttribute(Entity& entity, AttributeId attribute, String8 const* key) = 0;
 };
 
-/// What a value's text is, for forms that have types of their own. `name` is that of a key alone and
-/// stands bare; texts, references and some words stand in apostrophes.
+/// What a value's text is, for forms that have types of their own. `name` is that of a key alone
+/// and stands bare; texts, references and some words stand in apostrophes.
 enum class TextKind : unsigned char { text, number, boolean, word, reference, name };
 
 struct MemberText {
