@@ -438,10 +438,10 @@ class Walk {
 TEST(Model, ARandomTreeIsAlwaysWhatItsReferenceSays) {
   std::set<std::string> done;
   std::size_t most = 0;
-  for (unsigned int seed = 1; seed <= 6 && !HasFailure(); ++seed) {
+  for (unsigned int seed = 1; seed <= 4 && !HasFailure(); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Walk walk(seed);
-    walk.run(3000);
+    walk.run(2500);
     done.insert(walk.done().begin(), walk.done().end());
     most = std::max(most, walk.most());
   }
