@@ -96,6 +96,7 @@ void Demuxer::reactorIs(EntityId id, Entity::MoxNboAttrLogSa& adapter, bool boun
     }
   }
   settleFlags(adapter);
+  if (bound) wakeBlocked();
 }
 
 void Demuxer::assignEntityId(Entity::MoxNboAttrLogSa& adapter) {
@@ -114,6 +115,10 @@ void Demuxer::assignEntityId(Entity::MoxNboAttrLogSa& adapter) {
 void Demuxer::handleAnnounced(Entity::MoxNboAttrLogSa& adapter) {
   adapter.flagsIs(writingOn, true);
   settleFlags(adapter);
+  wakeBlocked();
+}
+
+void Demuxer::wakeBlocked() {
   for (auto const& blocked : std::exchange(blocked_, {})) unpark(**blocked);
 }
 
@@ -389,6 +394,8 @@ void Demuxer::dispatchGreeting(Greeting const& greeting) {
 
 void Demuxer::dispatch(Frame const& frame) {
   if (frame.kind != FrameKind::ack && frame.kind != FrameKind::error) ++framesBegun_;
+  // The peer's reason for ending is heard whatever else is wrong with it.
+  if (frame.kind == FrameKind::error) return dispatchError(frame);
   // An ack counts upward and never beyond what was sent, modulo 2^32.
   if (frame.ack - peerAck_ > framesCommitted_ - peerAck_) {
     throw StreamException(StreamError::badAck);
@@ -409,8 +416,6 @@ void Demuxer::dispatch(Frame const& frame) {
       dispatchComplete(frame);
       break;
     case FrameKind::error:
-      dispatchError(frame);
-      break;
     case FrameKind::ack:
       break;
   }
@@ -423,6 +428,14 @@ void Demuxer::dispatchMessage(Frame const& frame) {
     return;
   }
   if (adapter->hasFlag(readOnlyRemote)) throw StreamException(StreamError::notPermitted);
+  if (AttrRow const* const row = adapter->rows().find(std::abs(frame.attributeId))) {
+    bool const creates = row->ownsChildren() && frame.attributeId > 0;
+    if (creates != (frame.instantiateTag == creationTag)) {
+      throw StreamException(StreamError::badHeader);
+    }
+  } else if (frame.attributeId == syncAttribute && !adapter->hasFlag(notAuthority)) {
+    throw StreamException(StreamError::notPermitted);
+  }
   Ptr<Entity> entity = adapter->moxNotifierEntity();
   in_->payloadIs(frame.payload, frame.payloadSize);
   applied_ = false;
@@ -445,9 +458,7 @@ void Demuxer::dispatchMessage(Frame const& frame) {
     ++stats_.handlerExceptions;
   }
   frameStartsHold_ = false;
-  for (auto& [noted, tell] : std::exchange(noted_, {})) {
-    if (!noted->retired_) tell();
-  }
+  tellNoted();
 }
 
 void Demuxer::dispatchMarker(Frame const& frame) {
@@ -457,6 +468,7 @@ void Demuxer::dispatchMarker(Frame const& frame) {
     return;
   }
   if (adapter->hasFlag(readOnlyRemote)) throw StreamException(StreamError::notPermitted);
+  if (frame.payloadSize != 8) throw StreamException(StreamError::badLength);
   in_->payloadIs(frame.payload, frame.payloadSize);
   unsigned int const type = in_->nextU32();
   unsigned int const number = in_->nextU32();
@@ -478,7 +490,10 @@ void Demuxer::dispatchMarker(Frame const& frame) {
       permitted = row && row->isInPieces();
       break;
   }
-  if (!permitted || in_->bytesAvailable() != 0) throw StreamException(StreamError::badMarker);
+  if (!permitted) throw StreamException(StreamError::badMarker);
+  if (static_cast<Type>(type) == Type::abort && valueOpen && open->aid() != frame.attributeId) {
+    throw StreamException(StreamError::badPiece);
+  }
   Ptr<Entity> entity = adapter->moxNotifierEntity();
   try {
     ApplyingAnchor applying(applyingAdapter_, static_cast<StreamAdapter const*>(adapter.get()),
@@ -486,6 +501,19 @@ void Demuxer::dispatchMarker(Frame const& frame) {
     adapter->handleAttrTransaction(frame.attributeId, static_cast<Type>(type), number);
   } catch (std::exception const&) {
     ++stats_.handlerExceptions;
+  }
+  tellNoted();
+}
+
+void Demuxer::tellNoted() {
+  for (auto& [noted, tell] : std::exchange(noted_, {})) {
+    if (noted->retired_) continue;
+    try {
+      tell();
+    } catch (std::exception const&) {
+      // As from any handler: a change of a read-only copy, or one that the peer would not take.
+      noted->onNotificationException(0);
+    }
   }
 }
 
@@ -514,7 +542,9 @@ void Demuxer::dispatchComplete(Frame const& frame) {
 
 void Demuxer::dispatchError(Frame const& frame) {
   in_->payloadIs(frame.payload, frame.payloadSize);
-  String8 text = in_->nextString();
+  String8 const text = in_->nextString();
+  if (in_->bytesAvailable() != 0) throw StreamException(StreamError::badLength);
+  if (text.length() > maxErrorText) throw StreamException(StreamError::tooLong);
   auto const code =
       frame.attributeId > 0 && frame.attributeId <= static_cast<AttributeId>(StreamError::badValue)
           ? static_cast<StreamError>(frame.attributeId)
@@ -527,7 +557,18 @@ void Demuxer::dispatchOrphan(Frame const& frame) {
   using Section = Out::PayloadSection;
   in_->payloadIs(frame.payload, frame.payloadSize);
   if (frame.attributeId == -orphanAttribute) {
-    if (Entity::MoxNboAttrLogSa* adapter = reactor(in_->nextEntityId())) retire(*adapter);
+    EntityId const id = in_->nextEntityId();
+    if (in_->bytesAvailable() != 0) throw StreamException(StreamError::badLength);
+    if (!id.isUnified()) throw StreamException(StreamError::badId);
+    Ptr<Entity::MoxNboAttrLogSa> const adapter(reactor(id));
+    if (!adapter) {
+      ++stats_.strays;
+      return;
+    }
+    if (adapter->origin_ != StreamAdapter::Origin::importedOrphan) {
+      throw StreamException(StreamError::badOrphan);
+    }
+    adapter->doRemountSelf(Ptr<Out>());
     return;
   }
   if (frame.attributeId != orphanAttribute) throw StreamException(StreamError::badOrphan);

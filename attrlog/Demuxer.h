@@ -129,6 +129,10 @@ class Demuxer : public PtrInterface {
   bool isApplying(StreamAdapter const& adapter, AttributeId attribute) const {
     return applyingAdapter_ == &adapter && applyingAttribute_ == attribute;
   }
+  /// What the message in hand turns out to be about.
+  void applyingAttributeIs(AttributeId attribute) {
+    if (applyingAdapter_ != nullptr) applyingAttribute_ = attribute;
+  }
   /// True while a message about another attribute is being applied through this adapter.
   bool isApplyingOther(StreamAdapter const& adapter, AttributeId attribute) const {
     return applyingAdapter_ == &adapter && applyingAttribute_ != attribute;
@@ -196,8 +200,12 @@ class Demuxer : public PtrInterface {
   void dispatchComplete(Frame const& frame);
   void dispatchError(Frame const& frame);
   void dispatchGreeting(Greeting const& greeting);
+  /// Tells what subscribers changed about the slot in hand, now that its message is through.
+  void tellNoted();
   bool runOne(Entity::MoxNboAttrLogSa& adapter);
   void queueStopped();
+  /// An entity has got its id: those that wait for one try again.
+  void wakeBlocked();
   void flowOutDel(Entity::MoxNboAttrLogSa& adapter);
   void sendComplete(EntityId id);
   void exportWaiting();

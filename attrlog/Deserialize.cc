@@ -25,6 +25,31 @@ void compoundPrologue(MessageIn& message, TypeRows const& type) {
   if (keyEnd != 0) message.keyEnd = start + keyEnd;
 }
 
+/// The authority has changed the mode in which the entity is kept: it holds on every connection.
+/// Mode `ended` also ends the mount of a root.
+void applySync(MessageIn& message) {
+  auto const mode = StreamAdapter::SyncModeInstance(message.in->nextU32());
+  payloadEnd(message);
+  if (message.reflect) return;
+  applying(message);
+  Sa& adapter = message.adapter;
+  Ptr<Entity> const entity = adapter.moxNotifierEntity();
+  EntityId const id = adapter.entityId();
+  for (Ptr<Demuxer> const& demuxer : globalNboAttrLogDemuxerManager().nboDemuxerIterator()) {
+    Ptr<Sa> const found(demuxer->reactor(id));
+    if (!found || found->moxNotifierEntity() != entity || !id.isUnified()) continue;
+    found->flagsIs(applyingSync, true);
+    found->syncModeIs(mode);
+    found->flagsIs(applyingSync, false);
+  }
+  if (mode != StreamAdapter::SyncMode::ended || !entity) return;
+  Dir* const dir = dynamic_cast<Dir*>(entity->parent().get());
+  if (!dir) return;
+  adapter.flagsIs(changeFromLog, false);
+  Ptr<Dir::Entry> const entry = dir->entry(entity->name());
+  if (entry && entry->target() == entity) entry->operationIs(Dir::Entry::endMount);
+}
+
 bool ownsChildren(TypeRows const& type) {
   for (AttrRow const& row : type) {
     if (row.ownsChildren()) return true;
@@ -41,7 +66,7 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
   Ptr<In> const from = reflect ? in : adapter.nboAttrLogOut()->reverseLog();
   if (!from) return;
   if (!reflect && adapter.hasFlag(changeFromLog)) {
-    throwInternalException("entity reactor is already active");
+    throwInternalException(messages::reactorActive);
   }
   struct Anchor {
     Sa* adapter;
@@ -54,14 +79,17 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
     if (adapter.hasFlag(readOnlyRemote) && !adapter.readOnlyRemoteOk(attribute) &&
         !adapter.convertedToWritable(false)) {
       Demuxer const* demuxer = adapter.streamDemuxer();
-      throwInternalException(
-          "write-update from readonly proxy: " + adapter.rawEntity()->fullName() +
-          " peerName: " + String8(demuxer ? demuxer->peerName().c_str() : ""));
+      throwInternalException(messages::readOnlyProxy + adapter.rawEntity()->fullName() +
+                             messages::readOnlyProxyPeer +
+                             String8(demuxer ? demuxer->peerName().c_str() : ""));
     }
   }
   MessageIn message{adapter, from, attribute, length, reflect, Ptr<FlowIn>()};
   if ((attribute == compoundAttribute || attribute == -compoundAttribute) && ownsChildren(type)) {
     compoundPrologue(message, type);
+    if (Demuxer* demuxer = adapter.streamDemuxer()) {
+      demuxer->applyingAttributeIs(std::abs(message.attribute));
+    }
   }
   if (Demuxer* demuxer = adapter.streamDemuxer()) {
     message.flowIn = demuxer->flowIn(adapter.entityId());
@@ -71,6 +99,8 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
   auto const reader = row ? deletes ? row->readDel : row->read : nullptr;
   if (reader) {
     reader(message);
+  } else if (message.attribute == syncAttribute) {
+    applySync(message);
   } else {
     adapter.doBaseMoxNboAttrLogSaMsg(attribute, options, length, in);
   }
@@ -93,6 +123,7 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
     ConnectionInSizeAnchor const anchor{Ptr<Connection::In>(message.in), message.length};
     Ptr<Connection::In>(message.in) >> text;
   }
+  payloadEnd(message);
   bool const complete = text.pos() == 0;
   Demuxer* const demuxer = message.adapter.streamDemuxer();
   EntityId const id = message.adapter.entityId();
@@ -110,6 +141,13 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
   }
   applying(message);
   set(message.adapter, value);
+  // The tail of what this end was sending itself must not follow what the peer has said.
+  FlowOut* const own = message.adapter.flowOut();
+  if (own && own->attrId() == row.id && own->valueIter() && !own->valueIterKey()) {
+    message.adapter.freeResyncState(Ptr<FlowOut>(own));
+    own->pendingAbortIs(row.id, true);
+    row.bitIs(*own, true);
+  }
 }
 
 bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,

@@ -37,9 +37,15 @@ inline void applying(MessageIn& message) {
   if (Demuxer* demuxer = message.adapter.streamDemuxer()) demuxer->appliedIs();
 }
 
+/// Nothing but `rest` bytes may stand behind the values that were read.
+inline void payloadEnd(MessageIn const& message, std::size_t rest = 0) {
+  if (message.in->bytesAvailable() != rest) throw StreamException(StreamError::badLength);
+}
+
 template <class D>
 void readScalar(MessageIn& message) {
   auto const value = WireValue<typename D::Value>::read(*message.in.get());
+  payloadEnd(message);
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter));
     return;
@@ -54,9 +60,10 @@ void readPiecesOf(MessageIn& message) {
              [](Sa& adapter, String8 const& value) { D::set(entityOf<D>(adapter), value); });
 }
 
-/// The mark goes from what the messages name.
+/// The mark goes from what the messages name. A subscriber may have removed the entity meanwhile.
 template <class D>
 void unmark(Sa& adapter, typename D::Key const& key) {
+  if (!adapter.rawEntity()) return;
   if (auto const member = D::find(entityOf<D>(adapter), key)) member->moxMarkedForDeletionIs(false);
 }
 
@@ -64,6 +71,7 @@ template <class D>
 void readValueKey(MessageIn& message) {
   auto const key = WireValue<typename D::Key>::read(*message.in.get());
   auto const value = WireValue<typename D::Value>::read(*message.in.get());
+  payloadEnd(message);
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter), key);
     return;
@@ -71,6 +79,23 @@ void readValueKey(MessageIn& message) {
   applying(message);
   D::set(entityOf<D>(message.adapter), key, value);
   unmark<D>(message.adapter, key);
+}
+
+/// The peer has said a value that this end was sending in pieces: the tail of the old one must not
+/// follow. The next run says an abort and then what is here now.
+template <class D>
+void dropOwnPieces(Sa& adapter, typename D::Key const& key) {
+  if constexpr (std::same_as<typename D::Key, String8>) {
+    auto* flowOut = flowOutOf<D>(adapter);
+    if (!flowOut || flowOut->attrId() != D::id ||
+        !moxFlowOutValueKeyMatches<String8>(*flowOut, key)) {
+      return;
+    }
+    moxFlowOutValueDeq<String8::IteratorConst>(*flowOut);
+    moxFlowOutValueKeyDeq<String8>(*flowOut);
+    flowOut->pendingAbortIs(D::id, true);
+    D::dirtyIs(*flowOut, key, true);
+  }
 }
 
 template <class D>
@@ -84,10 +109,14 @@ void readStringKey(MessageIn& message) {
   }
   FlowIn* flowIn = message.flowIn.get();
   bool const matches = flowIn && flowIn->idx() && moxFlowInIdxMatches<String8>(flowIn, key);
-  if (matches && flowIn->aid() != D::id) throw StreamException(StreamError::badPiece);
+  // One value in pieces of an entity at a time.
+  if (flowIn && flowIn->iter() && flowIn->aid() != D::id) {
+    throw StreamException(StreamError::badPiece);
+  }
   Text local;
   Text& text = matches ? *moxFlowInIterator<Text>(flowIn, D::id, false) : local;
   if (message.length != 0) Ptr<Connection::In>(message.in) >> text;
+  payloadEnd(message);
   bool const complete = text.pos() == 0;
   Demuxer& demuxer = *message.adapter.streamDemuxer();
   EntityId const id = message.adapter.entityId();
@@ -108,17 +137,35 @@ void readStringKey(MessageIn& message) {
   applying(message);
   D::set(entityOf<D>(message.adapter), key, value);
   unmark<D>(message.adapter, key);
+  dropOwnPieces<D>(message.adapter, key);
+}
+
+/// The key of a deletion. A member under an enumerator that this end doesn't know may come but goes
+/// only by a sweep or with its parent: its deletion fails with a range exception, is counted and
+/// passed over.
+template <class Key>
+Key readDeletedKey(MessageIn& message) {
+  if constexpr (MoxEnum<Key>) {
+    unsigned int const number = message.in->nextU32();
+    payloadEnd(message);
+    applying(message);
+    return enumInstance<Key>(number);
+  } else {
+    return WireValue<Key>::read(*message.in.get());
+  }
 }
 
 template <class D>
 void readKeyDel(MessageIn& message) {
-  auto const key = WireValue<typename D::Key>::read(*message.in.get());
+  auto const key = readDeletedKey<typename D::Key>(message);
+  payloadEnd(message);
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter), key);
     return;
   }
   applying(message);
   D::del(entityOf<D>(message.adapter), key);
+  dropOwnPieces<D>(message.adapter, key);
 }
 
 /// The constructor arguments of a child, in the order of the stream.
@@ -134,7 +181,35 @@ auto applyArgs(Sa& adapter, typename D::Args const& args) {
   return std::apply([&](auto const&... arg) { return D::is(entityOf<D>(adapter), arg...); }, args);
 }
 
-/// A child of a collection. The id is only looked at: the adapter that binds the child takes it.
+/// The id behind a child's arguments. It is only looked at: the adapter that binds the child takes
+/// it. `present` gives the child that stands there now: no other entity may have the id.
+template <class Present>
+EntityId peekChildId(MessageIn& message, Present const& present) {
+  In& in = *message.in.get();
+  payloadEnd(message, 8);
+  unsigned char const* const position = in.position();
+  EntityId const id = in.nextEntityId();
+  in.positionIs(position);
+  Demuxer const* const demuxer = message.adapter.streamDemuxer();
+  Sa const* const holder = demuxer ? demuxer->reactor(id) : nullptr;
+  if (!id.isUnified() || id == orphanTarget || (holder && holder->rawEntity() != present())) {
+    throw StreamException(StreamError::badId);
+  }
+  return id;
+}
+
+/// True when the child stands there without an adapter under the id that came for it, since a
+/// subscriber's change took the mark meanwhile. The mark is set again.
+inline bool isUnbound(MessageIn& message, EntityId id, unsigned char const* position) {
+  Sa& adapter = message.adapter;
+  Demuxer const* const demuxer = adapter.streamDemuxer();
+  if (!adapter.rawEntity() || !demuxer || demuxer->reactor(id)) return false;
+  message.in->positionIs(position);
+  adapter.flagsIs(changeFromLog, true);
+  return true;
+}
+
+/// A child of a collection.
 template <class D>
 void readChildKey(MessageIn& message) {
   In& in = *message.in.get();
@@ -148,30 +223,31 @@ void readChildKey(MessageIn& message) {
     return;
   }
   unsigned char const* const position = in.position();
-  EntityId const id = in.nextEntityId();
-  in.positionIs(position);
-  if (!id.isUnified() || id == orphanTarget) throw StreamException(StreamError::badId);
+  Ptr<typename D::Child> const present = D::lookup(entityOf<D>(adapter), key);
+  EntityId const id = peekChildId(message, [&] { return present.get(); });
   applying(message);
   Ptr<typename D::Child> child;
   try {
     Expect const expect(Exception::nameInUseId);
     if (adapter.hasFlag(changeFromLog)) {
-      Ptr<typename D::Child> const present = D::lookup(entityOf<D>(adapter), key);
       adapter.streamDemuxer()->checkEphemeralEntityDeletion(present.get(), id, true);
     }
     {
       MsgChannel::DeserializingEidAnchor const anchor(id, adapter.rawEntity());
       child = applyArgs<D>(adapter, args);
     }
-    if (adapter.hasFlag(changeFromLog)) D::on(typed, key);
+    if (adapter.hasFlag(changeFromLog) && adapter.rawEntity()) D::on(typed, key);
   } catch (NameInUseException const&) {
     // A child of other parameters sits under the key: it is replaced.
+    if (!adapter.rawEntity()) return;
     D::del(entityOf<D>(adapter), key);
+    if (!adapter.rawEntity()) return;
     adapter.flagsIs(changeFromLog, true);
     child = applyArgs<D>(adapter, args);
   }
   if (child) child->moxMarkedForDeletionIs(false);
   unmark<D>(adapter, key);
+  if (isUnbound(message, id, position)) D::on(typed, key);
 }
 
 template <class D>
@@ -186,21 +262,21 @@ void readSingleton(MessageIn& message) {
     return;
   }
   unsigned char const* const position = in.position();
-  EntityId const id = in.nextEntityId();
-  in.positionIs(position);
-  if (!id.isUnified() || id == orphanTarget) throw StreamException(StreamError::badId);
+  EntityId const id = peekChildId(message, [&] { return D::get(entityOf<D>(adapter)).get(); });
   applying(message);
   Ptr<typename D::Child> child;
   {
     MsgChannel::DeserializingEidAnchor const anchor(id, adapter.rawEntity());
     child = applyArgs<D>(adapter, args);
   }
-  if (adapter.hasFlag(changeFromLog)) D::on(typed);
+  if (adapter.hasFlag(changeFromLog) && adapter.rawEntity()) D::on(typed);
   if (child) child->moxMarkedForDeletionIs(false);
+  if (isUnbound(message, id, position)) D::on(typed);
 }
 
 template <class D>
 void readSingletonDel(MessageIn& message) {
+  payloadEnd(message);
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter));
     return;

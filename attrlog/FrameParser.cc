@@ -12,6 +12,28 @@ constexpr std::size_t nameOffset = greetingFixedSize;
 
 [[noreturn]] void refuse(StreamError code) { throw StreamException(code); }
 
+/// What a frame's fields must be, whatever the entity is.
+void checkFields(Frame const& frame) {
+  bool const announces = frame.instantiateTag == creationTag ||
+                         (frame.entityId == orphanTarget && frame.attributeId == orphanAttribute);
+  switch (frame.kind) {
+    case FrameKind::message:
+      if (frame.fullTransferFollows && !announces) refuse(StreamError::badHeader);
+      break;
+    case FrameKind::ack:
+      if (frame.entityId || frame.attributeId != 0) refuse(StreamError::badHeader);
+      if (frame.payloadSize != 0) refuse(StreamError::badLength);
+      [[fallthrough]];
+    case FrameKind::marker:
+    case FrameKind::complete:
+    case FrameKind::error:
+      if (frame.fullTransferFollows || frame.instantiateTag != 0) refuse(StreamError::badHeader);
+      break;
+  }
+  bool const namesEntity = frame.kind != FrameKind::ack && frame.kind != FrameKind::error;
+  if (namesEntity && !frame.entityId.isUnified()) refuse(StreamError::badId);
+}
+
 }  // namespace
 
 char const* streamErrorName(StreamError code) {
@@ -115,6 +137,7 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   result.ack = static_cast<std::uint32_t>(getBytes(bytes + 22, 4));
   result.payload = bytes + headerSize + 1;
   result.payloadSize = length;
+  checkFields(result);
   return length + frameOverhead;
 }
 

@@ -21,6 +21,7 @@ Ptr<Connection::In> const& operator>>(Ptr<Connection::In> const& in, String8::It
   auto const word = static_cast<std::uint32_t>(NboAttrLog::getBytes(in->take(4), 4));
   std::size_t const count = word & 0x7fffffffu;
   bool const more = (word & 0x80000000u) != 0;
+  if (more && count == 0) throw NboAttrLog::StreamException(NboAttrLog::StreamError::badPiece);
   if (iterator.length() + count > NboAttrLog::maxJoinedString) {
     throw NboAttrLog::StreamException(NboAttrLog::StreamError::tooLong);
   }
@@ -51,7 +52,7 @@ Ptr<Entity> In::nextEntity() {
 }
 
 void In::throwWrongType() {
-  throw AttrLogEntityException("Entity is the wrong type", Exception::IdBitArray());
+  throw AttrLogEntityException(messages::wrongEntityType, Exception::IdBitArray());
 }
 
 }  // namespace NboAttrLog

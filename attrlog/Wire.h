@@ -65,6 +65,7 @@ inline constexpr std::size_t greetingMaxSize = 1024;
 inline constexpr std::size_t maxPayload = 16u << 20;
 inline constexpr std::size_t leastMaxPayload = 65536;
 inline constexpr std::size_t maxJoinedString = 256u << 20;
+inline constexpr std::size_t maxErrorText = 1024;
 inline constexpr std::size_t blockSize = 49152;
 inline constexpr std::size_t defaultMaxMessageSize = 32768;
 inline constexpr std::size_t defaultCapacity = 262144;
