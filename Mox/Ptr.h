@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "Mox/Messages.h"
 #include "Mox/PtrInterface.h"
 
 namespace Mox {
@@ -133,7 +134,7 @@ class ValidPtr {
   /// A null argument raises RangeException "null ValidPtr".
   template <class U>
   requires std::is_convertible_v<U*, T*> ValidPtr(Ptr<U> const& object) : object_(object) {
-    if (!object_) throwRangeException("null ValidPtr");
+    if (!object_) throwRangeException(messages::nullValidPtr);
   }
   template <class U>
   requires std::is_convertible_v<U*, T*> ValidPtr(U* object) : ValidPtr(Ptr<U>(object)) {}

@@ -136,7 +136,7 @@ Ptr<Sa> adapterDel(X& entity, Ptr<Out const> const& out) {
 template <class X>
 Ptr<Sa> adapterIs(X& entity, PtrInterface::NotifieeConst::Mox_BitSet flags, unsigned int version,
                   Ptr<Out> const& out, PtrInterface* channel) {
-  if (!out) throwRangeException("null ValidPtr");
+  if (!out) throwRangeException(messages::nullValidPtr);
   if (Ptr<Sa> present = adapterOf(entity, Ptr<Out const>(out))) {
     if (dynamic_cast<typename X::MoxNboAttrLogSa*>(present.get())) {
       if (present->notificationFlags() != flags) present->notificationFlagsIs(flags);

@@ -5,10 +5,10 @@ namespace Mox {
 
 void throwReinstantiation(Name const& childName, char const* parameter, String8 const& newValue,
                           String8 const& oldValue) {
-  throwNameInUseException("Reinstantiating the entity with name " + valueToStrep(childName) +
-                          " where constructor parameter attribute _" + String8(parameter) +
-                          " has a different value of " + newValue + " than the current value of " +
-                          oldValue + " not allowed");
+  throwNameInUseException(messages::reinstantiating + valueToStrep(childName) +
+                          messages::reinstantiatingWhere + String8(parameter) +
+                          messages::reinstantiatingNew + newValue + messages::reinstantiatingOld +
+                          oldValue + messages::reinstantiatingEnd);
 }
 
 }  // namespace Mox

@@ -1,0 +1,28 @@
+// The words of every failure that the model raises, in one place: what peers, tools and tests may
+// rely on to the letter. Identifiers and enumerations carry theirs with their class.
+#pragma once
+
+namespace Mox::messages {
+
+/// ValidPtr, and every call that takes one.
+inline constexpr char nullValidPtr[] = "null ValidPtr";
+/// `strepToValue`: the column in bytes from 0, and the whole text.
+inline constexpr char junkFormat[] = "junk at column %lld deserializing %s";
+/// A log message names an entity of the wrong kind.
+inline constexpr char wrongEntityType[] = "Entity is the wrong type";
+/// A message reaches an adapter that is applying one.
+inline constexpr char reactorActive[] = "entity reactor is already active";
+/// In front of the notifier's full name, and between that and the peer's name.
+inline constexpr char readOnlyProxy[] = "write-update from readonly proxy: ";
+inline constexpr char readOnlyProxyPeer[] = " peerName: ";
+/// A generic setter on a const instance.
+inline constexpr char constInstance[] = "attempting to modify a const instance";
+/// A child made again with another constructor argument: these five, with the child's name, the
+/// parameter's name, the new and the old value in between.
+inline constexpr char reinstantiating[] = "Reinstantiating the entity with name ";
+inline constexpr char reinstantiatingWhere[] = " where constructor parameter attribute _";
+inline constexpr char reinstantiatingNew[] = " has a different value of ";
+inline constexpr char reinstantiatingOld[] = " than the current value of ";
+inline constexpr char reinstantiatingEnd[] = " not allowed";
+
+}  // namespace Mox::messages
