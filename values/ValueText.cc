@@ -11,6 +11,7 @@
 #include <system_error>
 #include <type_traits>
 
+#include "Mox/Messages.h"
 #include "values/EntityPath.h"
 
 namespace Mox {
@@ -108,8 +109,9 @@ String8 readToken(Position& pos, Position const& end, std::type_info const& type
   for (auto text = whole.substr(1); !text.empty();) {
     char const c = text[0];
     if (c == '\'') {
+      String8 result = String8(std::string_view(bytes));
       skip(pos, whole.size() - text.size() + 1);
-      return String8(std::string_view(bytes));
+      return result;
     }
     if (c == '\\') {
       int const escaped = takeEscape(text);
@@ -261,8 +263,8 @@ Ptr<Entity> sequenceToValueOfPtr(Position& pos, Position const& end, Entity*) {
 }
 
 void throwJunk(Position const& pos, String8 const& text) {
-  throw RangeException(format("junk at column %lld deserializing %s",
-                              static_cast<long long>(pos.pos()), text.charPtr()));
+  throw RangeException(
+      format(messages::junkFormat, static_cast<long long>(pos.pos()), text.charPtr()));
 }
 
 }  // namespace Mox
