@@ -1,6 +1,6 @@
 // Values as text and back: `valueToStrep` shows a value, `sequenceToValue` reads one at a position,
 // `strepToValue` reads a whole text. Called by error messages, the generic interface, the tools.
-// The syntax, escapes included, stands at `sequenceToValue` below.
+// The syntax: docs/value-text.md.
 #pragma once
 
 #include <concepts>
@@ -28,7 +28,7 @@ inline String8 valueToStrep(int value) { return valueToStrep(0ll + value); }
 inline String8 valueToStrep(long value) { return valueToStrep(0ll + value); }
 /// The shortest decimal text that reads back as the same number; "inf", "-inf", "nan".
 String8 valueToStrep(double value);
-/// The text in apostrophes; see `sequenceToValue(..., String8*)` for the escapes.
+/// The text in apostrophes, with escapes.
 String8 valueToStrep(String8 const& value);
 String8 valueToStrep(Name const& value);
 /// Would otherwise be taken for a bool.
@@ -53,10 +53,8 @@ String8 textOf(T const& value) {
 [[noreturn]] void cannotConvert(String8::IteratorConst const& pos,
                                 String8::IteratorConst const& end, std::type_info const& type);
 
-/// One string token: either a bare word, one or more of letters, digits and `_ . - : /`; or any
-/// bytes in apostrophes, where a backslash escapes: \' \" \\ \n \r \t and \xHH, two hex digits.
-/// `valueToStrep` always writes apostrophes, and writes control bytes, backslash and apostrophe as
-/// escapes. No blanks are skipped, here or in any other form.
+/// One string token: a bare word of letters, digits and `_ . - : /`, or any bytes in apostrophes
+/// with backslash escapes. No blanks are skipped, here or in any other form.
 ///
 /// Every form reads one value at `pos`, leaves `pos` behind it and returns it; the last argument
 /// only picks the overload. A text that can't be read leaves `pos` alone and goes to
