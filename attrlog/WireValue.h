@@ -122,4 +122,16 @@ struct WireValue<Ptr<T>> {
   static Ptr<T> read(In& in) { return in.nextEntity<std::remove_const_t<T>>(); }
 };
 
+/// The value types that stand in a message in a form of their own: identifiers, units, DramConfig.
+template <class T>
+concept WireClass = T::isMoxIdentifier || std::same_as<T, Units::Megahertz> ||
+    std::same_as<T, Fru::SlotId> || std::same_as<T, Hardware::Sand::DramConfig>;
+
+template <class T>
+requires WireClass<T> Ptr<Out>
+const& operator<<(Ptr<Out> const& out, T value) {
+  WireValue<T>::write(out, value);
+  return out;
+}
+
 }  // namespace Mox::NboAttrLog

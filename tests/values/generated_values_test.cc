@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "attrlog/WireValue.h"
 #include "tests/values/thrown.h"
 
 namespace {
@@ -97,6 +98,53 @@ TEST(GeneratedValues, EqualNumbersOfDifferentClassesHashTheSame) {
   EXPECT_EQ(Mox::KeyHash<XlgeId>::hash(XlgeId(7)), 7u);
   EXPECT_EQ(Mox::KeyHash<SerdesQuartetId>::hash(SerdesQuartetId(7)), 7u);
   EXPECT_EQ(Mox::KeyHash<VesperAccelId>::hash(VesperAccelId(7)), 7u);
+}
+
+/// What a value's `operator<<` puts on the stream, in hex, and read back the same.
+template <class T>
+std::string wireOf(T const& value) {
+  Mox::Ptr<Mox::NboAttrLog::Out> const out(new Mox::NboAttrLog::Out(nullptr, 4096));
+  constexpr unsigned char behind = 0xa5;
+  out << value << behind;
+  Mox::Ptr<Mox::NboAttrLog::In> const in(new Mox::NboAttrLog::In(nullptr));
+  in->payloadIs(out->committed(), 64);
+  EXPECT_EQ(Mox::NboAttrLog::WireValue<T>::read(**in), value);
+  auto const width = in->position() - out->committed();
+  EXPECT_EQ(out->committed()[width], behind);
+  std::string hex;
+  for (auto at = out->committed(); at != in->position(); ++at)
+    hex += Mox::format("%02x", *at).view();
+  return hex;
+}
+
+/// The refusal of a number that a peer sent.
+template <class Id>
+std::string wireRefusal(std::initializer_list<unsigned char> bytes) {
+  Mox::Ptr<Mox::NboAttrLog::In> const in(new Mox::NboAttrLog::In(nullptr));
+  in->payloadIs(bytes.begin(), bytes.size());
+  return thrown([&] { Mox::NboAttrLog::WireValue<Id>::read(**in); });
+}
+
+TEST(GeneratedValues, TheWireFormIsTheNumberAtItsWidth) {
+  EXPECT_EQ(wireOf(SerdesId(304)), "00000130");
+  EXPECT_EQ(wireOf(SerdesCurrent(33)), "21");
+  EXPECT_EQ(wireOf(SerdesQuartetId(18)), "00000012");
+  EXPECT_EQ(wireOf(QsgmiiId(96)), "0060");
+  EXPECT_EQ(wireOf(XlgeId(18)), "0012");
+  EXPECT_EQ(wireOf(Xlge2Id(36)), "0024");
+  EXPECT_EQ(wireOf(AradNifSerdesId(72)), "0048");
+  EXPECT_EQ(wireOf(AradStatsSerdesId(28)), "001c");
+  EXPECT_EQ(wireOf(VesperAccelId(0x7f)), "7f");
+  EXPECT_EQ(wireOf(Fru::SlotId(0xfffefdfc)), "fffefdfc");
+  EXPECT_EQ(wireOf(Units::Megahertz(156.25)), "4063880000000000");
+  EXPECT_EQ(wireOf(DramConfig::fromBits(0x29)), "29");
+  EXPECT_EQ(wireOf(Inventory::Arad::falconCore), "00000002");
+  EXPECT_EQ(wireRefusal<AradStatsSerdesId>({0, 27}),
+            "AradStatsSerdesId::value < AradStatsSerdesId::min or > AradStatsSerdesId::null not "
+            "allowed");
+  EXPECT_EQ(wireRefusal<SerdesQuartetId>({0, 0, 0, 19}),
+            "SerdesQuartetId::value < SerdesQuartetId::min or > SerdesQuartetId::null not allowed");
+  EXPECT_EQ(wireRefusal<VesperAccelId>({0x80}), "VesperAccelId::value > 0x7f not allowed");
 }
 
 /// `names` are the enumerators from 0 on; every other number is unknown.
