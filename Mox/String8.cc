@@ -151,7 +151,8 @@ StringN<unsigned char> StringN<unsigned char>::concatenation(std::string_view a,
 
 StringN<unsigned char> StringN<unsigned char>::substr(long long pos, unsigned int length) const {
   long long const size = data_->length_;
-  long long const from = std::clamp(pos, 0ll, size);
+  if (pos >= size) return StringN();
+  long long const from = std::max(pos, 0ll);
   long long const to = std::clamp(pos + static_cast<long long>(length), from, size);
   if (from == 0 && to == size) return *this;
   return StringN(charPtr() + from, static_cast<std::size_t>(to - from));

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <map>
 #include <random>
 #include <sstream>
@@ -103,6 +104,8 @@ TEST(Strings, TextsComeOutAsTheyShould) {
                         {abcdef.substr(-9, 3), ""},
                         {abcdef.substr(99, 3), ""},
                         {abcdef.substr(1), "bcdef"},
+                        {abcdef.substr(std::numeric_limits<long long>::max(), 3), ""},
+                        {abcdef.substr(std::numeric_limits<long long>::min()), ""},
                         {format("%d %s %lld|%5u", -3, abcdef.charPtr(), 1ll << 40, 7u),
                          "-3 abcdef 1099511627776|    7"},
                         {format("%s", std::string(1000, 'x').c_str()), std::string(1000, 'x')},
