@@ -11,8 +11,9 @@ namespace Mox {
 
 class Exception : public std::exception {
  public:
-  /// The kind of a failure. An exception carries a set of them.
-  enum Id : unsigned int {
+  /// The kind of a failure, a small number. An exception carries a set of them.
+  using Id = unsigned int;
+  enum : Id {
     anyId = 0,  ///< no particular kind: any exception of a notifiee
     internalId = 2,
     rangeId = 12,
