@@ -386,6 +386,14 @@ TEST_F(Ptrs, TheTrackerKnowsWhatLivesAndForgetsWhatIsImmortal) {
   EXPECT_TRUE(found);
   a = nullptr;
   EXPECT_EQ(PtrTrack::count(), known);
+  // An object that can't be entered isn't made.
+  EXPECT_EQ(allocationGuard::failEach([] { return Ptr<Object>(); },
+                                      [](Ptr<Object>& made) { made = new Object("c"); },
+                                      [&](Ptr<Object>& made, bool failed) {
+                                        EXPECT_EQ(!made, failed);
+                                        EXPECT_EQ(PtrTrack::count(), known + !failed);
+                                      }),
+            2);
   ptrifTrackOn_ = false;
   b->referencesDec();
 }
