@@ -2,6 +2,8 @@
 // the link and finds its key in the child. Generated one-liners call these.
 #pragma once
 
+#include <cstdint>
+
 #include "Mox/HashMap.h"
 #include "Mox/Ptr.h"
 #include "model/ChildCollection.h"
@@ -45,11 +47,24 @@ class ChildWrapper : public PtrInterface {
   Ptr<Child> child_;
 };
 
+/// The wrapper with this key, or null. One on the way whose child was taken out by hand raises
+/// RangeException "null ValidPtr", before its key is asked for.
+template <class Map, class Key>
+typename Map::MemberType* findWrapper(Map const& map, Key const& key) {
+  using Wrapper = typename Map::MemberType;
+  std::uint32_t const bucket = map.bucketOf(bitReverse(KeyHash<Key>::hash(key)));
+  for (auto* at = static_cast<Wrapper*>(map.bucketHead(bucket)); at; at = at->next.get()) {
+    if (!at->child()) throwRangeException("null ValidPtr");
+    if (at->key() == key) return at;
+  }
+  return nullptr;
+}
+
 /// `xIs(key)` of the collection's owner. `makeWrapper` links a new wrapper with its child.
 template <class Child, class Owner, class Map, class Key, class MakeWrapper, class Notify>
 ValidPtr<Child> wrappedChildIs(Owner& owner, Map& map, Key const& key,
                                MakeWrapper const& makeWrapper, Notify const& notify) {
-  if (auto* wrapper = map[key]) {
+  if (auto* wrapper = findWrapper(map, key)) {
     Ptr<Child> const present = wrapper->child();
     owner.moxVersionInc();
     return ValidPtr<Child>(present);
@@ -77,6 +92,7 @@ template <class Child, class Owner, class Map, class Wrapper, class Key, class N
 Ptr<Child> wrappedChildRemove(Owner& owner, Map& map, Ptr<Wrapper> const& wrapper, Key const& key,
                               Notify const& notify) {
   Ptr<Child> const child = wrapper->child();
+  if (!child) return child;  // Taken out by hand: the wrapper goes with the map.
   map.deleteMember(Ptr<PtrInterface>(wrapper));
   owner.moxVersionInc();
   child->parentIs(Ptr<Entity>());

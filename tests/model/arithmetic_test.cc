@@ -611,6 +611,40 @@ TEST(Model, TheNumberOfABlockIsFreeInEachCollection) {
   EXPECT_EQ(port->cgeId(), port->xlgeId());
 }
 
+TEST(Model, AWrapperWhoseMemberWasTakenOutByHandIsNoMember) {
+  using namespace Hardware::Sand;
+  Ptr<NifSerdes> const lane(new NifSerdes(5, false, false, 1, 1, 0));
+  Ptr<JerichoNifSerdesTuning> const optical = lane->jerichoNifSerdesTuningIs(serdesTuningOptical);
+  auto const wrapper = lane->newJerichoNifSerdesTuning(serdesTuningCopper);
+  Ptr<JerichoNifSerdesTuning> const copper = lane->jerichoNifSerdesTuning(serdesTuningCopper);
+  EXPECT_EQ(wrapper->child(), copper);
+  EXPECT_EQ(wrapper->key(), serdesTuningCopper);
+  // The wrapper's own setter compares name and mode, and puts another child in its place.
+  std::uint32_t const reads = copper->readCount();
+  EXPECT_EQ(wrapper->jerichoNifSerdesTuningIs(copper->name(), serdesTuningCopper).ptr(), copper);
+  EXPECT_EQ(copper->readCount(), reads + 1);
+  Ptr<JerichoNifSerdesTuning> const renamed =
+      wrapper->jerichoNifSerdesTuningIs("other", serdesTuningCopper);
+  EXPECT_NE(renamed, copper);
+  EXPECT_FALSE(copper->parent());
+
+  std::uint32_t const version = lane->version();
+  EXPECT_EQ(wrapper->jerichoNifSerdesTuningDel(), renamed);
+  EXPECT_FALSE(wrapper->jerichoNifSerdesTuningDel());
+  try {
+    lane->jerichoNifSerdesTuningIs(serdesTuningCopper);
+    ADD_FAILURE();
+  } catch (Mox::RangeException const& refused) {
+    EXPECT_STREQ(refused.what(), "null ValidPtr");
+  }
+  EXPECT_EQ(lane->version(), version);
+  EXPECT_FALSE(lane->jerichoNifSerdesTuning(serdesTuningCopper));
+  EXPECT_FALSE(lane->jerichoNifSerdesTuningDel(serdesTuningCopper));
+  lane->jerichoNifSerdesTuningDelAll();
+  EXPECT_FALSE(optical->parent());
+  EXPECT_EQ(lane->version(), version + 1);
+}
+
 TEST(Model, AnIteratorFindsItsPlaceByKeyAndCountsNoRead) {
   Ptr<Arad> const arad(new Arad("fap0", 0));
   for (unsigned int id : {1u, 2u, 5u, 8u}) arad->elkConnectionIs(id);
