@@ -153,6 +153,8 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
 bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
                  StreamAdapter::AttrTransactionType kind) {
   using Kind = StreamAdapter::AttrTransactionType;
+  // A type that a transaction never touches leaves no record behind.
+  if (type.count == 0 && !type.base) return true;
   Demuxer* const demuxer = adapter.streamDemuxer();
   EntityId const id = adapter.entityId();
   Ptr<FlowIn> flowIn = demuxer ? demuxer->flowIn(id) : Ptr<FlowIn>();
