@@ -26,6 +26,10 @@ class ServiceAnchor {
 
 }  // namespace
 
+std::string durationText(std::uint64_t ms) {
+  return ms % 1000 == 0 ? std::to_string(ms / 1000) + " s" : std::to_string(ms) + " ms";
+}
+
 Link::Link(Session* session, std::unique_ptr<ByteLink> bytes, LinkOptions const& options)
     : session_(session), bytes_(std::move(bytes)), demuxer_(new Demuxer(options)) {
   demuxer_->greetedObserverIs([this] {
@@ -64,8 +68,8 @@ void Link::turn(std::uint64_t nowMs) {
   if (end_ == End::none) demuxer_->runFlowOuts([this] { flush(); });
   if (!greetingDueMs_) greetingDueMs_ = nowMs + demuxer_->options().greetingTimeoutMs;
   if (state_ == State::greeting && end_ == End::none && nowMs >= *greetingDueMs_) {
-    endIs(End::noGreeting, "log: no greeting within " +
-                               std::to_string(demuxer_->options().greetingTimeoutMs / 1000) + " s");
+    endIs(End::noGreeting,
+          "log: no greeting within " + durationText(demuxer_->options().greetingTimeoutMs));
   }
   // The reason why this end refuses the stream is for the peer, too.
   flush();

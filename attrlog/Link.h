@@ -17,6 +17,9 @@ namespace Mox::NboAttrLog {
 
 class Session;
 
+/// "10 s", or "500 ms" where that says it exactly.
+std::string durationText(std::uint64_t ms);
+
 class Link : public PtrInterface {
  public:
   enum class State : std::uint8_t { greeting, running, closed };

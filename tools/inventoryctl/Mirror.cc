@@ -105,8 +105,7 @@ bool Mirror::inStepWait() {
     std::uint64_t const bytes = link_->stats().bytesReceived;
     if (std::exchange(bytesSeen, bytes) != bytes) aliveMs = loop_.nowMs();
     if (link_->demuxer().greeted() && loop_.nowMs() - aliveMs > timeoutMs_) {
-      throw Failure(exitLost, "connection lost: nothing received for " +
-                                  std::to_string(timeoutMs_ / 1000) + " s");
+      throw Failure(exitLost, "connection lost: nothing received for " + durationText(timeoutMs_));
     }
   }
   if (std::uint64_t const refused = link_->stats().refusedOrphans; refused != 0 && !isStopped_) {

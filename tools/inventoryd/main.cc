@@ -100,7 +100,7 @@ class CommandReader {
 };
 
 void serve(Options const& options, Mox::Ptr<Inventory::Arad::AradSlice> const& slice) {
-  SignalSource signals{SIGINT, SIGTERM};
+  SignalSource signals{SIGINT, SIGTERM, SIGHUP};
   SignalSource::ignoreBrokenPipes();
   Listener listener(options.endpoint.address());
 
