@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "SchemaTable.h"
+#include "tests/attrlog/Mirror.h"
 
 namespace {
 
@@ -710,6 +711,42 @@ TEST(Bindings, AWeakSubscriberNeverChangesTheCountInAnyOrderOfCalls) {
     check([] { return Ptr<Plain<Arad>>(new Plain<Arad>); },
           [] { return Ptr<Arad>(new Arad("fap0", 0)); }, permutation);
   }
+}
+
+TEST(Bindings, TheLogHearsBeforeAllOthersAndTheLastConnectionFirst) {
+  Ptr<AradSlice> const slice(new AradSlice("slice"));
+  Ptr<Qsgmii> const block = slice->fapIs("fap0", 0)->qsgmiiIs(1).ptr();
+  std::string heard;
+  Ptr<Hostile> const a(new Hostile("a", heard)), b(new Hostile("b", heard));
+  a->bind(block);
+  b->bind(block);
+  using Subscribers = std::vector<Qsgmii::NotifieeConst*>;
+  auto const subscribers = [&] {
+    Subscribers all;
+    for (auto* at = block->notifieeList().head(); at; at = at->next) all.push_back(at);
+    return all;
+  };
+  {
+    Mox::NboAttrLog::test::Mirror first(slice);
+    first.connect();
+    first.settle();
+    Subscribers const one = subscribers();
+    ASSERT_EQ(one.size(), 3u);
+    EXPECT_TRUE(one[0]->moxRawReactor()->isStreamAdapter());
+    EXPECT_EQ(one[1], a.get());
+    EXPECT_EQ(one[2], b.get());
+
+    Mox::NboAttrLog::test::Mirror second(slice);
+    second.connect();
+    second.settle();
+    Subscribers const two = subscribers();
+    ASSERT_EQ(two.size(), 4u);
+    EXPECT_TRUE(two[0]->moxRawReactor()->isStreamAdapter());
+    EXPECT_EQ(Subscribers(two.begin() + 1, two.end()), one);
+  }
+  EXPECT_EQ(subscribers(), (Subscribers{a.get(), b.get()}));
+  a->notifierIs(nullptr);
+  b->notifierIs(nullptr);
 }
 
 TEST(Bindings, AnEntityOfAnotherTypeCountsAsNone) {
