@@ -1,0 +1,810 @@
+// What is owed and when it goes: walks stopped after every message, the gate, thresholds, memory of
+// a peer that stopped reading, subscribers that interfere with what arrives.
+#include <InvArad/QsgmiiAttrLog.h>
+#include <InvArad/StatsSerdesAttrLog.h>
+#include <InvArad/XlgeAttrLog.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <regex>
+#include <sstream>
+
+#include "tests/attrlog/Mirror.h"
+
+namespace Mox::NboAttrLog::test {
+namespace {
+
+using Hardware::Sand::AradNifSerdesId;
+using Inventory::Arad::Arad;
+using Inventory::Arad::AradSlice;
+using Inventory::Arad::Qsgmii;
+using Inventory::Arad::StatsSerdes;
+using Inventory::Arad::Xlge;
+
+String8 textOf(std::size_t length, char c) {
+  std::string const bytes(length, c);
+  return String8(bytes.data(), bytes.size());
+}
+
+Ptr<Entity::MoxNboAttrLogSa> adapterOf(Mirror& mirror, Ptr<Entity> const& entity) {
+  return entity->moxNboAttrLogSa(Ptr<Out const>(mirror.out().out()));
+}
+
+/// Drives the exporter by hand: its pipe takes nothing, and its buffer is filled with frames for
+/// nobody until a run stops behind its next message.
+class Stepper {
+ public:
+  explicit Stepper(Mirror& mirror) : mirror_(mirror) { stop(); }
+
+  void stop() { mirror_.toImporter->capacity = 0; }
+  /// Fills the buffer so that exactly a run's least room is left, less `shortBy`.
+  void fill(std::size_t shortBy = 0) {
+    Out& out = **mirror_.out().out();
+    std::size_t const target = out.capacity() - runRoom + shortBy;
+    if (out.committedSize() + frameOverhead > target) return;
+    MsgHeader header;
+    header.entityId = EntityId(0x7777000000000013);
+    header.attributeId = 1;
+    out.nextHeaderIs(header);
+    Ptr<Out> const hold(&out);
+    hold << Connection::Out::TransactToken::tokenBegin;
+    std::string const rest(target - out.committedSize() - frameOverhead, 'p');
+    out.bytesIs(rest.data(), rest.size());
+    hold << Connection::Out::TransactToken::tokenEnd;
+    ++pads_;
+  }
+  /// The next message of what is owed, and whatever the step's rules let follow it.
+  void step() {
+    fill();
+    mirror_.exporterLink->service(1);
+    drain();
+  }
+  /// All that is written reaches the importer.
+  void drain() {
+    Out& out = **mirror_.out().out();
+    mirror_.toImporter->bytes.append(out.committed(), out.committedSize());
+    out.sent(out.committedSize());
+    while (!mirror_.toImporter->bytes.empty() &&
+           mirror_.importerLink->state() != Link::State::closed) {
+      mirror_.importerLink->service(1);
+    }
+  }
+  void finish() {
+    mirror_.toImporter->capacity = 65536;
+    mirror_.settle();
+  }
+  std::uint64_t pads() const { return pads_; }
+
+ private:
+  Mirror& mirror_;
+  std::uint64_t pads_ = 0;
+};
+
+void expectSame(Mirror& mirror, Stepper const& stepper) {
+  ASSERT_EQ(mirror.importerClosed, "");
+  EXPECT_TRUE(mirror.in().inStep());
+  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
+  EXPECT_EQ(mirror.in().flowInCount(), 0u);
+  EXPECT_EQ(mirror.in().stats().strays, stepper.pads());
+  EXPECT_EQ(mirror.out().reactorCount(), mirror.in().reactorCount());
+  EXPECT_FALSE(mirror.out().hasWaitingFlowOut());
+  EXPECT_EQ(mirror.out().stats().handlerExceptions, 0u);
+}
+
+enum Operation { remove, add, replace, change };
+
+/// A collection of up to eight keys, of which the odd ones are there at first.
+struct Family {
+  char const* name;
+  AttributeId id;
+  Ptr<AradSlice> (*make)();
+  Ptr<Entity> (*owner)(AradSlice& slice);
+  void (*apply)(AradSlice& slice, unsigned int key, Operation operation);
+};
+
+Ptr<AradSlice> sliceWithChip() {
+  Ptr<AradSlice> slice(new AradSlice("s"));
+  slice->fapIs("f", 1);
+  return slice;
+}
+Ptr<Arad> chip(AradSlice& slice) { return slice.fap("f"); }
+Ptr<Entity> chipEntity(AradSlice& slice) { return Ptr<Entity>(chip(slice)); }
+
+void applyToPort(AradSlice& slice, unsigned int key, Operation operation) {
+  Ptr<Arad> arad = chip(slice);
+  auto const id = static_cast<unsigned short>(key);
+  if (operation == remove || operation == replace) arad->portDel(id);
+  if (operation == add || operation == replace) arad->portIs(id, nullptr);
+  if (auto port = operation == change ? arad->port(id) : nullptr) {
+    port->laneIs(static_cast<unsigned char>(port->lane() + 1));
+    port->txConnectionIs(key);
+  }
+}
+void applyToChip(AradSlice& slice, unsigned int key, Operation operation) {
+  Name const name{format("chip%u", key)};
+  if (operation == remove || operation == replace) slice.fapDel(name);
+  if (operation == add) {
+    if (!slice.fap(name)) slice.fapIs(name, key);
+  }
+  if (operation == replace) slice.fapIs(name, key + 100);
+  if (auto arad = operation == change ? slice.fap(name) : nullptr) arad->descriptionIs("changed");
+}
+void applyToTuning(AradSlice& slice, unsigned int key, Operation operation) {
+  Ptr<Inventory::Arad::NifSerdes> lane = chip(slice)->serdes(2);
+  // Modes that both ends know: the removal of another one is passed over.
+  auto const mode = static_cast<Hardware::Sand::JerichoNifSerdesTuningMode>(key % 4);
+  if (operation == remove || operation == replace) lane->jerichoNifSerdesTuningDel(mode);
+  if (operation == add || operation == replace) lane->jerichoNifSerdesTuningIs(mode);
+  if (auto tuning = operation == change ? lane->jerichoNifSerdesTuning(mode) : nullptr) {
+    tuning->mainCursorIs(tuning->mainCursor() + 1);
+  }
+}
+void applyToLane(AradSlice& slice, unsigned int key, Operation operation) {
+  Ptr<Xlge> block = chip(slice)->xlge(3);
+  AradNifSerdesId const lane(static_cast<unsigned short>(key));
+  if (operation == remove || operation == replace) block->serdesDel(lane);
+  if (operation != remove) block->serdesIs(lane, operation == change);
+}
+/// Some values need several messages.
+String8 valueOf(unsigned int key, Operation operation) {
+  char const c = operation == change ? 'c' : operation == replace ? 'r' : 'a';
+  return textOf(key % 3 != 0 || key > 20 ? key : key == 3 ? 70000 : 33000 + key, c);
+}
+template <class Is, class Del>
+void applyToText(unsigned int key, Operation operation, Is const& is, Del const& del) {
+  String8 const name = format("key%u", key);
+  if (operation == remove || operation == replace) del(name);
+  if (operation != remove) is(name, valueOf(key, operation));
+}
+void applyToSetting(AradSlice& slice, unsigned int key, Operation operation) {
+  Ptr<Arad> arad = chip(slice);
+  applyToText(
+      key, operation, [&](auto const& k, auto const& v) { arad->ddrTuneSettingIs(k, v); },
+      [&](auto const& k) { arad->ddrTuneSettingDel(k); });
+}
+void applyToProperty(AradSlice& slice, unsigned int key, Operation operation) {
+  Ptr<Inventory::Arad::SocProperties> bag = chip(slice)->elkGlobalSocProperties();
+  applyToText(
+      key, operation, [&](auto const& k, auto const& v) { bag->propertyIs(k, v); },
+      [&](auto const& k) { bag->propertyDel(k); });
+}
+
+Family const families[] = {
+    {"children under numbers", 522, sliceWithChip, chipEntity, applyToPort},
+    {"children under names", 259, [] { return Ptr<AradSlice>(new AradSlice("s")); },
+     [](AradSlice& slice) { return Ptr<Entity>(&slice); }, applyToChip},
+    {"wrapped children", 266,
+     [] {
+       Ptr<AradSlice> slice = sliceWithChip();
+       chip(**slice)->serdesIs(2, false, false, 0, 0, 0);
+       return slice;
+     },
+     [](AradSlice& slice) { return Ptr<Entity>(chip(slice)->serdes(2)); }, applyToTuning},
+    {"values under numbers", 260,
+     [] {
+       Ptr<AradSlice> slice = sliceWithChip();
+       chip(**slice)->xlgeIs(3);
+       return slice;
+     },
+     [](AradSlice& slice) { return Ptr<Entity>(chip(slice)->xlge(3)); }, applyToLane},
+    {"strings of a chip", 523, sliceWithChip, chipEntity, applyToSetting},
+    {"strings of a bag", 259,
+     [] {
+       Ptr<AradSlice> slice = sliceWithChip();
+       chip(**slice)->elkGlobalSocPropertiesIs("g", 0);
+       return slice;
+     },
+     [](AradSlice& slice) { return Ptr<Entity>(chip(slice)->elkGlobalSocProperties()); },
+     applyToProperty},
+};
+
+class FlowFamily : public testing::TestWithParam<Family> {
+ protected:
+  static constexpr unsigned int keys = 8;
+
+  Ptr<AradSlice> made() const {
+    Ptr<AradSlice> slice = GetParam().make();
+    for (unsigned int key = 1; key < keys; key += 2) GetParam().apply(**slice, key, add);
+    return slice;
+  }
+  /// True while the flow-out of the collection's owner stands at the collection.
+  bool stands(Mirror& mirror, AradSlice& slice) const {
+    Ptr<Entity::MoxNboAttrLogSa> adapter = adapterOf(mirror, GetParam().owner(slice));
+    return adapter && adapter->flowOut() && adapter->flowOut()->attrId() == GetParam().id;
+  }
+};
+
+TEST_P(FlowFamily, AFullTransferStoppedAnywhereSurvivesEveryChangeInBetween) {
+  // Every stop within the collection with every change, as long as it is small; then samples.
+  constexpr int mostExhaustive = 6;
+  bool const large = GetParam().owner == families[1].owner;
+  int stopsAtTheCollection = 0;
+  int bookmarks = 0;
+  int openValues = 0;
+  std::mt19937 random(1);
+  bool last = false;
+  for (unsigned int stop = 0; !last; ++stop) {
+    unsigned int variants = 1;
+    for (unsigned int variant = 0; variant < variants; ++variant) {
+      Ptr<AradSlice> slice = made();
+      LinkOptions options;
+      options.outCapacity = leastCapacity;
+      Mirror mirror{Ptr<Entity>(slice), options};
+      mirror.connect();
+      Stepper stepper(mirror);
+      // Greetings first.
+      mirror.exporterLink->service(1);
+      stepper.drain();
+      for (unsigned int step = 0; step < stop; ++step) stepper.step();
+      last = !mirror.out().hasWaitingFlowOut() && stop > 0;
+      if (variant == 0 && stands(mirror, **slice) && stopsAtTheCollection++ < mostExhaustive) {
+        variants = 4 * keys;
+      }
+      if (stands(mirror, **slice)) {
+        FlowOut const& flowOut = *adapterOf(mirror, GetParam().owner(**slice))->flowOut();
+        bookmarks += flowOut.bookmark() != nullptr;
+        openValues += flowOut.valueIter() != nullptr;
+      }
+      unsigned int const choice = variants > 1 ? variant : random() % (4 * keys);
+      auto const operation = static_cast<Operation>(choice / keys);
+      SCOPED_TRACE(testing::Message()
+                   << "stop " << stop << ", operation " << operation << ", key " << choice % keys);
+      GetParam().apply(**slice, choice % keys, operation);
+      // Another one after one further message, so that a change meets what a change has begun.
+      stepper.step();
+      GetParam().apply(**slice, (choice + 3) % keys, static_cast<Operation>((choice + 1) % 4));
+      stepper.finish();
+      expectSame(mirror, stepper);
+      if (HasFailure()) return;
+    }
+    if (large) stop += 6;
+  }
+  EXPECT_GE(stopsAtTheCollection, 3);
+  EXPECT_GT(bookmarks, 0);
+  bool const strings = GetParam().apply == applyToSetting || GetParam().apply == applyToProperty;
+  EXPECT_EQ(openValues > 0, strings);
+}
+
+TEST_P(FlowFamily, DirtyKeysStoppedAnywhereSurviveEveryChangeInBetween) {
+  for (unsigned int stop = 0; stop < 14; ++stop) {
+    for (unsigned int variant = 0; variant < 4 * keys; variant += stop < 3 ? 1 : 7) {
+      Ptr<AradSlice> slice = made();
+      LinkOptions options;
+      options.outCapacity = leastCapacity;
+      Mirror mirror{Ptr<Entity>(slice), options};
+      mirror.connect();
+      mirror.settle();
+      Stepper stepper(mirror);
+      stepper.fill(runRoom - blockSize / 2);
+      for (unsigned int key = 0; key < keys; ++key) {
+        GetParam().apply(**slice, key, static_cast<Operation>(key % 4));
+      }
+      ASSERT_TRUE(mirror.out().hasWaitingFlowOut());
+      stepper.drain();
+      for (unsigned int step = 0; step < stop; ++step) stepper.step();
+      SCOPED_TRACE(testing::Message() << "stop " << stop << ", variant " << variant);
+      GetParam().apply(**slice, variant % keys, static_cast<Operation>(variant / keys));
+      stepper.step();
+      GetParam().apply(**slice, (variant + 5) % keys, static_cast<Operation>((variant + 1) % 4));
+      stepper.finish();
+      expectSame(mirror, stepper);
+      if (HasFailure()) return;
+    }
+  }
+}
+
+TEST_P(FlowFamily, RandomChangesBetweenSingleMessages) {
+  bool const large = GetParam().owner == families[1].owner;
+  for (unsigned int seed = 1; seed <= (large ? 3u : 12u); ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    std::mt19937 random(seed);
+    unsigned int const range = large ? 4 : GetParam().id == 260 ? 60 : 200;
+    Ptr<AradSlice> slice = made();
+    for (unsigned int i = 0; i < range; ++i) GetParam().apply(**slice, random() % range, add);
+    LinkOptions options;
+    options.outCapacity = leastCapacity;
+    Mirror mirror{Ptr<Entity>(slice), options};
+    mirror.connect();
+    Stepper stepper(mirror);
+    for (int step = 0; step < 250; ++step) {
+      for (unsigned int i = random() % 3; i != 0; --i) {
+        GetParam().apply(**slice, random() % range, static_cast<Operation>(random() % 4));
+      }
+      if (random() % 4 == 0) stepper.fill(random() % runRoom);
+      stepper.step();
+    }
+    stepper.finish();
+    expectSame(mirror, stepper);
+    if (HasFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, FlowFamily, testing::ValuesIn(families),
+                         [](testing::TestParamInfo<Family> const& info) {
+                           std::string name = info.param.name;
+                           for (char& c : name) c = c == ' ' ? '_' : c;
+                           return name;
+                         });
+
+// The gate.
+
+struct GateScene {
+  GateScene() : slice(sliceWithChip()), mirror(Ptr<Entity>(slice)) {
+    Ptr<Arad> arad = chip(**slice);
+    arad->qsgmiiIs(1);
+    arad->xlgeIs(3);
+    arad->portIs(5, nullptr);
+    mirror.connect();
+    mirror.settle();
+    mirror.toImporter->capacity = 0;
+  }
+  std::size_t written() { return mirror.out().out()->committedSize(); }
+  Ptr<AradSlice> slice;
+  Mirror mirror;
+};
+
+struct GateFamily {
+  char const* name;
+  Ptr<Entity> (*owner)(AradSlice& slice);
+  void (*change)(AradSlice& slice);
+  bool ownsChild;
+  /// Sent in a run though the buffer is short.
+  bool sentShortInRun;
+};
+
+GateFamily const gateFamilies[] = {
+    {"plain", [](AradSlice& s) { return Ptr<Entity>(&s); }, [](AradSlice& s) { s.numPortsIs(77); },
+     false, true},
+    {"pieces", [](AradSlice& s) { return Ptr<Entity>(chip(s)->qsgmii(1)); },
+     [](AradSlice& s) { chip(s)->qsgmii(1)->descriptionIs("new"); }, false, false},
+    {"reference", [](AradSlice& s) { return Ptr<Entity>(chip(s)->port(5)); },
+     [](AradSlice& s) {
+       // Set and cleared: the value that goes out is null, which needs no id.
+       chip(s)->port(5)->xcvrSlotIs(nullptr);
+       chip(s)->port(5)->ledManagedByPhyIs(true);
+     },
+     false, true},
+    {"singleton", [](AradSlice& s) { return Ptr<Entity>(chip(s)->port(5)); },
+     [](AradSlice& s) { chip(s)->port(5)->txConnectionIs(1); }, true, true},
+    {"child", chipEntity, [](AradSlice& s) { chip(s)->portIs(6, nullptr); }, true, true},
+    {"value", [](AradSlice& s) { return Ptr<Entity>(chip(s)->xlge(3)); },
+     [](AradSlice& s) { chip(s)->xlge(3)->serdesIs(2, true); }, false, true},
+    {"string", chipEntity, [](AradSlice& s) { chip(s)->ddrTuneSettingIs("k", "v"); }, false, false},
+};
+
+enum class Outcome { sent, nothing, marked };
+
+TEST(FlowGate, EveryFlagHasItsOutcomeInEveryFamily) {
+  struct Row {
+    char const* what;
+    std::uint32_t set;
+    std::uint32_t cleared;
+    Outcome outcome;
+    bool isMarkKept;  ///< bit 4 stays
+  };
+  constexpr Row rows[] = {
+      {"in step", 0, 0, Outcome::sent, false},
+      {"bit 13", applyingSync, 0, Outcome::nothing, false},
+      {"bit 13 and 4", applyingSync | changeFromLog, 0, Outcome::nothing, true},
+      {"bit 4", changeFromLog, 0, Outcome::nothing, false},
+      {"bit 5", boundByTransaction, 0, Outcome::nothing, false},
+      {"bit 8", writingOff, 0, Outcome::nothing, false},
+      {"no bit 26", 0, writingOn, Outcome::nothing, false},
+      {"bit 27", deferAll, 0, Outcome::marked, false},
+      {"bit 2", readOnlyHere, 0, Outcome::nothing, false},
+      {"bit 8 before bit 2", readOnlyHere | writingOff, 0, Outcome::nothing, false},
+  };
+  for (GateFamily const& family : gateFamilies) {
+    for (Row const& row : rows) {
+      // A child from the log is bound to the id at which the reader stands: not without one.
+      if (family.ownsChild && (row.set & (changeFromLog | applyingSync)) == changeFromLog) continue;
+      SCOPED_TRACE(testing::Message() << family.name << ", " << row.what);
+      GateScene scene;
+      Ptr<Entity::MoxNboAttrLogSa> adapter = adapterOf(scene.mirror, family.owner(**scene.slice));
+      ASSERT_TRUE(adapter->hasFlag(noFlowOut));
+      adapter->flagsIs(row.set, true);
+      adapter->flagsIs(row.cleared, false);
+      family.change(**scene.slice);
+      EXPECT_EQ(scene.written() != 0, row.outcome == Outcome::sent);
+      EXPECT_EQ(adapter->flowOut() != nullptr, row.outcome == Outcome::marked);
+      EXPECT_EQ(adapter->hasFlag(noFlowOut), row.outcome != Outcome::marked);
+      if (adapter->flowOut()) {
+        EXPECT_TRUE(adapter->flowOut()->hasDirtyAttributes());
+      }
+      EXPECT_EQ(adapter->hasFlag(changeFromLog), row.isMarkKept);
+      bool const refused = row.set == readOnlyHere;
+      EXPECT_EQ(scene.mirror.out().stats().readOnlyWrites, refused ? 1u : 0u);
+      EXPECT_EQ(scene.mirror.out().stats().handlerExceptions, refused ? 1u : 0u);
+      adapter->flagsIs(row.set, false);
+    }
+  }
+}
+
+TEST(FlowGate, AShortBufferMarksAndARunSendsAllTheSame) {
+  for (GateFamily const& family : gateFamilies) {
+    for (bool const inRun : {false, true}) {
+      SCOPED_TRACE(testing::Message() << family.name << (inRun ? " in a run" : ""));
+      GateScene scene;
+      Stepper stepper(scene.mirror);
+      stepper.fill(runRoom - 1000);
+      std::size_t const before = scene.written();
+      Ptr<Entity::MoxNboAttrLogSa> adapter = adapterOf(scene.mirror, family.owner(**scene.slice));
+      adapter->flagsIs(inScheduledRun, inRun);
+      family.change(**scene.slice);
+      adapter->flagsIs(inScheduledRun, false);
+      bool const sent = inRun && family.sentShortInRun;
+      EXPECT_EQ(scene.written() != before, sent);
+      EXPECT_EQ(adapter->flowOut() != nullptr, !sent);
+      if (family.name == std::string("reference")) continue;
+      stepper.drain();
+      stepper.finish();
+      expectSame(scene.mirror, stepper);
+    }
+  }
+}
+
+TEST(FlowGate, WithAFlowOutOnlyPlainValuesGoAtOnce) {
+  for (GateFamily const& family : gateFamilies) {
+    SCOPED_TRACE(family.name);
+    GateScene scene;
+    Ptr<Entity::MoxNboAttrLogSa> adapter = adapterOf(scene.mirror, family.owner(**scene.slice));
+    scene.mirror.out().createFlowOut(**adapter, ConnectDesc(), false, 0x7fffffff);
+    ASSERT_FALSE(adapter->hasFlag(noFlowOut));
+    family.change(**scene.slice);
+    bool const plain =
+        family.name == std::string("plain") || family.name == std::string("reference");
+    EXPECT_EQ(scene.written() != 0, plain);
+    EXPECT_EQ(adapter->flowOut()->hasDirtyAttributes(), !plain);
+  }
+}
+
+// FlowOut.
+
+Ptr<FlowOut> flowOutFrom(Entity::MoxNboAttrLogSa& adapter, AttributeId start) {
+  return adapter.flowOutIs(adapter.nboAttrLogOut(), ConnectDesc(), false, start);
+}
+
+TEST(FlowState, TheThresholdSaysWhatIsOwed) {
+  GateScene scene;
+  chip(**scene.slice)->statsSerdesIs(30, true);
+  Ptr<Entity::MoxNboAttrLogSa> qsgmii = adapterOf(scene.mirror, chip(**scene.slice)->qsgmii(1));
+  Ptr<Entity::MoxNboAttrLogSa> xlge = adapterOf(scene.mirror, chip(**scene.slice)->xlge(3));
+  Ptr<Entity::MoxNboAttrLogSa> stats =
+      adapterOf(scene.mirror, chip(**scene.slice)->statsSerdes(30));
+  struct Row {
+    AttributeId start;
+    std::uint32_t qsgmiiWord;  ///< description 2, serdes 4
+    std::uint32_t xlgeWord;    ///< description 2, serdes walked 4, phyLaneSwap 8, lane 16
+    bool qsgmiiDirty;
+    bool xlgeDirty;
+  };
+  constexpr Row rows[] = {
+      {0, 6, 2 | 8 | 16, true, true}, {259, 6, 2 | 8 | 16, true, true},
+      {260, 4, 8 | 16, true, true},   {261, 0, 4 | 8 | 16, false, true},
+      {263, 0, 4, false, false},      {0x7fffffff, 0, 4, false, false},
+  };
+  for (Row const& row : rows) {
+    Ptr<FlowOut> a = flowOutFrom(**qsgmii, row.start);
+    Ptr<FlowOut> b = flowOutFrom(**xlge, row.start);
+    EXPECT_EQ(static_cast<Qsgmii::MoxNboAttrLogSa::FlowOut&>(**a).moxDirtyBitSet0(), row.qsgmiiWord)
+        << row.start;
+    EXPECT_EQ(static_cast<Xlge::MoxNboAttrLogSa::FlowOut&>(**b).moxDirtyBitSet0(), row.xlgeWord)
+        << row.start;
+    EXPECT_EQ(a->hasDirtyAttributes(), row.qsgmiiDirty) << row.start;
+    EXPECT_EQ(b->hasDirtyAttributes(), row.xlgeDirty) << row.start;
+    EXPECT_FALSE(flowOutFrom(**stats, row.start)->hasDirtyAttributes());
+  }
+}
+
+TEST(FlowState, AKeyIsDirtyFromItsEntryToItsRemovalWhateverItsMark) {
+  GateScene scene;
+  Ptr<FlowOut> base =
+      flowOutFrom(**adapterOf(scene.mirror, chip(**scene.slice)->xlge(3)), 0x7fffffff);
+  auto& flowOut = static_cast<Xlge::MoxNboAttrLogSa::FlowOut&>(**base);
+  AradNifSerdesId const key(4);
+  EXPECT_FALSE(flowOut.moxIsSerdesDirtyDel(key));
+  flowOut.moxIsSerdesDirtyIs(key, false);
+  EXPECT_TRUE(flowOut.hasDirtyAttributes());
+  flowOut.moxIsSerdesDirtyIs(key, true);
+  EXPECT_EQ(flowOut.moxIsSerdesDirty().size(), 1u);
+  EXPECT_TRUE(flowOut.moxIsSerdesDirtyDel(key));
+  EXPECT_FALSE(flowOut.hasDirtyAttributes());
+  flowOut.pendingAbortIs(259, true);
+  EXPECT_TRUE(flowOut.hasDirtyAttributes());
+}
+
+TEST(FlowRun, ResultsTellWhereToComeBack) {
+  GateScene scene;
+  Ptr<Entity::MoxNboAttrLogSa> adapter = adapterOf(scene.mirror, chip(**scene.slice)->qsgmii(1));
+  auto const dirty = [&](std::uint32_t bits) -> FlowOut& {
+    FlowOut& flowOut =
+        *scene.mirror.out().createFlowOut(**adapter, ConnectDesc(), false, 0x7fffffff);
+    static_cast<Qsgmii::MoxNboAttrLogSa::FlowOut&>(flowOut).moxDirtyWord() = bits;
+    return flowOut;
+  };
+  // Room: description clean, serdes dirty: only serdes goes.
+  dirty(4);
+  EXPECT_EQ(adapter->handleAttrFlowOut(0), 0);
+  EXPECT_EQ(scene.written(), frameOverhead + 2);
+  EXPECT_FALSE(adapter->flowOut()->hasDirtyAttributes());
+  EXPECT_FALSE(adapter->hasFlag(inScheduledRun));
+  // An id beyond the last: nothing but the abort that is owed.
+  std::size_t before = scene.written();
+  dirty(6).pendingAbortIs(259, true);
+  EXPECT_EQ(adapter->handleAttrFlowOut(261), 0);
+  EXPECT_EQ(scene.written() - before, frameOverhead + 8);
+  EXPECT_TRUE(adapter->flowOut()->pendingAbort().size() == 0);
+  // No room: the base's part goes through, then the first own attribute waits.
+  Stepper stepper(scene.mirror);
+  stepper.fill(1);
+  before = scene.written();
+  EXPECT_EQ(adapter->handleAttrFlowOut(0), 259);
+  EXPECT_EQ(scene.written(), before);
+  EXPECT_EQ(adapter->handleAttrFlowOut(259), 260) << "a finished string, and serdes is owed";
+  dirty(2);
+  EXPECT_EQ(adapter->handleAttrFlowOut(259), 0) << "a finished string, and nothing more";
+  dirty(4);
+  EXPECT_EQ(adapter->handleAttrFlowOut(260), 0) << "the last attribute";
+  EXPECT_FALSE(adapter->hasFlag(inScheduledRun));
+}
+
+using FlowDeathTest = testing::Test;
+
+TEST(FlowDeathTest, SlotsOfOneAttributeAreNeverReadUnderAnother) {
+  GateScene scene;
+  Ptr<FlowOut> flowOut = flowOutFrom(**adapterOf(scene.mirror, scene.slice), 0);
+  flowOut->attrIdIs(259);
+  moxFlowOutBookmarkEnq(**flowOut, Name("next"));
+  flowOut->attrIdIs(259);
+  EXPECT_DEATH(flowOut->attrIdIs(260),
+               "attrlog/FlowOut:[0-9]+: attrIdIs: "
+               "Assertion '!hasFilledSlot\\(\\)' failed\\.");
+  moxFlowOutBookmarkDeq<Name>(**flowOut);
+}
+
+TEST(FlowDeathTest, AKeyMustFitABlock) {
+  GateScene scene;
+  chip(**scene.slice)->ddrTuneSettingIs(textOf(49118, 'k'), textOf(100000, 'v'));
+  EXPECT_DEATH(
+      chip(**scene.slice)->ddrTuneSettingIs(textOf(49119, 'k'), "v"),
+      "InvArad:[0-9]+: .*Assertion 'Mox::NboAttrLog::pessimisticMessageSizeEstimate\\(_mox_index,"
+      "_ddrTuneSetting,true\\)<alOut->bufferBlockSize\\(\\)' failed\\.");
+  Stepper stepper(scene.mirror);
+  stepper.finish();
+  expectSame(scene.mirror, stepper);
+}
+
+// Memory.
+
+std::size_t allocated() { return mallinfo2().uordblks; }
+
+/// What a sender may owe, in bytes: an entity's FlowOut, and a dirty key's entry.
+constexpr std::size_t bytesPerEntity = 2048;
+constexpr std::size_t bytesPerKey = 192;
+
+TEST(FlowMemory, AMillionChangesOfAThousandAttributesCostAPeerThatStoppedNoMoreThanTheirMarks) {
+  constexpr unsigned short ports = 200;
+  Ptr<AradSlice> slice = sliceWithChip();
+  std::vector<Ptr<Inventory::Arad::EthPort>> all;
+  for (unsigned short i = 0; i < ports; ++i) all.push_back(chip(**slice)->portIs(i, nullptr));
+  Mirror mirror{Ptr<Entity>(slice)};
+  mirror.connect();
+  mirror.settle();
+  mirror.toImporter->capacity = 0;
+  Stepper stepper(mirror);
+  stepper.fill(runRoom - 1000);
+  std::size_t const before = allocated();
+  for (unsigned int i = 0; i < 1000000; ++i) {
+    Inventory::Arad::EthPort& port = **all[i % ports];
+    unsigned int const round = i / ports / 5;
+    switch (i / ports % 5) {
+      case 0:
+        port.laneIs(static_cast<unsigned char>(round + 1));
+        break;
+      case 1:
+        port.numQPairsIs(static_cast<unsigned short>(round + 1));
+        break;
+      case 2:
+        port.ledManagedByPhyIs(round % 2 == 0);
+        break;
+      case 3:
+        port.fecManagedByFapIs(round % 2 == 1);
+        break;
+      case 4:
+        port.geIdIs(AradNifSerdesId(static_cast<unsigned short>(round % 30)));
+        break;
+    }
+    if (i % 10000 == 0) mirror.exporterLink->service(1);
+  }
+  std::size_t const after = allocated();
+  std::size_t const grown = after > before ? after - before : 0;
+  RecordProperty("bytesPerEntity", static_cast<int>(grown / ports));
+  EXPECT_LE(grown, ports * bytesPerEntity);
+  EXPECT_LE(mirror.out().out()->committedSize(), mirror.out().out()->capacity() + 4096);
+  stepper.finish();
+  expectSame(mirror, stepper);
+}
+
+TEST(FlowMemory, AMillionChangesOfTenThousandKeysCostAPeerThatStoppedNoMoreThanTheirMarks) {
+  constexpr unsigned int keys = 10000;
+  Ptr<AradSlice> slice = sliceWithChip();
+  Ptr<Inventory::Arad::SocProperties> bag = chip(**slice)->elkGlobalSocPropertiesIs("g", 0);
+  std::vector<String8> names;
+  for (unsigned int i = 0; i < keys; ++i) {
+    names.push_back(format("property_number_%u", i));
+    bag->propertyIs(names.back(), "0");
+  }
+  Mirror mirror{Ptr<Entity>(slice)};
+  mirror.connect();
+  mirror.settle();
+  Stepper stepper(mirror);
+  stepper.fill(runRoom - 1000);
+  String8 const values[] = {"1", "2"};
+  std::size_t const before = allocated();
+  for (unsigned int i = 0; i < 1000000; ++i) bag->propertyIs(names[i % keys], values[i / keys % 2]);
+  std::size_t const after = allocated();
+  std::size_t const grown = after > before ? after - before : 0;
+  RecordProperty("bytesPerKey", static_cast<int>(grown / keys));
+  EXPECT_LE(grown, bytesPerEntity + keys * bytesPerKey);
+  stepper.finish();
+  expectSame(mirror, stepper);
+}
+
+// Subscribers that interfere with what arrives.
+
+template <class T>
+struct Meddler : T::NotifieeConst {
+  std::function<void()> meddle;
+};
+struct ChipMeddler : Meddler<Arad> {
+  void onPort(unsigned short) override { meddle(); }
+  void onDdrTuneSetting(String8) override { meddle(); }
+  void onTolminMbId() override { meddle(); }
+  void onElkGlobalSocProperties() override { meddle(); }
+};
+
+TEST(FlowMeddling, ASubscriberMayRemoveTheEntityThatAMessageIsAbout) {
+  struct Row {
+    char const* what;
+    void (*change)(Arad& arad);
+  };
+  constexpr Row rows[] = {
+      {"number", [](Arad& arad) { arad.tolminMbIdIs(4); }},
+      {"child", [](Arad& arad) { arad.portIs(9, nullptr); }},
+      {"child removed", [](Arad& arad) { arad.portDel(5); }},
+      {"singleton", [](Arad& arad) { arad.elkGlobalSocPropertiesIs("g", 0); }},
+      {"string", [](Arad& arad) { arad.ddrTuneSettingIs("k", "v"); }},
+      {"long string", [](Arad& arad) { arad.ddrTuneSettingIs("k", textOf(100000, 'v')); }},
+      {"string removed", [](Arad& arad) { arad.ddrTuneSettingDel("old"); }},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.what);
+    Ptr<AradSlice> slice = sliceWithChip();
+    chip(**slice)->portIs(5, nullptr);
+    chip(**slice)->ddrTuneSettingIs("old", "v");
+    Mirror mirror{Ptr<Entity>(slice)};
+    mirror.connect();
+    mirror.settle();
+    auto* copy = dynamic_cast<AradSlice*>(mirror.copy().get());
+    Ptr<ChipMeddler> meddler(new ChipMeddler);
+    meddler->isRegisteredNotifieeIs(true);
+    meddler->notifierIs(Ptr<PtrInterface const>(copy->fap("f")));
+    int calls = 0;
+    meddler->meddle = [&] {
+      if (calls++ == 0) copy->fapDel("f");
+    };
+    row.change(**chip(**slice));
+    mirror.settle();
+    EXPECT_EQ(mirror.importerClosed, "");
+    EXPECT_EQ(calls, 1);
+    EXPECT_FALSE(copy->fap("f"));
+    meddler->notifierIs(nullptr);
+    // A new transfer brings it back.
+    mirror.cut();
+    mirror.connect();
+    mirror.settle();
+    EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
+  }
+}
+
+TEST(FlowMeddling, ACorrectionIsSentBehindTheMessageOrRefusedWithoutEndingTheLink) {
+  for (bool const writable : {false, true}) {
+    SCOPED_TRACE(writable);
+    Ptr<AradSlice> slice = sliceWithChip();
+    LinkOptions options;
+    options.grantsWrite = options.wantsWrite = writable;
+    Mirror mirror{Ptr<Entity>(slice), options};
+    mirror.connect();
+    mirror.settle();
+    Ptr<Arad> copy = dynamic_cast<AradSlice*>(mirror.copy().get())->fap("f");
+    Ptr<ChipMeddler> meddler(new ChipMeddler);
+    meddler->isRegisteredNotifieeIs(true);
+    meddler->notifierIs(Ptr<PtrInterface const>(copy));
+    meddler->meddle = [&] {
+      copy->tolminMbIdIs(11);
+      copy->tolminMbUnitIs(12);
+    };
+    chip(**slice)->tolminMbIdIs(4);
+    mirror.settle();
+    EXPECT_EQ(mirror.importerClosed, "");
+    EXPECT_EQ(copy->tolminMbId(), 11u);
+    EXPECT_EQ(chip(**slice)->tolminMbId(), writable ? 11u : 4u);
+    EXPECT_EQ(chip(**slice)->tolminMbUnit(), writable ? 12u : 0u);
+    // The slot in hand is told twice at most: once by the setter, once when the message is through.
+    EXPECT_EQ(mirror.in().stats().readOnlyWrites, writable ? 0u : 2u);
+    meddler->notifierIs(nullptr);
+  }
+}
+
+TEST(FlowMeddling, TheTailOfAnOwnStringDoesNotFollowWhatThePeerHasSaid) {
+  struct Row {
+    char const* what;
+    void (*local)(Arad& arad);
+    void (*remote)(Arad& arad);
+  };
+  constexpr Row rows[] = {
+      {"text", [](Arad& arad) { arad.descriptionIs(textOf(600000, 'l')); },
+       [](Arad& arad) { arad.descriptionIs("remote"); }},
+      {"value", [](Arad& arad) { arad.ddrTuneSettingIs("k", textOf(600000, 'l')); },
+       [](Arad& arad) { arad.ddrTuneSettingIs("k", "remote"); }},
+      {"value removed", [](Arad& arad) { arad.ddrTuneSettingIs("k", textOf(600000, 'l')); },
+       [](Arad& arad) { arad.ddrTuneSettingDel("k"); }},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.what);
+    Ptr<AradSlice> slice = sliceWithChip();
+    chip(**slice)->ddrTuneSettingIs("k", "old");
+    LinkOptions options;
+    options.grantsWrite = options.wantsWrite = true;
+    Mirror mirror{Ptr<Entity>(slice), options};
+    mirror.connect(MemoryPipe::unlimited, 8192);
+    mirror.settle();
+    Ptr<Arad> copy = dynamic_cast<AradSlice*>(mirror.copy().get())->fap("f");
+    row.local(**copy);
+    for (int turns = 0; turns < 20; ++turns) mirror.turn();
+    ASSERT_EQ(mirror.out().flowInCount(), 1u) << "half of it has come";
+    row.remote(**chip(**slice));
+    mirror.settle();
+    EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
+    EXPECT_EQ(chip(**slice)->description(), std::string(row.what) == "text" ? "remote" : "");
+    EXPECT_EQ(mirror.out().flowInCount(), 0u);
+    EXPECT_EQ(mirror.importerClosed, "");
+    EXPECT_EQ(mirror.exporterClosed, "");
+  }
+}
+
+// The document.
+
+std::string fileText(std::filesystem::path const& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+TEST(RoadDocument, EveryFunctionThatItNamesExists) {
+  std::string sources;
+  for (char const* room : {"/Mox", "/model", "/attrlog"}) {
+    for (auto const& entry : std::filesystem::directory_iterator(std::string(SOURCE_DIR) + room)) {
+      sources += fileText(entry.path());
+    }
+  }
+  std::string const road = fileText(SOURCE_DIR "/docs/road-of-a-change.md");
+  std::regex const named("`(?:\\w+::)*(\\w+)(?:\\([^`]*\\))?`");
+  int names = 0;
+  for (std::sregex_iterator at(road.begin(), road.end(), named), end; at != end; ++at) {
+    std::string const name = (*at)[1];
+    // Made by the schema compiler for the attribute of the example: tests call them.
+    if (name.ends_with("escriptionIs") || name.find("Description") != std::string::npos) continue;
+    EXPECT_TRUE(std::regex_search(sources, std::regex("\\b" + name + "\\b"))) << name;
+    ++names;
+  }
+  EXPECT_GT(names, 30);
+}
+
+}  // namespace
+}  // namespace Mox::NboAttrLog::test
