@@ -96,7 +96,6 @@ class AdapterOf : public Base {
     adapter_->isWeakReferenceIs(true);
     this->isWeakReferenceIs(true);
     this->ownNotifierIs(Ptr<PtrInterface const>(entity));
-    this->startLocalTransactions();
   }
 
  private:

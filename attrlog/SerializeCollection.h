@@ -227,7 +227,8 @@ bool serializeStringOf(Sa& adapter, String8 const& key) {
   return serializeStringKey<D>(adapter, key, member ? member->value() : String8(), !member);
 }
 
-// The walk. `Step` says one member and tells whether it went through.
+// The walk. `Step` says one member. `members` is true when all of them are through, false when the
+// walk stopped: its result is then this function's.
 
 template <class D, class Step>
 bool walkMembers(Sa& adapter, Step const& step, typename D::FlowOut* flowOut, bool& members) {
@@ -310,8 +311,10 @@ bool isWalked(typename D::FlowOut* flowOut) {
          ((flowOut->moxDataBits() & FlowOut::walkOver) != 0 || D::row().bit(*flowOut));
 }
 
-template <class D>
-bool serializeChildren(Sa& adapter) {
+/// A collection whose members go in one message each: `sayMember(key, member)` says one of the
+/// walk, `sayKey(key)` a dirty one.
+template <class D, class SayMember, class SayKey>
+bool serializeMembers(Sa& adapter, SayMember const& sayMember, SayKey const& sayKey) {
   bool result = false;
   if (!walkPasses(adapter, D::id, result)) return result;
   auto* flowOut = flowOutOf<D>(adapter);
@@ -320,9 +323,8 @@ bool serializeChildren(Sa& adapter) {
     bool const done = walkMembers<D>(
         adapter,
         [&](auto const& member) {
-          Ptr<typename D::Child> const child = D::childOf(*member);
           typename D::Key const key = member.key();
-          serializeChildKey<D>(adapter, key, child);
+          sayMember(key, member);
           auto* now = flowOutOf<D>(adapter);
           if (now != nullptr && !now->isBlocked()) D::dirtyDel(*now, key);
         },
@@ -330,32 +332,31 @@ bool serializeChildren(Sa& adapter) {
     if (!members) return done;
   }
   return walkDirtyKeys<D>(adapter, [&](typename D::Key const& key) {
-    serializeChildKey<D>(adapter, key, D::lookup(entityOf<D>(adapter), key));
+    sayKey(key);
     return true;
   });
 }
 
 template <class D>
+bool serializeChildren(Sa& adapter) {
+  return serializeMembers<D>(
+      adapter,
+      [&](auto const& key, auto const& member) {
+        serializeChildKey<D>(adapter, key, D::childOf(*member));
+      },
+      [&](auto const& key) {
+        serializeChildKey<D>(adapter, key, D::lookup(entityOf<D>(adapter), key));
+      });
+}
+
+template <class D>
 bool serializeValues(Sa& adapter) {
-  bool result = false;
-  if (!walkPasses(adapter, D::id, result)) return result;
-  auto* flowOut = flowOutOf<D>(adapter);
-  if (!isWalked<D>(flowOut)) {
-    bool members = false;
-    bool const done = walkMembers<D>(
-        adapter,
-        [&](auto const& member) {
-          serializeValueKey<D>(adapter, member.key(), member.value(), false);
-          auto* now = flowOutOf<D>(adapter);
-          if (now != nullptr && !now->isBlocked()) D::dirtyDel(*now, member.key());
-        },
-        flowOut, members);
-    if (!members) return done;
-  }
-  return walkDirtyKeys<D>(adapter, [&](typename D::Key const& key) {
-    serializeValueOf<D>(adapter, key);
-    return true;
-  });
+  return serializeMembers<D>(
+      adapter,
+      [&](auto const& key, auto const& member) {
+        serializeValueKey<D>(adapter, key, member.value(), false);
+      },
+      [&](auto const& key) { serializeValueOf<D>(adapter, key); });
 }
 
 template <class D>
