@@ -467,6 +467,17 @@ class EndsTest(ProgramTest):
         self.assertEqual(watcher.process.wait(LIMIT), 0)
         watcher.process.stdout = watcher.process.stderr
 
+    def testADumpIntoAClosedPipeIsNoFailureAndOneThatFindsNoRoomIs(self):
+        self.server()
+        reading, writing = os.pipe()
+        os.close(reading)
+        with os.fdopen(writing, 'wb') as closed, open('/dev/full', 'wb') as full:
+            said = b"inventoryctl: standard output can't be written\n"
+            for output, code, said in (closed, 0, b''), (full, 1, said):
+                done = subprocess.run([BINARY / 'inventoryctl', *self.unix, 'dump'], stdout=output,
+                                      stderr=subprocess.PIPE, timeout=LIMIT)
+                self.assertEqual((done.returncode, done.stderr), (code, said))
+
 
 if __name__ == '__main__':
     unittest.main()

@@ -1,4 +1,7 @@
 // inventoryctl: mirrors what an inventoryd serves, and shows the copy or its changes.
+#include <poll.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
@@ -19,12 +22,16 @@ struct Options {
   bool isWatch = false;
 };
 
+bool isReaderGone() {
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  return ::poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP)) != 0;
+}
+
 /// A reader that has seen enough is no failure.
 void flush() {
-  errno = 0;
   std::cout.flush();
   if (std::cout) return;
-  if (errno == EPIPE) throw Tools::Failure(Tools::exitFine, "");
+  if (isReaderGone()) throw Tools::Failure(Tools::exitFine, "");
   throw Tools::Failure(Tools::exitOutput, "standard output can't be written");
 }
 
