@@ -691,7 +691,9 @@ Hostile const hostiles[] = {
     {"short marker", StreamError::badLength,
      [](Scene& s) { return frameOf(FrameKind::marker, arad(s), 522, number(0, 7)); }},
     {"long marker", StreamError::badLength,
-     [](Scene& s) { return frameOf(FrameKind::marker, arad(s), 522, number(0, 9)); }},
+     [](Scene& s) {
+       return frameOf(FrameKind::marker, arad(s), 522, number(0, 8) + number(0, 1));
+     }},
     {"compound behind the end", StreamError::badLength,
      [](Scene& s) { return message(arad(s), 144, number(400, 2) + number(0, 2) + number(7, 4)); }},
     {"key end behind the end", StreamError::badLength,
