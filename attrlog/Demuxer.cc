@@ -58,6 +58,11 @@ Entity::MoxNboAttrLogSa* Demuxer::reactor(EntityId id) const {
   return entry ? entry->value().get() : nullptr;
 }
 
+void Demuxer::reactorsVisit(
+    std::function<void(Entity::MoxNboAttrLogSa const&)> const& visit) const {
+  for (auto entry = reactors_.iteratorConst(); entry; ++entry) visit(**entry->value());
+}
+
 Ptr<Entity> Demuxer::entity(EntityId id) const {
   Entity::MoxNboAttrLogSa* adapter = reactor(id);
   return adapter && adapter->hasFlag(writingOn) ? adapter->moxNotifierEntity() : Ptr<Entity>();

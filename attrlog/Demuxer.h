@@ -74,6 +74,8 @@ class Demuxer : public PtrInterface {
   /// Takes an id out of the table; gives back its adapter.
   Ptr<Entity::MoxNboAttrLogSa> reactorDel(EntityId const& id);
   std::size_t reactorCount() const { return reactors_.size(); }
+  /// Calls `visit` for each adapter of the table; it must change nothing.
+  void reactorsVisit(std::function<void(Entity::MoxNboAttrLogSa const&)> const& visit) const;
   /// The live entity of an announced or bound id; null for none.
   Ptr<Entity> entity(EntityId id) const;
   /// True: ids mean the same on all connections of the process.

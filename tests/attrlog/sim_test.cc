@@ -1,0 +1,425 @@
+// A world of processes in one: sessions joined by memory pipes that are short, slow, stopped and
+// cut, trees changed at random meanwhile. Whenever it falls quiet all trees must be equal, every
+// subscriber must have heard of all, and nothing may be left over.
+//
+// Every history follows from its number. SIMULATION_SEEDS=FIRST-LAST runs others than the usual
+// ones, as in  SIMULATION_SEEDS=7-7 attrlog_tests --gtest_filter='*Simulation*star'.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "Mox/PtrTrack.h"
+#include "attrlog/Session.h"
+#include "tests/attrlog/Replica.h"
+#include "tests/attrlog/SimOps.h"
+#include "transport/MemoryLink.h"
+
+namespace Mox::NboAttrLog::test {
+namespace {
+
+using Inventory::Arad::AradSlice;
+
+/// The kind of world that a history plays in.
+struct Plan {
+  char const* name;
+  std::vector<std::pair<int, int>> cables;  ///< exporter and importer
+  bool manyWriters;
+};
+
+struct Process {
+  std::string name;
+  bool isPaused = false;
+  std::unique_ptr<Session> session;
+  Ptr<AradSlice> own;  ///< of the one that the tree comes from
+  Ptr<Dir> dir;
+  Ptr<Entity> relayed;
+  std::unique_ptr<Replica> replica;
+  Replica::Watch watch;
+  std::uint64_t numPortsSeen = 0;
+
+  AradSlice* slice() const {
+    if (own) return own.get();
+    Ptr<Dir::Entry> const entry = dir->entry("slice");
+    return entry ? static_cast<AradSlice*>(entry->target().get()) : nullptr;
+  }
+};
+
+struct Cable {
+  Process* up;
+  Process* down;
+  std::shared_ptr<MemoryPipe> toDown;
+  std::shared_ptr<MemoryPipe> toUp;
+  Ptr<Link> upLink;
+  Ptr<Link> downLink;
+
+  bool isClosed() const {
+    return !upLink || upLink->state() == Link::State::closed || !downLink ||
+           downLink->state() == Link::State::closed;
+  }
+};
+
+class World {
+ public:
+  World(Plan const& plan, std::uint64_t seed) : plan_(plan), chance_(seed) {
+    chance_.longest = std::array{2000u, 60000u, 400000u}[chance_.below(3)];
+    options_.outCapacity = chance_.oneIn(2) ? leastCapacity : defaultCapacity;
+    options_.grantsWrite = options_.wantsWrite = plan.manyWriters || chance_.oneIn(4);
+    int last = 0;
+    for (auto const& [up, down] : plan.cables) last = std::max({last, up, down});
+    for (int at = 0; at <= last; ++at) {
+      processes_.push_back(std::make_unique<Process>());
+      processes_.back()->name = std::string(1, static_cast<char>('A' + at));
+    }
+    for (auto const& [up, down] : plan.cables) {
+      cables_.push_back({processes_[up].get(), processes_[down].get(), {}, {}, {}, {}});
+    }
+    for (auto const& process : processes_) start(*process);
+  }
+
+  /// Throws the first thing that is wrong.
+  void run() {
+    for (unsigned int phase = 1 + chance_.below(4); phase != 0; --phase) {
+      for (unsigned int steps = 20 + chance_.below(400); steps != 0; --steps) step();
+      settle();
+      check();
+    }
+    repeatTransfer();
+  }
+
+ private:
+  [[noreturn]] static void fail(std::string const& what) { throw std::runtime_error(what); }
+
+  void start(Process& process) {
+    process.replica.reset();
+    process.session.reset();
+    for (Cable& cable : cables_) {
+      if (cable.up == &process) cable.upLink = nullptr;
+      if (cable.down == &process) cable.downLink = nullptr;
+    }
+    process.relayed = nullptr;
+    process.numPortsSeen = 0;
+    process.isPaused = false;
+    process.session = std::make_unique<Session>(process.name, options_);
+    process.session->onReport([&process](std::string const& line) { tell(process.name, line); });
+    tell(process.name, "starts");
+    if (&process == processes_.front().get()) {
+      process.own = new AradSlice("slice");
+      if (!chance_.oneIn(4)) {
+        process.own->fapIs("fap0", 0);
+        for (unsigned int count = chance_.below(80); count != 0; --count) {
+          ops::change(**process.own, chance_);
+        }
+      }
+      process.session->exportIs(process.own);
+      process.session->exportsDone();
+    } else {
+      process.dir = new Dir;
+      process.session->importDirIs(process.dir);
+    }
+    process.watch.seen = [this, &process](Entity const& entity, AttributeText const& attribute,
+                                          String8 const& text) {
+      see(process, entity, attribute, text);
+    };
+    watch(process);
+  }
+
+  /// What an application does when a tree has come or gone: it subscribes, and shows it to others.
+  void watch(Process& process) {
+    AradSlice* const slice = process.slice();
+    if ((process.replica ? process.replica->entity() : nullptr) != slice) {
+      process.replica.reset();
+      if (slice) process.replica = std::make_unique<Replica>(*slice, process.watch);
+    }
+    if (!process.own && process.relayed.get() != slice) {
+      if (process.relayed) process.session->exportDel(process.relayed);
+      process.relayed = slice;
+      bool isRelay = false;
+      for (Cable const& cable : cables_) isRelay = isRelay || cable.up == &process;
+      if (isRelay && slice) {
+        process.session->exportIs(process.relayed);
+        process.session->exportsDone();
+      }
+    }
+  }
+
+  void see(Process& process, Entity const& entity, AttributeText const& attribute,
+           String8 const& text) {
+    if (attribute.kind == TextKind::text && attribute.set && !chance_.wasWritten(text.view())) {
+      fail("a text that nobody wrote is seen in " + process.name + " at " +
+           std::string(entity.fullName().view()) + "." + attribute.name + ": " +
+           std::string(text.view().substr(0, 100)));
+    }
+    if (plan_.manyWriters || std::string_view(attribute.name) != "numPorts") return;
+    std::uint64_t const number = std::stoull(std::string(text.view()));
+    if (number < process.numPortsSeen)
+      fail(process.name + " sees an older value after a newer one");
+    process.numPortsSeen = number;
+  }
+
+  /// SIMULATION_TELL=1: what happens, for a single history.
+  static void tell(std::string const& where, std::string const& what) {
+    static bool const wanted = std::getenv("SIMULATION_TELL") != nullptr;
+    if (wanted) std::fprintf(stderr, "%s: %s\n", where.c_str(), what.c_str());
+  }
+
+  void connect(Cable& cable) {
+    tell(cable.up->name + cable.down->name, "connects");
+    auto ends = MemoryLink::pair(MemoryPipe::unlimited, MemoryPipe::unlimited);
+    cable.toDown = ends.first->out();
+    cable.toUp = ends.first->in();
+    throttle(*cable.toDown);
+    throttle(*cable.toUp);
+    cable.upLink = cable.up->session->linkIs(std::move(ends.first));
+    cable.downLink = cable.down->session->linkIs(std::move(ends.second));
+    if (plan_.manyWriters) return;
+    cable.upLink->demuxer().frameObserverIs([](Frame const& frame) {
+      bool const tells = frame.kind == FrameKind::ack || frame.kind == FrameKind::error ||
+                         (frame.kind == FrameKind::complete && frame.entityId == orphanTarget);
+      if (!tells) {
+        fail("a frame goes back to the only writer, attribute " +
+             std::to_string(frame.attributeId));
+      }
+    });
+  }
+  void throttle(MemoryPipe& pipe) {
+    auto const size = [this](unsigned int bits) -> std::size_t {
+      return chance_.oneIn(3) ? MemoryPipe::unlimited
+                              : 1 + chance_.below(1u << chance_.below(bits));
+    };
+    pipe.capacity = size(18);
+    pipe.writePiece = size(16);
+    pipe.readPiece = size(16);
+  }
+  /// Some of what is under way may still arrive; what it ends in is any byte.
+  void cut(Cable& cable) {
+    tell(cable.up->name + cable.down->name, "is cut");
+    bool const isLost = chance_.oneIn(2);
+    for (auto const& pipe : {cable.toDown, cable.toUp}) {
+      if (!pipe) continue;
+      if (isLost) {
+        pipe->isCut = true;
+      } else {
+        pipe->bytes.truncate(chance_.below(static_cast<unsigned int>(pipe->bytes.size()) + 1));
+        pipe->isEnded = true;
+      }
+    }
+  }
+
+  /// The importer ends the connection, and the exporter isn't told.
+  void giveUp(Cable& cable) {
+    tell(cable.down->name, "gives up");
+    if (cable.down->isPaused) return;
+    cable.downLink->closeIs("given up");
+    service(*cable.down);
+    cable.toUp->isEnded = cable.toUp->isCut;
+  }
+
+  void service(Process& process) {
+    if (process.isPaused) return;
+    process.session->service(now_);
+    watch(process);
+  }
+
+  void change(Process& process) {
+    AradSlice* const slice = process.slice();
+    if (process.isPaused || !slice) return;
+    if (!plan_.manyWriters && !process.own) return;
+    ops::change(*slice, chance_);
+  }
+
+  Process& anyProcess() {
+    return *processes_[chance_.below(static_cast<unsigned int>(processes_.size()))];
+  }
+  Cable& anyCable() { return cables_[chance_.below(static_cast<unsigned int>(cables_.size()))]; }
+
+  void step() {
+    now_ += chance_.below(100);
+    unsigned int const draw = chance_.below(1000);
+    if (draw < 550) {
+      for (unsigned int count = chance_.oneIn(6) ? chance_.below(12) : 1; count != 0; --count) {
+        change(plan_.manyWriters ? anyProcess() : *processes_.front());
+      }
+    } else if (draw < 930) {
+      service(anyProcess());
+    } else if (draw < 950) {
+      throttle(*anyPipe());
+    } else if (draw < 970) {
+      Process& process = anyProcess();
+      process.isPaused = !process.isPaused;
+      tell(process.name, process.isPaused ? "pauses" : "goes on");
+    } else if (draw < 977) {
+      cut(anyCable());
+    } else if (draw < 994) {
+      Cable& cable = anyCable();
+      if (!cable.isClosed() && chance_.oneIn(10)) giveUp(cable);
+      if (cable.isClosed()) connect(cable);
+    } else if (draw < 996) {
+      start(anyProcess());
+    }
+  }
+  std::shared_ptr<MemoryPipe> anyPipe() {
+    Cable& cable = anyCable();
+    static auto const none = std::make_shared<MemoryPipe>();
+    auto const& pipe = chance_.oneIn(2) ? cable.toDown : cable.toUp;
+    return pipe ? pipe : none;
+  }
+
+  /// Turns until nothing moves any more; what is broken is mended first.
+  void settle() {
+    tell("all", "settle");
+    for (auto const& process : processes_) process->isPaused = false;
+    std::uint64_t before = 0;
+    for (int quiet = 0, turns = 0; quiet < 4; ++turns) {
+      if (turns == 20000) fail("it never falls quiet");
+      ++now_;
+      for (Cable& cable : cables_) {
+        if (cable.isClosed()) {
+          connect(cable);
+        } else {
+          for (auto const& pipe : {cable.toDown, cable.toUp}) {
+            pipe->capacity = std::max<std::size_t>(pipe->capacity, 4096);
+            pipe->readPiece = std::max<std::size_t>(pipe->readPiece, 1024);
+          }
+        }
+      }
+      for (auto const& process : processes_) service(*process);
+      std::uint64_t moved = 0;
+      bool isClosed = false;
+      for (Cable& cable : cables_) {
+        isClosed = isClosed || cable.isClosed();
+        LinkStats const up = cable.upLink->stats();
+        LinkStats const down = cable.downLink->stats();
+        moved += up.bytesSent + up.bytesReceived + down.bytesSent + down.bytesReceived;
+        noteError(cable.upLink->error());
+        noteError(cable.downLink->error());
+      }
+      quiet = moved == before && !isClosed ? quiet + 1 : 0;
+      before = moved;
+    }
+  }
+  /// A stream that one end refuses is always a fault.
+  static void noteError(std::string const& error) {
+    if (error.find("log: ") == 0 && error.find("log: no greeting") != 0) fail(error);
+  }
+
+  void check() {
+    for (auto const& process : processes_) {
+      AradSlice const* const slice = process->slice();
+      if (!slice) fail(process->name + " has no tree");
+      std::string found = difference(**processes_.front()->own, *slice, "slice");
+      if (!found.empty()) fail("A and " + process->name + " differ: " + found);
+      found = process->replica->difference(*slice, "slice");
+      if (!found.empty()) fail("a subscriber in " + process->name + " was not told: " + found);
+    }
+    for (Cable const& cable : cables_) {
+      std::set<EntityId> up = checkEnd(*cable.up, **cable.upLink);
+      std::set<EntityId> down = checkEnd(*cable.down, **cable.downLink);
+      if (up != down) fail("the id tables of " + cable.up->name + cable.down->name + " differ");
+      if (!cable.downLink->demuxer().inStep()) fail(cable.down->name + " is not in step");
+    }
+    PtrTrack::forEach([](PtrInterface const* object) {
+      if (object->moxMarkedForDeletion()) fail("a mark is left");
+    });
+  }
+
+  std::set<EntityId> checkEnd(Process const& process, Link const& link) {
+    Demuxer const& demuxer = link.demuxer();
+    std::string const at = " in " + process.name;
+    if (link.state() != Link::State::running) fail("not connected" + at + ": " + link.error());
+    if (demuxer.hasWaitingFlowOut()) fail("a flow-out waits" + at);
+    if (demuxer.flowInCount() != 0) fail("a flow-in is left" + at);
+    if (demuxer.out()->committedSize() != 0) fail("unsent bytes are left" + at);
+    if (demuxer.stats().handlerExceptions != 0) fail("a handler threw" + at);
+    if (!plan_.manyWriters && demuxer.stats().strays != 0) fail("a stray" + at);
+    std::set<EntityId> ids;
+    demuxer.reactorsVisit([&](Entity::MoxNboAttrLogSa const& adapter) {
+      std::string const path =
+          adapter.rawEntity() ? std::string(adapter.rawEntity()->fullName().view()) : "none";
+      ids.insert(adapter.entityId());
+      if (!adapter.rawEntity()) fail("an adapter without an entity" + at);
+      if (adapter.flowOut()) fail("something is owed" + at + " by " + path);
+      if (adapter.hold()) fail("a hold is left" + at + " of " + path);
+      if (!adapter.hasFlag(noFlowOut) || adapter.hasFlag(deferAll | changeFromLog | writingOff |
+                                                         boundByTransaction | inScheduledRun)) {
+        fail("odd flags" + at + " of " + path);
+      }
+    });
+    return ids;
+  }
+
+  /// The same state once more: nobody hears of it.
+  void repeatTransfer() {
+    std::map<Process*, std::uint64_t> before;
+    for (auto const& process : processes_) before[process.get()] = process->watch.notifications;
+    cut(anyCable());
+    settle();
+    check();
+    for (auto const& [process, count] : before) {
+      if (process->watch.notifications != count)
+        fail("a second transfer is told in " + process->name);
+    }
+  }
+
+  Plan const& plan_;
+  Chance chance_;
+  LinkOptions options_;
+  std::vector<std::unique_ptr<Process>> processes_;
+  std::vector<Cable> cables_;
+  std::uint64_t now_ = 1;
+};
+
+char seedInHand[120];
+
+/// An assertion ends the process: which history it was must still be known.
+void tellSeed(int number) {
+  [[maybe_unused]] auto const told = ::write(2, seedInHand, std::strlen(seedInHand));
+  ::signal(number, SIG_DFL);
+  ::raise(number);
+}
+
+class Simulation : public testing::TestWithParam<Plan> {};
+
+TEST_P(Simulation, AllTreesAndSubscribersAgreeWhenItIsQuiet) {
+  Plan const& plan = GetParam();
+  unsigned long first = 1;
+  unsigned long last = 500;
+  if (char const* const wanted = std::getenv("SIMULATION_SEEDS")) {
+    ASSERT_EQ(std::sscanf(wanted, "%lu-%lu", &first, &last), 2) << wanted;
+  }
+  auto const oldAbort = ::signal(SIGABRT, tellSeed);
+  auto const oldSegv = ::signal(SIGSEGV, tellSeed);
+  ptrifTrackOn_ = true;
+  int failures = 0;
+  for (unsigned long seed = first; seed <= last && failures < 5; ++seed) {
+    std::snprintf(seedInHand, sizeof seedInHand, "Simulation %s: seed %lu\n", plan.name, seed);
+    std::size_t const before = PtrTrack::count();
+    std::string found;
+    try {
+      World world(plan, seed);
+      world.run();
+    } catch (std::exception const& failure) {
+      found = failure.what();
+    }
+    if (found.empty() && PtrTrack::count() != before) found = "objects are left over";
+    if (found.empty()) continue;
+    ++failures;
+    ADD_FAILURE() << plan.name << ", seed " << seed << ": " << found;
+  }
+  ptrifTrackOn_ = false;
+  ::signal(SIGABRT, oldAbort);
+  ::signal(SIGSEGV, oldSegv);
+}
+
+INSTANTIATE_TEST_SUITE_P(Worlds, Simulation,
+                         testing::Values(Plan{"pair", {{0, 1}}, false},
+                                         Plan{"star", {{0, 1}, {0, 2}}, false}),
+                         [](auto const& plan) { return std::string(plan.param.name); });
+
+}  // namespace
+}  // namespace Mox::NboAttrLog::test
