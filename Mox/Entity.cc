@@ -5,6 +5,7 @@ namespace Mox {
 
 void (*Entity::moxUnparentHook)(Entity* entity) = nullptr;
 MoxAttr const* (*Entity::moxAttrHook)(Entity const* entity, AttributeId attribute) = nullptr;
+String8 (*Entity::moxPathStepHook)(Entity const& child) = nullptr;
 
 Entity::~Entity() = default;
 
@@ -32,8 +33,8 @@ String8 Entity::fullName() const {
   String8 step = name();
   // Whoever keeps children outside of attributes, as a directory does, names them.
   if (parentAttrId_ != 0) {
-    step = parent_->attributeString(parentAttrId_);
-    if (parent_->moxAttributeIsKeyed(parentAttrId_)) step = step + "[" + moxKeyText() + "]";
+    step = moxPathStepHook ? moxPathStepHook(*this)
+                           : parent_->attributeString(parentAttrId_) + "[" + name() + "]";
   }
   String8 const above = parent_->fullName();
   return above.empty() ? step : above + "/" + step;
@@ -43,8 +44,6 @@ String8 Entity::attributeString(AttributeId) const { return "unknown"; }
 void Entity::moxNotifieeAdapterIs(Ptr<Entity const> const&) {}
 void Entity::handleParent(Ptr<Entity> const&) {}
 bool Entity::moxHasAttrLogInterface() const { return false; }
-String8 Entity::moxKeyText() const { return name(); }
-bool Entity::moxAttributeIsKeyed(AttributeId) const { return true; }
 
 void Entity::NotifieeConst::onParent() {}
 void Entity::NotifieeConst::onVersion() {}

@@ -60,11 +60,6 @@ class Entity : public PtrInterface {
                                                  PtrInterface* channel);
   virtual Ptr<MoxNboAttrLogSa> moxNboAttrLogSaDel(Ptr<NboAttrLog::Out const> const& out);
 
-  /// The text of this entity's key as paths show it. Default: the name.
-  virtual String8 moxKeyText() const;
-  /// Whether a path shows the key behind this attribute: false for a singleton. Default: true.
-  virtual bool moxAttributeIsKeyed(AttributeId attribute) const;
-
   // Bump nothing.
   std::uint32_t version() const { return version_; }
   std::uint32_t readCount() const { return readCount_; }
@@ -80,6 +75,9 @@ class Entity : public PtrInterface {
   static void (*moxUnparentHook)(Entity* entity);
   /// Finds the attribute of an entity by id; null when there is no type registry.
   static MoxAttr const* (*moxAttrHook)(Entity const* entity, AttributeId attribute);
+  /// The step of a path from an entity's parent to it, as in `serdes[5]`; null when there is no
+  /// type registry: then the name stands for the key. Asked for entities that stand in an attribute.
+  static String8 (*moxPathStepHook)(Entity const& child);
 
   /// Defined with the type registry.
   static MoxType* _fwkType();

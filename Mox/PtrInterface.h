@@ -88,6 +88,9 @@ class PtrInterface : public VFPtrInterface {
   virtual MoxType const* fwkType() const;
   virtual ~PtrInterface();
 
+  /// Defined with the type registry.
+  static MoxType* _fwkType();
+
   /// Takes a reference away, handles zero, and returns the new word under the zero test.
   std::uint32_t referencesDec() const;
   /// Makes the object immortal and takes it off the books of the leak tracker.

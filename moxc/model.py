@@ -562,6 +562,10 @@ class Entity(Type):
                                    self.keyType.textIn(self.namespace)))
         return rows
 
+    def pointerIndex(self, attr):
+        """Place of an own attribute's pointer: behind the message channel's, in the table's order."""
+        return 1 + [row.attr for row in self.descriptors].index(attr)
+
     @property
     def usedTypes(self):
         """Types that the class declaration needs complete, without builtins and doubles: the base,
@@ -596,6 +600,34 @@ class NamespaceRun:
         self.namespace = namespace           # 'Inventory::Arad'
         self.segments = namespace.split('::') if namespace else []
         self.types = []
+
+
+class TypeNames:
+    """The section with a module's type names: entity types, then from a fresh boundary the
+    enumerations, each run with the latest first, every name ended by a zero byte."""
+
+    ALIGNMENT = 32
+
+    class Row:
+        def __init__(self, text, offset):
+            self.text = text
+            self.offset = offset
+            self.zeros = 1               # bytes behind the text
+
+    def __init__(self, runs):
+        self.rows = []                   # Rows in order
+        self.size = 0                    # bytes
+        for types in runs:
+            if self.rows and types:
+                padding = -self.size % self.ALIGNMENT
+                self.rows[-1].zeros += padding
+                self.size += padding
+            for type in reversed(types):
+                self.rows.append(self.Row(type.qualified, self.size))
+                self.size += len(type.qualified) + 1
+
+    def offset(self, type):
+        return next(row.offset for row in self.rows if row.text == type.qualified)
 
 
 class Module:
@@ -634,6 +666,20 @@ class Module:
     def registeredTypes(self):
         """Enumerations and entity types in declaration order: the types of the registry."""
         return [type for type in self.types if type.kind in ('enum', 'entity')]
+
+    @property
+    def valueTypes(self):
+        """Types of values, each with a run-time type of its own."""
+        return [type for type in self.types if type.kind != 'entity']
+
+    @property
+    def valueFlags(self):
+        """Flag words of an enumeration's attribute `value`."""
+        return KIND_FLAGS['value']
+
+    @property
+    def typeNames(self):
+        return TypeNames([self.entities, self.enums])
 
     @property
     def namespaces(self):

@@ -39,7 +39,10 @@ OUTPUTS = [
     Output('entity.cc.j2', 'entity', '{module}/{stem}.cc'),
     Output('attrlog.h.j2', 'entity', '{module}/{stem}AttrLog.h'),
     Output('attrlog.cc.j2', 'entity', '{module}/{stem}AttrLog.cc'),
+    Output('type.h.j2', 'entity', '{module}/{stem}Type.h'),
     Output('type.cc.j2', 'entity', '{module}/{stem}Type.cc'),
+    Output('types.h.j2', 'module', '{module}/Types.h'),
+    Output('types.cc.j2', 'module', '{module}/Types.cc'),
 ]
 
 

@@ -18,8 +18,13 @@ class Box : public Entity {
   String8 attributeString(AttributeId attribute) const override {
     return attribute == 300 ? "box" : attribute == 301 ? "lid" : Entity::attributeString(attribute);
   }
-  String8 moxKeyText() const override { return key_ ? String8(key_) : Entity::moxKeyText(); }
-  bool moxAttributeIsKeyed(AttributeId attribute) const override { return attribute != 301; }
+  /// What a type registry would tell of a box.
+  static String8 pathStep(Entity const& child) {
+    String8 const attribute = child.moxRawParent()->attributeString(child.parentAttrId());
+    char const* const key = static_cast<Box const&>(child).key_;
+    return attribute == "lid" ? attribute
+                              : attribute + "[" + (key ? String8(key) : child.name()) + "]";
+  }
   void handleParent(Ptr<Entity> const& parent) override {
     lastParent = parent ? parent->name() : Name("none");
   }
@@ -79,6 +84,8 @@ TEST(Entities, PathsComeFromTheParentChainAndTheKeys) {
     Entity& entity;
     char const* path;
   };
+  auto* const hook = Entity::moxPathStepHook;
+  Entity::moxPathStepHook = &Box::pathStep;
   EXPECT_EQ(lane->fullName(), "");
   place(*slice.get(), 300, *fap.get());
   place(*fap.get(), 300, *lane.get());
@@ -93,6 +100,9 @@ TEST(Entities, PathsComeFromTheParentChainAndTheKeys) {
   root->entryIs("mounts", mounts);
   mounts->entryIs("slice", slice);
   EXPECT_EQ(lane->fullName(), "mounts/slice/box[fap0]/box[5]");
+  Entity::moxPathStepHook = nullptr;
+  EXPECT_EQ(fap->fullName(), "mounts/slice/box[fap0]") << "the name stands for the key";
+  Entity::moxPathStepHook = hook;
 }
 
 TEST(Dirs, HoldTheirTargetsUntilTheEntryEnds) {

@@ -64,7 +64,10 @@ class Effect {
   std::uint32_t reads_ = 0;
 };
 
-std::string keyOf(Entity const& entity) { return text(entity.moxKeyText()); }
+std::string keyOf(Entity const& entity) {
+  auto const keyText = entity.fwkType()->keyText();
+  return text(keyText ? keyText(entity) : entity.name());
+}
 
 TEST(Model, EveryTypeAnswersTheNamesOfItsAttributesAndOfItsBases) {
   int count = 0;

@@ -226,11 +226,11 @@ class Node : public Mox::Entity {
     children_.push_back(child);
     return child;
   }
-  String8 attributeString(Mox::AttributeId) const override {
-    return children_.empty() ? String8() : children_.back()->attribute_;
+  /// The step from a parent to a node, and back.
+  static String8 pathStep(Mox::Entity const& child) {
+    Node const& node = static_cast<Node const&>(child);
+    return node.key_.empty() ? node.attribute_ : node.attribute_ + "[" + node.key_ + "]";
   }
-  String8 moxKeyText() const override { return key_; }
-
   static Ptr<Mox::Entity> step(Mox::Entity& parent, String8 const& attribute, String8 const* key) {
     for (auto const& child : dynamic_cast<Node&>(parent).children_) {
       if (child->attribute_ == attribute && (key != nullptr) == !child->key_.empty() &&
@@ -306,7 +306,10 @@ TEST(EntityPath, ReferencesAreReadByPath) {
               "junk at column 7 deserializing 'slice' x");
     EXPECT_EQ(text(valueToStrep(Ptr<Node>())), "''");
     EXPECT_EQ(text(valueToStrep(root)), "'slice'");
+    auto* const hook = Mox::Entity::moxPathStepHook;
+    Mox::Entity::moxPathStepHook = &Node::pathStep;
     EXPECT_EQ(strepToValue<Ptr<Node>>(valueToStrep(lane)), lane);
+    Mox::Entity::moxPathStepHook = hook;
   }
   EXPECT_EQ(strepToValue<Ptr<Node>>("slice").get(), nullptr);
   Mox::EntityPath::childStepIs(nullptr);

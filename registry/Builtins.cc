@@ -1,0 +1,87 @@
+// The types that every module stands on: builtins, texts, and the bases of all entities.
+#include "registry/IntrospectionReactor.h"
+#include "registry/ValueType.h"
+
+namespace Mox {
+namespace {
+
+MoxType* newBaseType(char const* name, char const* qualifiedName, MoxType* base) {
+  auto* const type = new MoxType(name, nullptr, base, {});
+  type->referencesLeak();
+  if (base) base->derivedTypeQEnq(Ptr<MoxType>(type));
+  MoxType::typeNodeIs(type, qualifiedName);
+  return type;
+}
+
+/// What every entity tells of itself. Read only, but for the name of those that are made with one.
+struct EntityAttribute {
+  char const* name;
+  AttributeId id;
+  MoxAttr::AttrFlags flags;
+  MoxAttr::MoxAttrIntrospectionFlags introspectionFlags;
+  MoxType* (*type)();
+};
+constexpr EntityAttribute entityAttributes[] = {
+    {"name", 2, {0x00220109, 0x40000400}, 2, &typeOf<Name>},
+    {"parent", 3, {0x08220001, 0x00000400}, 0, &typeOf<Entity>},
+    {"parentAttrId", 4, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {"fullName", 5, {0x00220001, 0x00000400}, 0, &typeOf<String8>},
+    {"version", 6, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {"readCount", 7, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {"entityFlags", 8, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {"moxNboAttrLogSaForMsgChannel", 0x99, {0x00022001, 0x00000400}, 8, &typeOf<PtrInterface>},
+};
+
+}  // namespace
+
+#define MOX_BUILTIN(T, name)                                  \
+  template <>                                                 \
+  MoxType* Builtin<T>::_fwkType() {                           \
+    static MoxType* const type = newValueType<T>(name, name); \
+    return type;                                              \
+  }
+MOX_BUILTIN(bool, "bool")
+MOX_BUILTIN(unsigned char, "U8")
+MOX_BUILTIN(unsigned short, "U16")
+MOX_BUILTIN(unsigned int, "U32")
+MOX_BUILTIN(unsigned long long, "U64")
+MOX_BUILTIN(int, "int")
+MOX_BUILTIN(double, "double")
+MOX_BUILTIN(void*, "void*")
+MOX_BUILTIN(String8, "String8")
+#undef MOX_BUILTIN
+
+MoxType* Name::_fwkType() {
+  static MoxType* const type = newValueType<Name>("Name", "Mox::Name");
+  return type;
+}
+
+MoxType* PtrInterface::_fwkType() {
+  static MoxType* const type = newBaseType("PtrInterface", "Mox::PtrInterface", nullptr);
+  return type;
+}
+
+MoxType* Entity::_fwkType() {
+  static MoxType* type = nullptr;
+  if (type) return type;
+  type = newBaseType("Entity", "Mox::Entity", PtrInterface::_fwkType());
+  type->sizeIs(sizeof(Entity));
+  type->isEntityIs(true);
+  type->hasGenericIfSupportIs(true);
+  // Not told to the reactor: modules tell it of the copies that their types inherit.
+  for (EntityAttribute const& row : entityAttributes) {
+    Ptr<MoxAttr> const attribute = type->attributes().attrIs(row.name, Ptr<MoxType>(row.type()),
+                                                             nullptr, nullptr, row.flags, row.id);
+    attribute->attrIntrospectionFlagsIs(row.introspectionFlags);
+    type->attributeQEnq(attribute);
+  }
+  return type;
+}
+
+MoxType* MoxType::_fwkType() {
+  static MoxType* const type = newBaseType("MoxType", "Mox::MoxType", Entity::_fwkType());
+  return type;
+}
+MoxType const* MoxType::fwkType() const { return _fwkType(); }
+
+}  // namespace Mox

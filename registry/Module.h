@@ -1,0 +1,121 @@
+// How a module builds the run-time objects of its types: the tables that the schema compiler
+// writes, and the one algorithm that turns them into types and attributes. Only generated code
+// includes this.
+#pragma once
+
+#include <cstddef>
+
+#include "Mox/AttributeId.h"
+#include "Mox/Ptr.h"
+#include "registry/IntrospectionReactor.h"
+#include "registry/MoxAttr.h"
+#include "registry/MoxType.h"
+#include "registry/ValueType.h"
+
+namespace Mox {
+
+/// Gives a type object; makes it when it is asked first.
+using TypeAccess = MoxType* (*)();
+
+/// Rows that stand in a static array.
+template <class T>
+struct Table {
+  T const* rows = nullptr;
+  std::size_t count = 0;
+
+  constexpr Table() = default;
+  template <std::size_t n>
+  constexpr Table(T const (&array)[n]) : rows(array), count(n) {}
+  constexpr T const* begin() const { return rows; }
+  constexpr T const* end() const { return rows + count; }
+};
+
+struct ArgumentRow {
+  char const* name;
+  char const* typeName;
+};
+
+struct AttributeRow {
+  char const* name;
+  AttributeId id;
+  MoxAttr::AttrFlags flags;
+  MoxAttr::MoxAttrIntrospectionFlags introspectionFlags;
+  TypeAccess type;
+  TypeAccess keyType = nullptr;  ///< of a collection
+  /// Whether the attribute owns the entities that it holds; the rest is for such attributes alone.
+  bool isInstantiating = false;
+  char const* memberKey = nullptr;    ///< attribute and constructor argument of a keyed member
+  Table<ArgumentRow> arguments = {};  ///< that make a member
+};
+
+struct TypeRow {
+  char const* qualifiedName;
+  TypeAccess type;
+  TypeAccess parent;  ///< null for an enumeration
+  unsigned int size;
+  Table<ArgumentRow> arguments;  ///< of the constructor
+  Table<AttributeRow> attributes;
+  /// Instantiates the accessors of `Ptr<T>`; null for an enumeration.
+  void (*forcePointerAccess)();
+  /// The process's pointers to the attribute of the message channel, and then to each own one;
+  /// null for an enumeration.
+  MoxAttr const** attributePointers;
+};
+
+/// Types that stand side by side in one name space.
+struct NameSpaceRow {
+  Table<char const*> names;  ///< from the outermost to the innermost
+  Table<TypeRow> types;
+};
+
+struct BaseRow {
+  TypeAccess type;
+  void (*forcePointerAccess)();
+};
+
+/// One for each module, static.
+struct Module {
+  Table<NameSpaceRow> nameSpaces;
+  Table<TypeAccess> types;      ///< own ones, in the order in which they are made
+  Table<BaseRow> foreignBases;  ///< made after them
+  bool isDone = false;
+  Module* nextWaiting = nullptr;
+};
+
+/// Describes a module's types to the reactor of the process, once. Does nothing as long as that
+/// isn't ready.
+void initModule(Module& module);
+
+/// What the loader runs for a module: makes its types, records their names, finds its attributes.
+/// If the reactor isn't ready the module is described when it is.
+void loadModule(Module& module);
+
+/// Describes the modules that were loaded before the reactor was ready.
+void initWaitingModules();
+
+/// The one instance of `Type`. `instance` is the place that keeps it, `init` describes its module,
+/// and `base` is what it derives from, null for an enumeration.
+template <class Type>
+MoxType* typeInstance(MoxType*& instance, void (*init)(), TypeAccess base) {
+  if (instance) return instance;
+  init();
+  if (instance) return instance;
+  auto* const made = new Type;
+  instance = made;
+  made->referencesLeak();
+  if (base) base()->derivedTypeQEnq(Ptr<MoxType>(made));
+  return made;
+}
+
+/// Keeps the accessor of a pointer in the program for those who reach it by reflection.
+void forcePointerAccessH(void const* accessor);
+
+template <class T>
+void forcePointerAccess() {
+  static constexpr auto dereference = &Ptr<T>::operator*;
+  forcePointerAccessH(&dereference);
+  static constexpr auto member = &Ptr<T>::operator->;
+  forcePointerAccessH(&member);
+}
+
+}  // namespace Mox

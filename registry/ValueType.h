@@ -1,0 +1,90 @@
+// The run-time types of values: builtins, texts, identifiers, enumerations and hand-written value
+// types. `typeOf<T>()` gives the one of a C++ type, whichever it is.
+#pragma once
+
+#include <concepts>
+
+#include "Mox/Entity.h"
+#include "Mox/Name.h"
+#include "Mox/String8.h"
+#include "registry/MoxType.h"
+
+namespace Mox {
+
+/// The run-time type of values of `T`.
+template <class T>
+class ValueType : public MoxType {
+ public:
+  ValueType(Name const& name, Name const& qualifiedName) : MoxType(name, nullptr, nullptr, {}) {
+    sizeIs(sizeof(T));
+    isValueIs(true);
+    hasGenericIfSupportIs(true);
+    typeNodeIs(this, qualifiedName);
+  }
+  MoxType const* fwkType() const override { return MoxType::_fwkType(); }
+};
+
+/// The base of an enumeration's type, which its module describes.
+template <class T>
+class EnumType : public MoxType {
+ public:
+  explicit EnumType(Name const& name) : MoxType(name, nullptr, nullptr, {}) {}
+};
+
+/// Makes the type of a value, immortal.
+template <class T>
+MoxType* newValueType(char const* name, char const* qualifiedName) {
+  auto* const type = new ValueType<T>(name, qualifiedName);
+  type->referencesLeak();
+  return type;
+}
+
+template <class T>
+struct Builtin {
+  static MoxType* _fwkType();
+};
+template <>
+MoxType* Builtin<bool>::_fwkType();
+template <>
+MoxType* Builtin<unsigned char>::_fwkType();
+template <>
+MoxType* Builtin<unsigned short>::_fwkType();
+template <>
+MoxType* Builtin<unsigned int>::_fwkType();
+template <>
+MoxType* Builtin<unsigned long long>::_fwkType();
+template <>
+MoxType* Builtin<int>::_fwkType();
+template <>
+MoxType* Builtin<double>::_fwkType();
+template <>
+MoxType* Builtin<void*>::_fwkType();
+template <>
+MoxType* Builtin<String8>::_fwkType();
+
+// Value types that the schema names have such a function in their own name space.
+
+inline MoxType* moxTypeOf(bool const*) { return Builtin<bool>::_fwkType(); }
+inline MoxType* moxTypeOf(unsigned char const*) { return Builtin<unsigned char>::_fwkType(); }
+inline MoxType* moxTypeOf(unsigned short const*) { return Builtin<unsigned short>::_fwkType(); }
+inline MoxType* moxTypeOf(unsigned int const*) { return Builtin<unsigned int>::_fwkType(); }
+inline MoxType* moxTypeOf(unsigned long long const*) {
+  return Builtin<unsigned long long>::_fwkType();
+}
+inline MoxType* moxTypeOf(int const*) { return Builtin<int>::_fwkType(); }
+inline MoxType* moxTypeOf(double const*) { return Builtin<double>::_fwkType(); }
+inline MoxType* moxTypeOf(void* const*) { return Builtin<void*>::_fwkType(); }
+inline MoxType* moxTypeOf(String8 const*) { return Builtin<String8>::_fwkType(); }
+inline MoxType* moxTypeOf(Name const*) { return Name::_fwkType(); }
+template <std::derived_from<PtrInterface> T>
+MoxType* moxTypeOf(T const*) {
+  return T::_fwkType();
+}
+
+/// The run-time type of `T`; for an entity class that of the entity.
+template <class T>
+MoxType* typeOf() {
+  return moxTypeOf(static_cast<T const*>(nullptr));
+}
+
+}  // namespace Mox
