@@ -12,6 +12,8 @@ namespace NboAttrLog {
 /// A new id: odd, never given before in this process, and never 1. The high word is random, so
 /// ids of two processes or of two runs do not meet.
 EntityId newEntityId();
+/// For tests: all ids from here on follow from `seed`.
+void entityIdsSeed(std::uint32_t seed);
 
 }  // namespace NboAttrLog
 
