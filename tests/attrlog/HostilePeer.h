@@ -105,7 +105,8 @@ class Victim : public BareEnd {
 };
 
 /// What an honest peer of an end with this role says: the role, then greeting and frames.
-inline std::string recording(unsigned char role, std::uint64_t seed, unsigned int changes) {
+inline std::string recording(unsigned char role, std::uint64_t seed, unsigned int changes,
+                             unsigned int longest = 90000) {
   bool const exporting = (role & exports) != 0;
   BareEnd peer(!exporting, role & isWritable,
                exporting ? Ptr<Entity>() : Ptr<Entity>(preparedTree(seed, changes)));
@@ -125,7 +126,7 @@ inline std::string recording(unsigned char role, std::uint64_t seed, unsigned in
   exchange();
   if (!exporting || (role & isWritable) != 0) {
     Chance chance(seed);
-    chance.longest = 90000;
+    chance.longest = longest;
     for (; changes != 0 && peer.tree(); --changes) {
       ops::change(static_cast<Inventory::Arad::AradSlice&>(*peer.tree()), chance);
       if (chance.oneIn(4)) exchange();

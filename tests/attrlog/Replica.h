@@ -77,6 +77,8 @@ class Replica final : public EntityObserver {
   using Seen = std::function<void(Entity const&, AttributeText const&, String8 const& text)>;
   struct Watch {
     Seen seen;
+    /// What a subscriber does behind a notification; it may change anything.
+    std::function<void(Entity&, AttributeText const&, String8 const* key)> react;
     std::uint64_t notifications = 0;
   };
 
@@ -97,15 +99,19 @@ class Replica final : public EntityObserver {
   Entity const* entity() const { return entity_; }
 
   void handleAttribute(Entity& entity, AttributeId id, String8 const* key) override {
-    ++watch_.notifications;
+    Watch& watch = watch_;
+    ++watch.notifications;
     AttributeText const& attribute = *type_->find(id);
-    if (key == nullptr) return refresh(entity, attribute);
     MemberText member;
-    if (attribute.member(entity, *key, member)) {
+    if (key == nullptr) {
+      refresh(entity, attribute);
+    } else if (attribute.member(entity, *key, member)) {
       memberIs(entity, attribute, std::string(key->view()), member);
     } else {
       slots_[id].members.erase(std::string(key->view()));
     }
+    // This replica may end in there.
+    if (watch.react) watch.react(entity, attribute, key);
   }
 
   /// Where the tree differs from what its subscribers were told; empty if nowhere.

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <set>
@@ -31,6 +32,25 @@ struct Plan {
   std::vector<std::pair<int, int>> cables;  ///< exporter and importer
   bool manyWriters;
 };
+
+/// Subscribers that write: they correct what they were told, set something else, take an arriving
+/// child out again. Only one process has them, or they would never rest.
+void react(Entity& entity, AttributeText const& attribute, String8 const* key) {
+  using Inventory::Arad::Arad;
+  std::string_view const name = attribute.name;
+  if (auto* const slice = dynamic_cast<AradSlice*>(&entity)) {
+    if (name == "numPorts" && slice->numPorts() % 4 == 0) slice->numPortsIs(slice->numPorts() + 1);
+  } else if (auto* const chip = dynamic_cast<Arad*>(&entity)) {
+    if (name == "tolminMbId") chip->tolminMbUnitIs(chip->tolminMbId());
+    if (name == "api") chip->modelNameIs(chip->api());
+    if (name == "ddrTuneSetting" && key->view() == "'k1'") {
+      auto const value = chip->ddrTuneSetting("k1");
+      chip->ddrTuneSettingIs("k2", value);
+    }
+    if (name == "serdesQuartet") chip->serdesQuartetDel(Hardware::Sand::SerdesQuartetId(1));
+    if (name == "pciDevice" && chip->pciDevice()) chip->slotIdIs(Fru::SlotId(7));
+  }
+}
 
 struct Process {
   std::string name;
@@ -79,6 +99,7 @@ class World {
     for (auto const& [up, down] : plan.cables) {
       cables_.push_back({processes_[up].get(), processes_[down].get(), {}, {}, {}, {}});
     }
+    if (chance_.oneIn(3)) reactor_ = plan.manyWriters ? &anyProcess() : processes_.front().get();
     for (auto const& process : processes_) start(*process);
   }
 
@@ -126,6 +147,7 @@ class World {
                                           String8 const& text) {
       see(process, entity, attribute, text);
     };
+    if (reactor_ == &process) process.watch.react = react;
     watch(process);
   }
 
@@ -224,6 +246,21 @@ class World {
     if (process.isPaused) return;
     process.session->service(now_);
     watch(process);
+    for (Ptr<Link> const& link : process.session->links()) checkBounds(link->demuxer());
+  }
+
+  /// What holds at any moment.
+  void checkBounds(Demuxer const& demuxer) {
+    if (demuxer.out()->committedSize() >
+        options_.outCapacity + defaultMaxMessageSize + frameOverhead + runReserve) {
+      fail("more is buffered than the capacity lets");
+    }
+    if (!chance_.oneIn(32)) return;
+    demuxer.reactorsVisit([](Entity::MoxNboAttrLogSa const& adapter) {
+      if (adapter.hasFlag(noFlowOut) == (adapter.flowOut() != nullptr)) {
+        fail("a flow-out and its flag differ");
+      }
+    });
   }
 
   void change(Process& process) {
@@ -371,6 +408,7 @@ class World {
   LinkOptions options_;
   std::vector<std::unique_ptr<Process>> processes_;
   std::vector<Cable> cables_;
+  Process* reactor_ = nullptr;
   std::uint64_t now_ = 1;
 };
 
