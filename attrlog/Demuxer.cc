@@ -168,6 +168,7 @@ FlowOut* Demuxer::createFlowOut(Entity::MoxNboAttrLogSa& adapter, ConnectDesc co
   if (mode_ != Mode::running || adapter.retired_) return nullptr;
   if (adapter.flowOut_) flowOutDel(adapter);
   adapter.flowOut_ = adapter.flowOutIs(out_, desc, full, start);
+  adapter.flowOut_->bornMs_ = nowMs_;
   adapter.flagsIs(noFlowOut, false);
   adapter.parked_ = false;
   if (!full && !adapter.hold_) {
@@ -175,6 +176,24 @@ FlowOut* Demuxer::createFlowOut(Entity::MoxNboAttrLogSa& adapter, ConnectDesc co
     quick_.emplace_back(&adapter);
   }
   return adapter.flowOut_.get();
+}
+
+LinkDebt Demuxer::debt() const {
+  LinkDebt debt;
+  for (auto reactor = reactors_.iteratorConst(); reactor; ++reactor) {
+    Entity::MoxNboAttrLogSa const& adapter = **reactor->value();
+    if (!adapter.flowOut_) continue;
+    FlowOut& flowOut = **adapter.flowOut_;
+    ++debt.entities;
+    debt.oldestMs = std::max(debt.oldestMs, nowMs_ - flowOut.bornMs());
+    for (TypeRows const* rows = &adapter.rows(); rows != nullptr; rows = rows->base) {
+      for (AttrRow const& row : *rows) {
+        debt.attributes += row.owesItself(flowOut) ? 1 : 0;
+        debt.keys += row.owedKeys(flowOut);
+      }
+    }
+  }
+  return debt;
 }
 
 void Demuxer::flowOutDel(Entity::MoxNboAttrLogSa& adapter) {

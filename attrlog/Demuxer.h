@@ -49,6 +49,14 @@ struct LinkStats {
   std::uint64_t fullTransfersReceived = 0;
 };
 
+/// What a connection owes its peer at one moment: marks, not values.
+struct LinkDebt {
+  std::uint64_t entities = 0;
+  std::uint64_t attributes = 0;  ///< scalars, references, children, collections not yet walked
+  std::uint64_t keys = 0;        ///< single members of collections
+  std::uint64_t oldestMs = 0;    ///< how long the entity that waits longest has been waiting
+};
+
 /// A frame as an observer sees it, behind its processing.
 using FrameObserver = std::function<void(Frame const&)>;
 
@@ -112,6 +120,10 @@ class Demuxer : public PtrInterface {
   void runFlowOuts(std::function<void()> const& flush);
   /// True while any flow-out waits for its turn or for room.
   bool hasWaitingFlowOut() const { return !quick_.empty() || !bulk_.empty(); }
+  /// Counts what is owed, entity by entity: for people, not for hot paths.
+  LinkDebt debt() const;
+  /// The link's clock, told at the beginning of each turn.
+  void nowMsIs(std::uint64_t nowMs) { nowMs_ = nowMs; }
 
   // Reading.
 
@@ -231,6 +243,7 @@ class Demuxer : public PtrInterface {
   int runDepth_ = 0;
   bool runStopped_ = false;
   std::uint64_t runStart_ = 0;
+  std::uint64_t nowMs_ = 0;
 
   StreamAdapter const* applyingAdapter_ = nullptr;
   AttributeId applyingAttribute_ = 0;

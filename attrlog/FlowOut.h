@@ -69,6 +69,8 @@ class FlowOut : public PtrInterface {
   bool isFull() const { return full_; }
   /// Where the next run begins.
   AttributeId resumeAt() const;
+  /// When something became owed, on the clock of the link's turns.
+  std::uint64_t bornMs() const { return bornMs_; }
   void runResultIs(AttributeId result) { runResult_ = result; }
   AttributeId runResult() const { return runResult_; }
 
@@ -93,6 +95,7 @@ class FlowOut : public PtrInterface {
   StreamAdapter* adapter_;
   bool full_;
   bool completeSent_ = false;
+  std::uint64_t bornMs_ = 0;
 };
 
 }  // namespace NboAttrLog

@@ -85,8 +85,8 @@ constexpr AttrRow collectionRow(AttrForm form) {
   AttrRow row = rowBegin<D>(form);
   row.tell = &tellKey<D>;
   row.readDel = &readKeyDel<D>;
-  row.hasDirtyKeys = [](FlowOut& flowOut) {
-    return D::dirtyKeys(static_cast<typename D::FlowOut&>(flowOut)).size() != 0;
+  row.dirtyKeyCount = [](FlowOut& flowOut) {
+    return std::size_t{D::dirtyKeys(static_cast<typename D::FlowOut&>(flowOut)).size()};
   };
   row.sweep = &sweepMembers<D>;
   row.freeSlots = [](FlowOut& flowOut) { moxFlowOutBookmarkDeq<typename D::Key>(flowOut); };

@@ -61,6 +61,7 @@ void Link::service(std::uint64_t nowMs) {
 }
 
 void Link::turn(std::uint64_t nowMs) {
+  demuxer_->nowMsIs(nowMs);
   if (end_ == End::none) {
     receive();
     dispatch();

@@ -64,7 +64,7 @@ struct AttrRow {
   void (*readDel)(MessageIn&);
   /// Collections: the walk of a flow-out; true when it is through.
   bool (*walk)(Sa&);
-  bool (*hasDirtyKeys)(FlowOut&);
+  std::size_t (*dirtyKeyCount)(FlowOut&);
   /// Collections: marks all members, deletes the marked ones.
   void (*sweep)(Sa&, StreamAdapter::AttrTransactionType);
   /// Releases the slots of a stopped flow-out that stands at this attribute.
@@ -78,6 +78,12 @@ struct AttrRow {
   bool ownsChildren() const { return form == AttrForm::singleton || form == AttrForm::entities; }
 
   bool bit(FlowOut& flowOut) const { return (word(flowOut) & dirtyMask) != 0; }
+  /// A scalar or reference that is owed, or a collection that has not been walked yet: its bit says
+  /// that it has.
+  bool owesItself(FlowOut& flowOut) const { return bit(flowOut) != isCollection(); }
+  std::size_t owedKeys(FlowOut& flowOut) const {
+    return dirtyKeyCount ? dirtyKeyCount(flowOut) : 0;
+  }
   void bitIs(FlowOut& flowOut, bool on) const {
     std::uint32_t& bits = word(flowOut);
     bits = on ? bits | dirtyMask : bits & ~dirtyMask;

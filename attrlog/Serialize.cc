@@ -369,10 +369,7 @@ void freeResyncState(TypeRows const& type, FlowOut& flowOut) {
 
 bool hasDirtyAttributes(TypeRows const& type, FlowOut& flowOut) {
   for (AttrRow const& row : type) {
-    // A collection's bit says that it has been walked.
-    if (row.isCollection() ? !row.bit(flowOut) || row.hasDirtyKeys(flowOut) : row.bit(flowOut)) {
-      return true;
-    }
+    if (row.owesItself(flowOut) || row.owedKeys(flowOut) != 0) return true;
   }
   return false;
 }

@@ -35,8 +35,10 @@ void Session::exportsDone() {
   for (Ptr<Link> const& link : links_) link->demuxer().exportsDone();
 }
 
-Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes) {
-  Ptr<Link> link(new Link(this, std::move(bytes), options_));
+Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes, LinkOptions const& options) {
+  LinkOptions named = options;
+  named.name = options_.name;
+  Ptr<Link> link(new Link(this, std::move(bytes), named));
   Demuxer& demuxer = link->demuxer();
   demuxer.importDirIs(importDir_);
   for (Ptr<Entity> const& root : roots_) demuxer.exportIs(root);

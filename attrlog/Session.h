@@ -41,7 +41,10 @@ class Session {
   void importDirIs(Ptr<Dir> const& dir) { importDir_ = dir; }
 
   /// A connection over `bytes`. It is served by `service` from here on.
-  Ptr<Link> linkIs(std::unique_ptr<ByteLink> bytes);
+  Ptr<Link> linkIs(std::unique_ptr<ByteLink> bytes) { return linkIs(std::move(bytes), options_); }
+  /// The same with other permissions than the session's own; the name stays the session's.
+  Ptr<Link> linkIs(std::unique_ptr<ByteLink> bytes, LinkOptions const& options);
+  LinkOptions const& options() const { return options_; }
   std::vector<Ptr<Link>> const& links() const { return links_; }
 
   /// One turn of every link; links that have ended leave the session.

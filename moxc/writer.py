@@ -43,6 +43,7 @@ OUTPUTS = [
     Output('type.cc.j2', 'entity', '{module}/{stem}Type.cc'),
     Output('types.h.j2', 'module', '{module}/Types.h'),
     Output('types.cc.j2', 'module', '{module}/Types.cc'),
+    Output('wireschema.cc.j2', 'module', '{module}/WireSchema.cc'),
 ]
 
 
