@@ -33,7 +33,12 @@ void PollLoop::sessionIs(Session& session) {
 void PollLoop::sessionDel(Session& session) { std::erase(sessions_, &session); }
 
 void PollLoop::listenerIs(Listener& listener, Session& session) {
-  listening_.push_back({&listener, &session});
+  listenerIs(listener,
+             [&session](std::unique_ptr<SocketLink> link) { session.linkIs(std::move(link)); });
+}
+
+void PollLoop::listenerIs(Listener& listener, Accepted accepted) {
+  listening_.push_back({&listener, std::move(accepted)});
 }
 
 void PollLoop::listenerDel(Listener& listener) {
@@ -41,7 +46,9 @@ void PollLoop::listenerDel(Listener& listener) {
                 [&listener](Listening const& entry) { return entry.listener == &listener; });
 }
 
-void PollLoop::descriptorIs(int fd, Handler readable) { descriptors_[fd] = std::move(readable); }
+void PollLoop::descriptorIs(int fd, Handler ready, Wait wait) {
+  descriptors_[fd] = {std::move(ready), wait};
+}
 
 void PollLoop::descriptorDel(int fd) { descriptors_.erase(fd); }
 
@@ -99,7 +106,9 @@ void PollLoop::turn(int maxWaitMs) {
     }
   }
   std::vector<std::pair<int, std::size_t>> others;
-  for (auto const& [fd, handler] : descriptors_) others.emplace_back(fd, watch(fd, POLLIN));
+  for (auto const& [fd, waiting] : descriptors_) {
+    others.emplace_back(fd, watch(fd, waiting.wait == Wait::toRead ? POLLIN : POLLOUT));
+  }
 
   if (::poll(polled.data(), static_cast<nfds_t>(polled.size()), waitMs(maxWaitMs)) < 0) {
     // A signal, or no memory for the moment: nothing is known to be ready.
@@ -120,7 +129,7 @@ void PollLoop::turn(int maxWaitMs) {
     auto const present = descriptors_.find(fd);
     if (present == descriptors_.end()) continue;
     // It may take itself out.
-    Handler const handler = present->second;
+    Handler const handler = present->second.ready;
     handler();
   }
   runTimers();
@@ -134,7 +143,9 @@ void PollLoop::acceptFrom(Listener* listener) {
     try {
       std::unique_ptr<SocketLink> link = listener->accept();
       if (!link) return;
-      entry->session->linkIs(std::move(link));
+      // It may take the listener out.
+      Accepted const accepted = entry->accepted;
+      accepted(std::move(link));
     } catch (TransportError const& failure) {
       entry->pausedUntilMs = clock_() + acceptPauseMs;
       if (onReport_) onReport_(failure.what());

@@ -17,6 +17,7 @@ class PollLoop {
  public:
   using Clock = std::function<std::uint64_t()>;
   using Handler = std::function<void()>;
+  using Accepted = std::function<void(std::unique_ptr<SocketLink>)>;
   using OnReport = std::function<void(std::string const& line)>;
 
   /// Milliseconds of the system's steady clock.
@@ -35,9 +36,12 @@ class PollLoop {
   void sessionDel(Session& session);
   /// Each connection becomes a link of the session.
   void listenerIs(Listener& listener, Session& session);
+  /// Each connection goes to `accepted`.
+  void listenerIs(Listener& listener, Accepted accepted);
   void listenerDel(Listener& listener);
-  /// Calls `readable` whenever the descriptor has something to read, or its end.
-  void descriptorIs(int fd, Handler readable);
+  enum class Wait : std::uint8_t { toRead, toWrite };
+  /// Calls `ready` whenever the descriptor has something to read, or room to write, or its end.
+  void descriptorIs(int fd, Handler ready, Wait wait = Wait::toRead);
   void descriptorDel(int fd);
   /// Calls `due` once. Returns a number for `timerDel`.
   std::uint64_t timerIs(std::uint64_t dueMs, Handler due);
@@ -54,8 +58,12 @@ class PollLoop {
  private:
   struct Listening {
     Listener* listener;
-    Session* session;
+    Accepted accepted;
     std::uint64_t pausedUntilMs = 0;
+  };
+  struct Waiting {
+    Handler ready;
+    Wait wait;
   };
   struct Timer {
     std::uint64_t dueMs;
@@ -69,7 +77,7 @@ class PollLoop {
   Clock clock_;
   std::vector<Session*> sessions_;
   std::vector<Listening> listening_;
-  std::map<int, Handler> descriptors_;
+  std::map<int, Waiting> descriptors_;
   std::map<std::uint64_t, Timer> timers_;
   std::uint64_t lastTimer_ = 0;
   bool isStopped_ = false;

@@ -134,6 +134,26 @@ std::unique_ptr<SocketLink> SocketLink::connect(SocketAddress const& address, in
   refuse(address, systemText(cause));
 }
 
+std::string SocketLink::peerText() const {
+  ucred user{};
+  socklen_t size = sizeof user;
+  sockaddr_storage address{};
+  socklen_t addressSize = sizeof address;
+  if (::getpeername(fd(), reinterpret_cast<sockaddr*>(&address), &addressSize) != 0) return "gone";
+  if (address.ss_family == AF_UNIX &&
+      ::getsockopt(fd(), SOL_SOCKET, SO_PEERCRED, &user, &size) == 0) {
+    return "process " + std::to_string(user.pid) + ", user " + std::to_string(user.uid);
+  }
+  char host[NI_MAXHOST] = "";
+  char port[NI_MAXSERV] = "";
+  if (::getnameinfo(reinterpret_cast<sockaddr const*>(&address), addressSize, host, sizeof host,
+                    port, sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+    return "unknown";
+  }
+  SocketAddress const shown{{}, host, port};
+  return shown.text();
+}
+
 ByteResult SocketLink::fail(int number) {
   error_ = systemText(number);
   return {0, ByteResult::State::failed};
@@ -160,9 +180,9 @@ ByteResult SocketLink::write(void const* from, std::size_t size) {
   }
 }
 
-Listener::Listener(SocketAddress const& address) : address_(address) {
+Listener::Listener(SocketAddress const& address, unsigned int mode) : address_(address) {
   if (address_.isUnix()) {
-    listenUnix();
+    listenUnix(mode);
   } else {
     listenTcp();
   }
@@ -176,7 +196,7 @@ Listener::~Listener() {
   }
 }
 
-void Listener::listenUnix() {
+void Listener::listenUnix(unsigned int mode) {
   sockaddr_un const at = unixAddress(address_);
   auto const* const name = reinterpret_cast<sockaddr const*>(&at);
   struct stat present {};
@@ -190,8 +210,8 @@ void Listener::listenUnix() {
   }
   Descriptor socket = newSocket(AF_UNIX);
   if (!socket) refuse(address_, systemText(errno));
-  // The file must never be open to others, not even before a chmod.
-  mode_t const mask = ::umask(0177);
+  // The file must never be open to more than it is meant for, not even before a chmod.
+  mode_t const mask = ::umask(static_cast<mode_t>(~mode & 0777));
   int const result = ::bind(socket.get(), name, sizeof at);
   int const cause = errno;
   ::umask(mask);

@@ -25,6 +25,8 @@ class SocketLink : public ByteLink {
   void close() override { socket_.close(); }
   std::string error() const override { return error_; }
   int fd() const override { return socket_.get(); }
+  /// Who is at the other end: "HOST:PORT", or "process N, user N" of a Unix socket.
+  std::string peerText() const;
 
  private:
   ByteResult fail(int number);
@@ -36,10 +38,10 @@ class SocketLink : public ByteLink {
 /// Accepts connections. Descriptors are closed on exec.
 class Listener {
  public:
-  /// A Unix socket's file is for this user alone (mode 0600). What a dead process left at its path
-  /// is replaced; a path where somebody listens, or that is no socket, is not. The file goes with
-  /// the listener. TCP port 0: any free one. Throws TransportError "ADDRESS: cause".
-  explicit Listener(SocketAddress const& address);
+  /// A Unix socket's file has `mode`: by default it is for this user alone. What a dead process
+  /// left at its path is replaced; a path where somebody listens, or that is no socket, is not. The
+  /// file goes with the listener. TCP port 0: any free one. Throws TransportError "ADDRESS: cause".
+  explicit Listener(SocketAddress const& address, unsigned int mode = 0600);
   ~Listener();
   Listener(Listener const&) = delete;
   Listener& operator=(Listener const&) = delete;
@@ -51,7 +53,7 @@ class Listener {
   std::unique_ptr<SocketLink> accept();
 
  private:
-  void listenUnix();
+  void listenUnix(unsigned int mode);
   void listenTcp();
 
   SocketAddress address_;
