@@ -117,7 +117,7 @@ class ProgramTest(unittest.TestCase):
                               stdin=subprocess.DEVNULL, timeout=LIMIT)
 
     def watcher(self, *arguments, server):
-        watcher = self.start('inventoryctl', *self.unix, 'watch', *arguments)
+        watcher = self.start('inventoryctl', *self.unix, 'watch', '--no-retry', *arguments)
         server.errorLine(': connected')
         self.inStep(watcher, server)
         return watcher
@@ -477,6 +477,171 @@ class EndsTest(ProgramTest):
                 done = subprocess.run([BINARY / 'inventoryctl', *self.unix, 'dump'], stdout=output,
                                       stderr=subprocess.PIPE, timeout=LIMIT)
                 self.assertEqual((done.returncode, done.stderr), (code, said))
+
+    def testAWatcherOutlivesItsServerAndTellsWhatTheNextOneHasOtherwise(self):
+        server = self.server('--stdin')
+        watcher = self.start('inventoryctl', *self.unix, 'watch')
+        server.errorLine(': connected')
+        self.inStep(watcher, server)
+        server.tell("set slice/fap[fap0].description 'first'")
+        self.assertEqual(watcher.line(), "changed slice/fap[fap0].description: '' -> 'first'")
+        for kill in signal.SIGKILL, signal.SIGTERM:
+            server.kill(kill)
+            server.end()
+            self.assertRegex(watcher.line(watcher.process.stderr),
+                             '^inventoryctl: connection lost: %s; trying again$' % GONE)
+            server = self.server('--stdin')
+            server.errorLine(': connected')
+            self.assertEqual(watcher.line(watcher.process.stderr), 'inventoryctl: in step again')
+            server.tell("set slice/fap[fap0].description 'next'")
+            lines = [watcher.line()]
+            while not lines[-1].endswith(" -> 'next'"):
+                lines.append(watcher.line())
+            # What both servers have alike isn't told again.
+            self.assertLessEqual(set(line.split(':')[0] for line in lines),
+                                 {'changed slice.numPorts', 'changed slice/fap[fap0].description'})
+        watcher.kill(signal.SIGTERM)
+        self.assertEqual(watcher.end()[0], 0)
+
+
+class PlacesTest(ProgramTest):
+
+    def testEachPlaceSaysWhetherPeersMayWriteAndSocketsHaveTheModeAskedFor(self):
+        other = self.path + '2'
+        server = self.server('--mode', '0660', '--listen', 'unix:%s,rw' % self.path, '--listen',
+                             'unix:%s' % other, '--listen', 'tcp::0,ro', endpoint=['--status',
+                             self.path + '3'])
+        self.assertEqual(server.address, self.path + ', peers may write')
+        self.assertEqual(server.errorLine('listening on ').split()[-1], other)
+        at = server.errorLine('listening on ').split()[-1]
+        self.assertTrue(at.startswith('127.0.0.1:'), at)
+        for path, grants in (self.path, True), (other, False):
+            with socket.socket(socket.AF_UNIX) as peer:
+                peer.connect(path)
+                bits = int.from_bytes(peer.recv(65536)[14:16], 'big')
+            self.assertEqual(bool(bits & 4), grants)
+        for path in self.path, other, self.path + '3':
+            self.assertEqual(os.stat(path).st_mode & 0o777, 0o660)
+        dumps = [self.run_('inventoryctl', option, where, 'dump').stdout for option, where in
+                 (('--unix', self.path), ('--unix', other), ('--tcp', at))]
+        self.assertGreater(len(dumps[0]), 4000)
+        self.assertEqual(dumps, dumps[:1] * 3)
+
+    def testWhatIsNoPlaceOrModeIsToldInOneLine(self):
+        for arguments, text in ((['--listen', self.path], 'is not unix:PATH or tcp:HOST:PORT'),
+                                (['--listen', 'tcp:x,rw'], "'x' is not HOST:PORT"),
+                                (['--mode', '999'], "'999' is no mode such as 0660"),
+                                (['--mode', '1777'], "'1777' is more than 0777")):
+            result = self.run_('inventoryd', *arguments, BOARD)
+            self.assertNotEqual(result.returncode, 0)
+            self.assertIn(text, result.stderr.decode().splitlines()[-1])
+
+
+class CaptureTest(ProgramTest):
+
+    def setUp(self):
+        super().setUp()
+        self.file = os.path.join(self.directory.name, 'capture')
+
+    def testARecordedConnectionIsShownAndMakesTheSameTree(self):
+        server = self.server('--stdin', '--capture', self.file)
+        watcher = self.watcher(server=server)
+        server.tell("set slice/fap[fap0]/qsgmii[71].serdes 4", 'add slice/fap[fap0]/qsgmii 30')
+        while 'qsgmii[30].id' not in watcher.line():
+            pass
+        dump = self.run_('inventoryctl', *self.unix, 'dump')
+        watcher.kill()
+        server.tell('quit')
+        server.end()
+        decoded = self.run_('inventoryctl', 'decode', self.file)
+        self.assertEqual((decoded.returncode, decoded.stderr), (0, b''))
+        lines = [line.split(' ', 2) for line in decoded.stdout.decode().splitlines()]
+        first = [text for number, _, text in lines if number == '1']
+        self.assertEqual(first[0].split(',')[0], '  opened: process %d' % watcher.process.pid)
+        self.assertEqual(first[-1], '  closed')
+        self.assertEqual({text[:10] for text in first[1:3]},
+                         {'> greeting', '< greeting'})
+        self.assertEqual([text for text in first if 'qsgmii[30]' in text][0],
+                         '> child slice/fap[fap0]/qsgmii[30]: Inventory::Arad::Qsgmii(30)')
+        self.assertTrue('> set slice/fap[fap0]/qsgmii[71].serdes = 4' in first)
+        self.assertEqual([text for _, _, text in lines if 'message ' in text], [])
+        for number in '1', '2':
+            replayed = self.run_('inventoryctl', 'replay', '--connection', number, self.file)
+            self.assertEqual(replayed.stderr, b'')
+            self.assertEqual(replayed.stdout, dump.stdout)
+
+    def testCutDamagedAndForeignFilesEndInOneLine(self):
+        server = self.server('--capture', self.file)
+        self.run_('inventoryctl', *self.unix, 'dump')
+        server.kill(signal.SIGTERM)
+        server.end()
+        whole = pathlib.Path(self.file).read_bytes()
+        bad = os.path.join(self.directory.name, 'bad')
+        for content, cause in ((whole[:len(whole) // 2], 'the capture is cut at offset %d' %
+                                (len(whole) // 2)),
+                               (whole[:60] + b'\xff' * 60 + whole[120:], 'the capture is'),
+                               (b'text', 'not a capture')):
+            pathlib.Path(bad).write_bytes(content)
+            for command in 'decode', 'replay':
+                result = self.run_('inventoryctl', command, bad)
+                self.assertEqual(result.returncode, 1)
+                self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
+                self.assertIn('inventoryctl: %s: %s' % (bad, cause), result.stderr.decode())
+        self.assertEqual(self.run_('inventoryctl', 'replay', '--connection', '9',
+                                   self.file).stderr.decode(),
+                         'inventoryctl: %s: no connection 9\n' % self.file)
+
+    def testTheBytesOfOneDirectionCanBeShownWithoutACapture(self):
+        self.server()
+        with socket.socket(socket.AF_UNIX) as peer:
+            peer.connect(self.path)
+            pathlib.Path(self.file).write_bytes(peer.recv(65536))
+        result = self.run_('inventoryctl', 'decode', self.file)
+        self.assertRegex(result.stdout.decode(), "^greeting 'inventoryd': .*\n$")
+
+
+class TopTest(ProgramTest):
+
+    def testShowsWhatIsOwedToAMirrorThatStandsStill(self):
+        server = self.server('--stdin', '--buffer', SMALLEST_BUFFER)
+        watcher = self.watcher(server=server)
+        watcher.kill(signal.SIGSTOP)
+        for i in range(100):
+            server.tell("set slice/fap[fap0].description %s%d" % ('d' * 30000, i),
+                        "set slice/fap[fap0]/elkGlobalSocProperties.property[k%d] 1" % i)
+        server.tell('frob')
+        server.errorLine('frob')
+
+        def status():
+            result = self.run_('inventoryctl', *self.unix, 'top', '--once', '--json')
+            self.assertEqual((result.returncode, result.stderr), (0, b''))
+            only, = json.loads(result.stdout)['connections']
+            return only
+        standing = status()
+        self.assertEqual(standing['owedAttributes'], 1)
+        self.assertGreater(standing['owedKeys'], 10)
+        self.assertEqual(standing['owedEntities'], 2)
+        self.assertGreater(standing['waitingBytes'], 100000)
+        table = self.run_('inventoryctl', *self.unix, 'top', '--once').stdout.decode().splitlines()
+        self.assertEqual(len(table), 3)
+        self.assertEqual(table[2].split()[:2], ['1', 'inventoryctl-%d-%s' % (
+            watcher.process.pid, standing['peer'].split('-')[-1])])
+        watcher.kill(signal.SIGCONT)
+        while "%d'" % 99 not in watcher.line():
+            pass
+        giveUp = time.monotonic() + LIMIT
+        while status()['owedKeys'] and time.monotonic() < giveUp:
+            pass
+        self.assertEqual([status()[name] for name in ('owedEntities', 'owedAttributes', 'owedKeys',
+                                                      'waitingBytes')], [0] * 4)
+
+    def testWhereNobodyTellsIsNoServer(self):
+        server = self.server(endpoint=['--tcp', ':0'])
+        result = self.run_('inventoryctl', *self.unix, 'top', '--once')
+        self.assertEqual(result.returncode, 3)
+        self.assertTrue(result.stderr.startswith(b'inventoryctl: no status: '), result.stderr)
+        result = self.run_('inventoryctl', '--tcp', server.address, 'top', '--once')
+        self.assertEqual(result.returncode, 2)
 
 
 if __name__ == '__main__':

@@ -1,6 +1,7 @@
 // The options of an endpoint.
 #include "tools/common/Endpoint.h"
 
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -27,6 +28,35 @@ Mox::NboAttrLog::SocketAddress Endpoint::address() const {
   using Mox::NboAttrLog::SocketAddress;
   if (!tcp.empty()) return SocketAddress::tcp(tcp);
   return SocketAddress::unixPath(unixPath.empty() ? defaultSocketPath() : unixPath);
+}
+
+ListenPlace ListenPlace::of(std::string const& text) {
+  using Mox::NboAttrLog::SocketAddress;
+  ListenPlace place;
+  std::string address = text;
+  if (address.ends_with(",rw") || address.ends_with(",ro")) {
+    place.isWritable = address.back() == 'w';
+    address.resize(address.size() - 3);
+  }
+  if (address.starts_with("unix:") && address.size() > 5) {
+    place.address = SocketAddress::unixPath(address.substr(5));
+  } else if (address.starts_with("tcp:")) {
+    place.address = SocketAddress::tcp(address.substr(4));
+  } else {
+    throw Mox::NboAttrLog::TransportError(
+        "'" + text + "' is not unix:PATH or tcp:HOST:PORT, with or without ,ro or ,rw");
+  }
+  return place;
+}
+
+std::string ListenPlace::text() const {
+  return (address.isUnix() ? "unix:" : "tcp:") + address.text() + (isWritable ? ",rw" : ",ro");
+}
+
+std::string statusPath(std::string const& socketPath) {
+  constexpr std::size_t longestPath = sizeof(sockaddr_un::sun_path) - 1;
+  std::string const path = socketPath + ".status";
+  return path.size() <= longestPath ? path : "";
 }
 
 int parseCommandLine(CLI::App& app, int argc, char** argv) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "transport/SocketAddress.h"
 
@@ -23,6 +24,22 @@ struct Endpoint {
   /// Throws TransportError for a `--tcp` that can't be read.
   Mox::NboAttrLog::SocketAddress address() const;
 };
+
+/// Where a server listens, and whether those who come there may write.
+struct ListenPlace {
+  Mox::NboAttrLog::SocketAddress address;
+  bool isWritable = false;
+
+  /// "ADDRESS", "ADDRESS,ro" or "ADDRESS,rw", the address being "unix:PATH" or "tcp:HOST:PORT".
+  /// Throws TransportError.
+  static ListenPlace of(std::string const& text);
+  /// As `of` reads it.
+  std::string text() const;
+};
+
+/// Where the server of a Unix socket tells how it is: the socket's path and ".status";
+/// empty when that is longer than a socket's path can be.
+std::string statusPath(std::string const& socketPath);
 
 /// Reads the command line. -1: go on; else the exit code: 0 after help, 2 after one line on
 /// standard error.

@@ -15,6 +15,8 @@ namespace {
 using namespace Mox::NboAttrLog;
 
 constexpr int progressMs = 100;
+/// Nothing else moves while a lost server is sought.
+constexpr std::uint64_t mostReconnectMs = 1000;
 
 /// Differs between any two mirrors: the server takes a second one of the same name for the same.
 std::string ownName() {
@@ -25,11 +27,11 @@ std::string ownName() {
   return text;
 }
 
-LinkOptions linkOptions(std::uint64_t timeoutMs) {
-  LinkOptions options;
-  options.schemaHash = InvArad::schemaHash;
-  options.greetingTimeoutMs = timeoutMs;
-  return options;
+LinkOptions linkOptions(Mirror::Options const& options) {
+  LinkOptions link;
+  link.schemaHash = InvArad::schemaHash;
+  link.greetingTimeoutMs = options.timeoutMs;
+  return link;
 }
 
 /// Tells how far the first transfer is, if a person looks on.
@@ -56,61 +58,77 @@ std::string withoutPrefix(std::string const& text) {
 
 }  // namespace
 
-Mirror::Mirror(SocketAddress const& address, std::uint64_t timeoutMs)
-    : address_(address.text()),
-      timeoutMs_(timeoutMs),
+Mirror::Mirror(Options const& options)
+    : options_(options),
       roots_(new Mox::Dir),
-      session_(ownName(), linkOptions(timeoutMs)) {
+      session_(ownName(), linkOptions(options)),
+      dialer_(loop_, session_, [this] {
+        std::uint64_t const most = report_ ? mostReconnectMs : INT_MAX;
+        return SocketLink::connect(options_.address,
+                                   static_cast<int>(std::min(options_.timeoutMs, most)));
+      }) {
   // Peers name the types; the linker must not leave the model out because nothing else does.
   Inventory::Arad::AradSlice::_fwkType();
   session_.importDirIs(roots_);
   loop_.sessionIs(session_);
-  try {
-    int const waitMs = static_cast<int>(std::min<std::uint64_t>(timeoutMs, INT_MAX));
-    link_ = session_.linkIs(SocketLink::connect(address, waitMs));
-  } catch (TransportError const& failure) {
-    throw Failure(exitNoServer, std::string("no server: ") + failure.what());
-  }
+  dialer_.onLost([this](Link const* link, std::string const& reason, std::uint64_t) {
+    if (link) {
+      ended(*link, reason);
+    } else if (!report_) {
+      failure_.emplace(exitNoServer, "no server: " + reason);
+    }
+    if (failure_) dialer_.stop();
+  });
+  dialer_.start();
+  if (failure_) throw Failure(*failure_);
 }
 
 Mirror::~Mirror() = default;
 
-void Mirror::turn(int maxWaitMs) {
-  loop_.turn(maxWaitMs);
-  if (link_->state() == Link::State::closed) fail();
+void Mirror::ended(Link const& link, std::string const& text) {
+  std::string const reason = withoutPrefix(text);
+  bool const isSilent = link.end() == Link::End::noGreeting;
+  bool const hasSaidNothing = isSilent && link.stats().bytesReceived == 0;
+  if (link.end() == Link::End::refused || (isSilent && !hasSaidNothing)) {
+    failure_.emplace(exitWrongProtocol, "wrong protocol: " + reason);
+  } else if (report_) {
+    if (!isOutOfStep_) report_("connection lost: " + reason + "; trying again");
+    isOutOfStep_ = true;
+  } else if (hasSaidNothing) {
+    failure_.emplace(exitNoServer, "no server: " + options_.address.text() + ": " + reason);
+  } else {
+    failure_.emplace(exitLost, "connection lost: " + reason);
+  }
 }
 
-void Mirror::fail() const {
-  std::string const reason = withoutPrefix(link_->error());
-  switch (link_->end()) {
-    case Link::End::refused:
-      throw Failure(exitWrongProtocol, "wrong protocol: " + reason);
-    case Link::End::noGreeting:
-      if (link_->stats().bytesReceived == 0) {
-        throw Failure(exitNoServer, "no server: " + address_ + ": " + reason);
-      }
-      throw Failure(exitWrongProtocol, "wrong protocol: " + reason);
-    default:
-      throw Failure(exitLost, "connection lost: " + reason);
+void Mirror::turn(int maxWaitMs) {
+  loop_.turn(maxWaitMs);
+  if (failure_) throw Failure(*failure_);
+  Mox::Ptr<Link> const link = dialer_.link();
+  if (!isOutOfStep_ || !link || !link->demuxer().inStep()) return;
+  if (std::uint64_t const refused = link->stats().refusedOrphans; refused != 0) {
+    throw Failure(exitWrongProtocol, "wrong protocol: " + std::to_string(refused) +
+                                         " of the server's trees can't be mirrored");
   }
+  isOutOfStep_ = false;
+  if (report_) report_("in step again");
 }
 
 bool Mirror::inStepWait() {
   Progress progress;
   std::uint64_t bytesSeen = 0;
   std::uint64_t aliveMs = loop_.nowMs();
-  while (!isStopped_ && !link_->demuxer().inStep()) {
+  while (!isStopped_ && isOutOfStep_) {
     turn(progressMs);
-    progress.show(**link_);
-    std::uint64_t const bytes = link_->stats().bytesReceived;
+    Mox::Ptr<Link> const link = dialer_.link();
+    if (!link) continue;
+    progress.show(**link);
+    std::uint64_t const bytes = link->stats().bytesReceived;
     if (std::exchange(bytesSeen, bytes) != bytes) aliveMs = loop_.nowMs();
-    if (link_->demuxer().greeted() && loop_.nowMs() - aliveMs > timeoutMs_) {
-      throw Failure(exitLost, "connection lost: nothing received for " + durationText(timeoutMs_));
+    if (link->demuxer().greeted() && loop_.nowMs() - aliveMs > options_.timeoutMs) {
+      throw Failure(exitLost,
+                    "connection lost: nothing received for " + durationText(options_.timeoutMs));
     }
-  }
-  if (std::uint64_t const refused = link_->stats().refusedOrphans; refused != 0 && !isStopped_) {
-    throw Failure(exitWrongProtocol, "wrong protocol: " + std::to_string(refused) +
-                                         " of the server's trees can't be mirrored");
   }
   return !isStopped_;
 }
@@ -121,5 +139,7 @@ void Mirror::follow(std::function<void()> const& changed) {
     changed();
   }
 }
+
+void Mirror::retriesAreOn(Report report) { report_ = std::move(report); }
 
 }  // namespace Tools

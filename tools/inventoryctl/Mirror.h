@@ -1,42 +1,32 @@
 // A local copy of what an inventoryd serves, and the connection that keeps it in step.
 #pragma once
 
+#include <cstdint>
 #include <functional>
-#include <stdexcept>
+#include <optional>
 #include <string>
 
 #include "Mox/Dir.h"
 #include "attrlog/Session.h"
+#include "tools/inventoryctl/Failure.h"
+#include "transport/Dialer.h"
 #include "transport/PollLoop.h"
 #include "transport/SocketAddress.h"
 
 namespace Tools {
 
-/// What the program tells the shell.
-enum ExitCode : int {
-  exitFine = 0,
-  exitOutput = 1,  ///< standard output can't be written, or this process failed
-  exitUsage = 2,
-  exitNoServer = 3,       ///< nobody listens, or who listens says nothing
-  exitWrongProtocol = 4,  ///< what the other end says is not understood, or the other way round
-  exitLost = 5,           ///< the connection ended, or stood still before the copy was in step
-};
-
-/// The end of the program's work: a line for standard error, and the exit code.
-class Failure : public std::runtime_error {
- public:
-  Failure(ExitCode code, std::string const& text) : std::runtime_error(text), code_(code) {}
-  ExitCode code() const { return code_; }
-
- private:
-  ExitCode code_;
-};
-
 class Mirror {
  public:
-  /// `timeoutMs`: how long the server may say nothing until the copy is in step. Connects at once;
-  /// throws Failure.
-  Mirror(Mox::NboAttrLog::SocketAddress const& address, std::uint64_t timeoutMs);
+  using Report = std::function<void(std::string const& line)>;
+
+  struct Options {
+    Mox::NboAttrLog::SocketAddress address;
+    /// How long the server may say nothing until the copy is in step.
+    std::uint64_t timeoutMs = 10000;
+  };
+
+  /// Connects at once; throws Failure.
+  explicit Mirror(Options const& options);
   ~Mirror();
   Mirror(Mirror const&) = delete;
   Mirror& operator=(Mirror const&) = delete;
@@ -46,6 +36,9 @@ class Mirror {
   /// Applies changes as they come, calling `changed` behind each turn, until `stop`. Throws Failure
   /// when the connection ends.
   void follow(std::function<void()> const& changed);
+  /// From here on a connection that ends is made again, the copy being kept meanwhile; `report`
+  /// hears of both. Only a server that doesn't understand is still a Failure.
+  void retriesAreOn(Report report);
   void stop() { isStopped_ = true; }
 
   Mox::Dir& roots() { return **roots_; }
@@ -53,14 +46,16 @@ class Mirror {
 
  private:
   void turn(int maxWaitMs);
-  [[noreturn]] void fail() const;
+  void ended(Mox::NboAttrLog::Link const& link, std::string const& reason);
 
-  std::string address_;
-  std::uint64_t timeoutMs_;
+  Options options_;
   Mox::NboAttrLog::PollLoop loop_;
   Mox::Ptr<Mox::Dir> roots_;
   Mox::NboAttrLog::Session session_;
-  Mox::Ptr<Mox::NboAttrLog::Link> link_;
+  Mox::NboAttrLog::Dialer dialer_;
+  Report report_;  ///< null: no retries
+  bool isOutOfStep_ = true;
+  std::optional<Failure> failure_;
   bool isStopped_ = false;
 };
 

@@ -1,25 +1,43 @@
-// inventoryctl: mirrors what an inventoryd serves, and shows the copy or its changes.
+// inventoryctl: mirrors what an inventoryd serves and shows the copy or its changes; shows how the
+// server is, and what it has recorded.
 #include <poll.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <functional>
 #include <iostream>
 #include <string>
 
 #include "tools/common/Dump.h"
 #include "tools/common/Endpoint.h"
+#include "tools/inventoryctl/Captures.h"
+#include "tools/inventoryctl/Failure.h"
 #include "tools/inventoryctl/Mirror.h"
+#include "tools/inventoryctl/Top.h"
 #include "tools/inventoryctl/Watch.h"
 #include "transport/SignalSource.h"
 
 namespace {
 
+using Mox::NboAttrLog::SignalSource;
+using Mox::NboAttrLog::SocketAddress;
+
 struct Options {
   Tools::Endpoint endpoint;
   double timeoutSeconds = 10;
   bool isJson = false;
-  bool isWatch = false;
+  bool isOnce = false;
+  bool isWithoutRetry = false;
+  std::string file;
+  Tools::DecodeOptions decode;
+  bool isWholeText = false;
+  bool isReceived = false;
+  std::string statusPath;
+  double intervalSeconds = 1;
+
+  std::uint64_t timeoutMs() const { return static_cast<std::uint64_t>(timeoutSeconds * 1000); }
+  Tools::DumpForm form() const { return isJson ? Tools::DumpForm::json : Tools::DumpForm::text; }
 };
 
 bool isReaderGone() {
@@ -32,65 +50,154 @@ void flush() {
   std::cout.flush();
   if (std::cout) return;
   if (isReaderGone()) throw Tools::Failure(Tools::exitFine, "");
-  throw Tools::Failure(Tools::exitOutput, "standard output can't be written");
+  throw Tools::Failure(Tools::exitFile, "standard output can't be written");
 }
 
-void run(Options const& options) {
-  Mox::NboAttrLog::SocketAddress address;
+void report(std::string const& line) { std::cerr << "inventoryctl: " << line << std::endl; }
+
+SocketAddress addressOf(Options const& options) {
   try {
-    address = options.endpoint.address();
+    return options.endpoint.address();
   } catch (Mox::NboAttrLog::TransportError const& wrong) {
     throw Tools::Failure(Tools::exitUsage, wrong.what());
   }
-  Mox::NboAttrLog::SignalSource signals{SIGINT, SIGTERM};
-  Mox::NboAttrLog::SignalSource::ignoreBrokenPipes();
-  Tools::Mirror mirror(address, static_cast<std::uint64_t>(options.timeoutSeconds * 1000));
+}
+
+/// A mirror that stops at a signal. `work` is called when it is in step.
+void withMirror(Options const& options, std::function<void(Tools::Mirror&)> const& work) {
+  SignalSource signals{SIGINT, SIGTERM};
+  Tools::Mirror mirror({addressOf(options), options.timeoutMs()});
   mirror.loop().descriptorIs(signals.fd(), [&] {
     if (signals.next() != 0) mirror.stop();
   });
-  if (!mirror.inStepWait()) return;
-  if (!options.isWatch) {
-    Tools::writeDump(std::cout, mirror.roots(),
-                     options.isJson ? Tools::DumpForm::json : Tools::DumpForm::text);
-    flush();
-    return;
-  }
-  Tools::Watch watch(mirror.roots(), options.isJson,
-                     [](std::string const& line) { std::cout << line << '\n'; });
-  mirror.follow([&watch] {
-    watch.rootsCheck();
+  if (mirror.inStepWait()) work(mirror);
+}
+
+void dump(Options const& options) {
+  withMirror(options, [&](Tools::Mirror& mirror) {
+    Tools::writeDump(std::cout, mirror.roots(), options.form());
     flush();
   });
+}
+
+void watch(Options const& options) {
+  withMirror(options, [&](Tools::Mirror& mirror) {
+    if (!options.isWithoutRetry) mirror.retriesAreOn(report);
+    Tools::Watch watch(mirror.roots(), options.isJson,
+                       [](std::string const& line) { std::cout << line << '\n'; });
+    mirror.follow([&watch] {
+      watch.rootsCheck();
+      flush();
+    });
+  });
+}
+
+void decode(Options const& options) {
+  Tools::DecodeOptions decode = options.decode;
+  if (options.isWholeText) decode.mostText = 0;
+  Tools::decode(options.file, decode, std::cout);
+  flush();
+}
+
+void replay(Options const& options) {
+  Mox::Ptr<Mox::Dir> const roots(new Mox::Dir);
+  Tools::replay(options.file, options.decode.connection, options.isReceived, **roots);
+  Tools::writeDump(std::cout, **roots, options.form());
+  flush();
+}
+
+void top(Options const& options) {
+  SocketAddress address = SocketAddress::unixPath(options.statusPath);
+  if (options.statusPath.empty()) {
+    address = addressOf(options);
+    if (!address.isUnix()) {
+      throw Tools::Failure(Tools::exitUsage,
+                           "top: --status PATH tells where the server's status "
+                           "socket is");
+    }
+    address.path = Tools::statusPath(address.path);
+  }
+  SignalSource signals{SIGINT, SIGTERM};
+  for (;;) {
+    std::string const status = Tools::askStatus(address, options.timeoutMs());
+    std::string const shown = options.isJson ? status : Tools::statusTable(status);
+    // A person's terminal is cleared, so that the table stays where it is.
+    bool const clears = !options.isOnce && ::isatty(STDOUT_FILENO) == 1;
+    std::cout << (clears ? "\x1b[H\x1b[2J" : "") << shown;
+    flush();
+    pollfd waiting{signals.fd(), POLLIN, 0};
+    if (options.isOnce ||
+        ::poll(&waiting, 1, static_cast<int>(options.intervalSeconds * 1000)) > 0) {
+      return;
+    }
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
-  CLI::App app("Mirrors what an inventoryd serves.", "inventoryctl");
+  std::function<void(Options const&)> chosen;
+  CLI::App app("Shows and follows what an inventoryd serves.", "inventoryctl");
   options.endpoint.optionsTo(app);
   app.add_option("--timeout", options.timeoutSeconds,
                  "seconds that the server may be silent before the copy is in step (default 10)")
       ->type_name("S")
       ->check(CLI::Range(0.001, 1e6));
   app.require_subcommand(1);
-  auto* const dump = app.add_subcommand("dump", "print the whole tree");
-  auto* const watch = app.add_subcommand("watch", "print each change as it arrives");
-  for (auto* const command : {dump, watch}) {
-    command->add_flag("--json", options.isJson, "as JSON");
-  }
+  auto const command = [&](char const* name, char const* text, void (*run)(Options const&)) {
+    CLI::App* const made = app.add_subcommand(name, text);
+    made->callback([&chosen, run] { chosen = run; });
+    return made;
+  };
+  auto const json = [&options](CLI::App* to) { to->add_flag("--json", options.isJson, "as JSON"); };
+  auto const capture = [&options](CLI::App* to) {
+    to->add_option("FILE", options.file,
+                   "what inventoryd --capture has recorded, or the bytes of one direction")
+        ->required()
+        ->type_name("");
+    to->add_option("--connection", options.decode.connection, "only the connection of this number")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+  };
+  json(command("dump", "print the whole tree", dump));
+  auto* const watching = command("watch", "print each change as it arrives", watch);
+  json(watching);
+  watching->add_flag("--no-retry", options.isWithoutRetry,
+                     "end when the connection ends, instead of connecting again");
+  auto* const decoding =
+      command("decode", "print recorded connections, a line for each frame", decode);
+  capture(decoding);
+  decoding->add_flag("--headers", options.decode.hasHeaders, "with what the headers hold");
+  decoding->add_flag("--whole", options.isWholeText, "with long texts whole");
+  auto* const replaying =
+      command("replay", "print the tree that a recorded connection makes", replay);
+  capture(replaying);
+  replaying->add_flag("--received", options.isReceived,
+                      "of what the recording process has received, not of what it has sent");
+  json(replaying);
+  auto* const topping = command("top", "show the server's connections and what it owes them", top);
+  json(topping);
+  topping->add_flag("--once", options.isOnce, "once, instead of again and again");
+  topping->add_option("--interval", options.intervalSeconds, "seconds from one to the next")
+      ->type_name("S")
+      ->check(CLI::Range(0.1, 86400.0));
+  topping
+      ->add_option("--status", options.statusPath,
+                   "the server's status socket (default: that of its Unix socket)")
+      ->type_name("PATH");
   if (int const code = Tools::parseCommandLine(app, argc, argv); code >= 0) return code;
-  options.isWatch = watch->parsed();
   try {
-    run(options);
+    SignalSource::ignoreBrokenPipes();
+    chosen(options);
     return Tools::exitFine;
   } catch (Tools::Failure const& failure) {
     // What has arrived is shown before the reason why no more does.
     std::cout.flush();
-    if (*failure.what()) std::cerr << "inventoryctl: " << failure.what() << std::endl;
+    if (*failure.what()) report(failure.what());
     return failure.code();
   } catch (std::exception const& failure) {
-    std::cerr << "inventoryctl: " << failure.what() << std::endl;
-    return Tools::exitOutput;
+    report(failure.what());
+    return Tools::exitFile;
   }
 }

@@ -6,19 +6,19 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "Mox/Dir.h"
-#include "attrlog/Session.h"
 #include "tools/board/BoardLoader.h"
 #include "tools/board/PropertyFile.h"
 #include "tools/common/Dump.h"
 #include "tools/common/Endpoint.h"
 #include "tools/common/TreeCommands.h"
-#include "transport/PollLoop.h"
+#include "tools/inventoryd/CommandReader.h"
+#include "tools/inventoryd/Server.h"
 #include "transport/SignalSource.h"
-#include "transport/SocketLink.h"
 #include "values/EntityPath.h"
 
 namespace {
@@ -32,8 +32,9 @@ struct Options {
   bool isDump = false;
   bool isJson = false;
   bool readsCommands = false;
-  std::size_t buffer = defaultCapacity;
   Tools::Endpoint endpoint;
+  std::vector<std::string> listens;
+  Tools::ServerOptions server;
 };
 
 void report(std::string const& line) { std::cerr << "inventoryd: " << line << std::endl; }
@@ -49,86 +50,33 @@ bool load(Options const& options, Mox::Ptr<Inventory::Arad::AradSlice> const& sl
   return false;
 }
 
-/// Commands from standard input, line by line as they come.
-class CommandReader {
- public:
-  static constexpr std::size_t maxLine = 1u << 20;
-
-  explicit CommandReader(PollLoop& loop) : loop_(loop) {
-    loop_.descriptorIs(STDIN_FILENO, [this] { readSome(); });
+/// `--listen`, or else the one place of `--unix` or `--tcp`, read-only.
+Tools::ServerOptions serverOptions(Options const& options) {
+  Tools::ServerOptions server = options.server;
+  for (std::string const& text : options.listens) {
+    server.places.push_back(Tools::ListenPlace::of(text));
   }
-  ~CommandReader() { loop_.descriptorDel(STDIN_FILENO); }
-
- private:
-  void readSome() {
-    char bytes[65536];
-    ssize_t const count = ::read(STDIN_FILENO, bytes, sizeof bytes);
-    if (count < 0 && errno == EINTR) return;
-    if (count <= 0) {
-      loop_.descriptorDel(STDIN_FILENO);
-      if (!line_.empty()) run();
-      return;
-    }
-    for (char const c : std::string_view(bytes, static_cast<std::size_t>(count))) {
-      if (c == '\n') {
-        if (!run()) return;
-      } else if (line_.size() <= maxLine) {
-        line_ += c;
-      }
-    }
+  if (server.places.empty()) server.places.push_back({options.endpoint.address(), false});
+  SocketAddress const& first = server.places.front().address;
+  if (server.statusPath.empty() && first.isUnix()) {
+    server.statusPath = Tools::statusPath(first.path);
   }
-  /// False when nothing more is to be read.
-  bool run() {
-    ++number_;
-    std::string const line = std::exchange(line_, {});
-    if (line == "quit" || line == "quit\r") {
-      loop_.stop();
-      return false;
-    }
-    try {
-      if (line.size() > maxLine) throw Tools::CommandError("the line is too long");
-      Tools::runCommand(line);
-    } catch (Tools::CommandError const& refused) {
-      report("standard input, line " + std::to_string(number_) + ": " + refused.what());
-    }
-    return true;
-  }
-
-  PollLoop& loop_;
-  std::string line_;
-  unsigned long number_ = 0;
-};
+  return server;
+}
 
 void serve(Options const& options, Mox::Ptr<Inventory::Arad::AradSlice> const& slice) {
   SignalSource signals{SIGINT, SIGTERM, SIGHUP};
   SignalSource::ignoreBrokenPipes();
-  Listener listener(options.endpoint.address());
-
-  LinkOptions link;
-  link.schemaHash = InvArad::schemaHash;
-  link.outCapacity = options.buffer;
-  Session session("inventoryd", link);
-  session.onReport(report);
-  session.exportIs(slice);
-  session.exportsDone();
-
-  PollLoop loop;
-  loop.onReport(report);
-  loop.sessionIs(session);
-  loop.listenerIs(listener, session);
+  Mox::EntityRoot const root(slice);
+  Tools::entityPathsAreByTable();
+  Tools::Server server(serverOptions(options), slice, report);
+  PollLoop& loop = server.loop();
   loop.descriptorIs(signals.fd(), [&] {
     if (signals.next() != 0) loop.stop();
   });
-  Mox::EntityRoot const root(slice);
-  Tools::entityPathsAreByTable();
-  std::optional<CommandReader> commands;
-  if (options.readsCommands) commands.emplace(loop);
-
-  report("listening on " + listener.address().text());
+  std::optional<Tools::CommandReader> commands;
+  if (options.readsCommands) commands.emplace(loop, report);
   loop.run();
-  session.onReport(nullptr);
-  session.closeIs("the server ends");
-  session.service(loop.nowMs());
 }
 
 int run(Options const& options) {
@@ -148,24 +96,54 @@ int run(Options const& options) {
   return 1;
 }
 
+/// Reads "0660".
+std::string readMode(std::string const& text, unsigned int& mode) {
+  bool const isOctal = text.find_first_not_of("01234567") == std::string::npos;
+  if (text.empty() || text.size() > 4 || !isOctal) return "'" + text + "' is no mode such as 0660";
+  mode = static_cast<unsigned int>(std::stoul(text, nullptr, 8));
+  return mode <= 0777 ? "" : "'" + text + "' is more than 0777";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
+  std::string mode;
   CLI::App app("Builds a board's inventory from property files and serves it.", "inventoryd");
   app.add_option("FILE", options.files, "property files")->required()->type_name("");
   app.add_option("--chip", options.chip, "the chip whose lines count")->type_name("ID");
   app.add_flag("--strict", options.isStrict, "serve nothing if a line was refused");
   auto* const dump = app.add_flag("--dump", options.isDump, "print the tree and exit");
   app.add_flag("--json", options.isJson, "print it as JSON")->needs(dump);
-  app.add_option("--buffer", options.buffer, "bytes kept for each peer")
+  options.endpoint.optionsTo(app);
+  app.add_option("--listen", options.listens,
+                 "unix:PATH or tcp:HOST:PORT, with ,rw behind it if peers may write there; may be "
+                 "given several times instead of --unix and --tcp")
+      ->type_name("ADDRESS[,rw]")
+      ->excludes(app.get_option("--unix"))
+      ->excludes(app.get_option("--tcp"))
+      ->excludes(dump)
+      ->allow_extra_args(false);
+  app.add_option("--mode", mode, "permissions of the Unix sockets (default 0600)")
+      ->type_name("OCTAL")
+      ->check([&options](std::string const& text) { return readMode(text, options.server.mode); })
+      ->excludes(dump);
+  app.add_option("--status", options.server.statusPath,
+                 "Unix socket for inventoryctl top (default: the first Unix socket's path and "
+                 ".status)")
+      ->type_name("PATH")
+      ->excludes(dump);
+  app.add_option("--capture", options.server.capturePath,
+                 "record every connection's bytes in a file, which is begun anew")
+      ->type_name("FILE")
+      ->excludes(dump);
+  app.add_option("--buffer", options.server.buffer, "bytes kept for each peer")
       ->type_name("BYTES")
       ->check(CLI::Range(leastCapacity, std::size_t{1} << 30))
       ->excludes(dump);
   app.add_flag("--stdin", options.readsCommands,
                "read commands: set PATH.attr VALUE, add PATH/attr ARG..., del PATH, quit")
       ->excludes(dump);
-  options.endpoint.optionsTo(app);
   if (int const code = Tools::parseCommandLine(app, argc, argv); code >= 0) return code;
   try {
     return run(options);

@@ -1,0 +1,46 @@
+// Answers without waiting for anybody.
+#include "tools/inventoryd/StatusSocket.h"
+
+#include <utility>
+
+namespace Tools {
+namespace {
+
+using namespace Mox::NboAttrLog;
+
+/// One who doesn't read mustn't cost more than the text; many of them mustn't add up.
+constexpr std::size_t mostAskers = 16;
+
+}  // namespace
+
+StatusSocket::StatusSocket(PollLoop& loop, SocketAddress const& address, unsigned int mode,
+                           Text text)
+    : loop_(loop), listener_(address, mode), text_(std::move(text)) {
+  loop_.listenerIs(listener_,
+                   [this](std::unique_ptr<SocketLink> link) { accepted(std::move(link)); });
+}
+
+StatusSocket::~StatusSocket() {
+  loop_.listenerDel(listener_);
+  for (auto const& [fd, asker] : askers_) loop_.descriptorDel(fd);
+}
+
+void StatusSocket::accepted(std::unique_ptr<SocketLink> link) {
+  if (askers_.size() >= mostAskers) return;
+  int const fd = link->fd();
+  askers_[fd] = {std::move(link), text_()};
+  loop_.descriptorIs(
+      fd, [this, fd] { tell(fd); }, PollLoop::Wait::toWrite);
+}
+
+void StatusSocket::tell(int fd) {
+  Asker& asker = askers_.at(fd);
+  ByteResult const result =
+      asker.link->write(asker.text.data() + asker.sent, asker.text.size() - asker.sent);
+  asker.sent += result.count;
+  if (result.state == ByteResult::State::open && asker.sent < asker.text.size()) return;
+  loop_.descriptorDel(fd);
+  askers_.erase(fd);
+}
+
+}  // namespace Tools
