@@ -47,6 +47,30 @@ void MoxAttr::constructorArgTypeQEnq(Name const& typeName) {
 }
 void MoxAttr::constructorArgNameQEnq(Name const& name) { enqueue(constructorArgNameQ_, name); }
 
+char const* MoxAttr::kindName() const {
+  struct Kind {
+    AttrFlags flags;
+    char const* name;
+  };
+  static constexpr Kind kinds[] = {
+      {{0x00020001, 0x40200400}, "enumerator"},
+      {{0x00022001, 0x00000400}, "interface"},
+      {{0x00020001, 0x00000400}, "handler"},
+      {{0x00200001, 0x00000400}, "key"},
+      {{0x00220109, 0x40000400}, "constructor value"},
+      {{0x08220109, 0x40000400}, "constructor reference"},
+      {{0x00220143, 0x01000400}, "value"},
+      {{0x08220143, 0x01000400}, "reference"},
+      {{0x08220143, 0x11000400}, "child"},
+      {{0x01a20143, 0x01000400}, "value collection"},
+      {{0x09a20143, 0x11000400}, "child collection"},
+  };
+  for (Kind const& kind : kinds) {
+    if (kind.flags == flags_) return kind.name;
+  }
+  return "system";
+}
+
 Ptr<MoxAttr const> MoxAttr::attr(Name const& name) const {
   Member const* const member = attributes_[name];
   return member ? Ptr<MoxAttr const>(member->value()) : Ptr<MoxAttr const>();

@@ -35,7 +35,7 @@ using TypeNameQ = LinkQueue<TypeNameQLink, unsigned int, TypeName>;
 
 class MoxAttr : public virtual PtrInterface {
  public:
-  /// Two words of flags, given by the schema and read by nobody here but `kind`.
+  /// Two words of flags, given by the schema and read back by `kindName` alone.
   struct AttrFlags {
     std::uint32_t word0 = 0;
     std::uint32_t word1 = 0;
@@ -79,6 +79,9 @@ class MoxAttr : public virtual PtrInterface {
   bool isOrdered() const { return isOrdered_; }
   AttrFlags const& flags() const { return flags_; }
   MoxAttrIntrospectionFlags introspectionFlags() const { return introspectionFlags_; }
+  /// The kind of attribute that the flags tell: "value", "child collection", ...; "system" for what
+  /// no schema declares.
+  char const* kindName() const;
   TypeNameQ const& constructorArgNameQ() const { return constructorArgNameQ_; }
   TypeNameQ const& constructorArgTypeQ() const { return constructorArgTypeQ_; }
 
