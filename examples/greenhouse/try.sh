@@ -10,6 +10,7 @@ mkfifo "$work/degrees"
 station=$!
 exec 3>"$work/degrees"
 until [ -S "$work/socket" ]; do kill -0 "$station"; sleep 0.05; done
+touch "$work/shown"
 "$build/display" "$work/socket" >"$work/shown" 3>&- &
 display=$!
 waitFor() {
