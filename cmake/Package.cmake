@@ -21,6 +21,11 @@ install(DIRECTORY schema/ DESTINATION ${shareDir}/schema FILES_MATCHING PATTERN 
 install(DIRECTORY moxc/ DESTINATION ${shareDir}/moxc
         FILES_MATCHING PATTERN "*.py" PATTERN "*.j2" PATTERN "__pycache__" EXCLUDE)
 
+# GDB looks for it under the full name of the library.
+install(FILES tools/gdb/mox_printers.py
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+        RENAME libMox.so.${PROJECT_VERSION}-gdb.py)
+
 file(RELATIVE_PATH pkgconfigToPrefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/InvArad.pc.in InvArad.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/InvArad.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

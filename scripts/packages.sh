@@ -31,6 +31,7 @@ needsTestTools() {
   needs libgmock-dev test -e /usr/include/gmock/gmock.h
   needs libbenchmark-dev test -e /usr/include/benchmark/benchmark.h
   needs pkg-config command -v pkg-config
+  needs gdb command -v gdb
 }
 
 needsLintTools() {

@@ -1,0 +1,3 @@
+add_executable(gdb_subject gdb/subject.cc)
+target_link_libraries(gdb_subject PRIVATE InvArad::InvArad)
+target_compile_options(gdb_subject PRIVATE -g -O0)
