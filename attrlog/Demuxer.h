@@ -7,7 +7,11 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "Mox/Dir.h"
@@ -17,11 +21,16 @@
 #include "attrlog/FlowIn.h"
 #include "attrlog/FlowOut.h"
 #include "attrlog/FrameParser.h"
+#include "attrlog/Imports.h"
 #include "attrlog/In.h"
 #include "attrlog/Out.h"
+#include "attrlog/SlotTable.h"
 #include "attrlog/StreamAdapter.h"
 
 namespace Mox::NboAttrLog {
+
+struct AttrRow;
+struct MessageScan;
 
 /// What one end of a connection is ready to do.
 struct LinkOptions {
@@ -40,7 +49,10 @@ struct LinkStats {
   std::uint64_t framesReceived = 0;
   std::uint64_t bytesSent = 0;  ///< the link's count, as the next one
   std::uint64_t bytesReceived = 0;
-  std::uint64_t strays = 0;
+  std::uint64_t strays = 0;     ///< frames about entities that this end does not know (any more)
+  std::uint64_t conflicts = 0;  ///< the peer's writes that crossed this end's own
+  std::uint64_t reflected = 0;  ///< the peer's writes that were answered with this end's value
+  std::uint64_t undelivered = 0;  ///< own writes that a closed connection left unacknowledged
   std::uint64_t unknownEnums = 0;
   std::uint64_t unknownAttrs = 0;
   std::uint64_t refusedOrphans = 0;
@@ -86,6 +98,14 @@ class Demuxer : public PtrInterface {
   void reactorsVisit(std::function<void(Entity::MoxNboAttrLogSa const&)> const& visit) const;
   /// The live entity of an announced or bound id; null for none.
   Ptr<Entity> entity(EntityId id) const;
+  /// Where an id that the peer may use leads to.
+  enum class Naming : std::uint8_t {
+    known,    ///< to an entity
+    refused,  ///< to one that this end did not take: read as null
+    gone,     ///< to one that this end has parted with, which the peer could not know yet
+    unknown,  ///< nowhere: the peer is at fault
+  };
+  Naming naming(EntityId id) const;
   /// True: ids mean the same on all connections of the process.
   bool carriesUnifiedIds() const { return true; }
   /// Chooses the id of a new adapter and enters it in the table.
@@ -120,10 +140,26 @@ class Demuxer : public PtrInterface {
   void runFlowOuts(std::function<void()> const& flush);
   /// True while any flow-out waits for its turn or for room.
   bool hasWaitingFlowOut() const { return !quick_.empty() || !bulk_.empty(); }
+  /// True while anything waits for room in the buffer.
+  bool hasOwed() const {
+    return hasWaitingFlowOut() || !withdrawalsOwed_.empty() || !exportsWaiting_.empty();
+  }
+  /// FlowOuts that exist, those that wait for something else than room included.
+  std::size_t flowOutCount() const { return flowOutCount_; }
   /// Counts what is owed, entity by entity: for people, not for hot paths.
   LinkDebt debt() const;
   /// The link's clock, told at the beginning of each turn.
   void nowMsIs(std::uint64_t nowMs) { nowMs_ = nowMs; }
+  /// The id of a referenced entity for a message. 0 for null. An entity that stands in no tree of
+  /// this connection is announced by itself. Throws `AttrLogRecordException` when that has been
+  /// done in the middle of the message, `EntityIdUnavailableException` when the peer can't know
+  /// the entity yet.
+  EntityId referenceId(Entity const* target);
+  /// The adapter's flow-out has stopped at the entity that `referenceId` has just refused.
+  void blockedIs(Entity::MoxNboAttrLogSa& adapter);
+  /// An entity has an id, or none is to be waited for any more: those that wait for it try again.
+  void wake(Entity const* target);
+  void wakeAll();
 
   // Reading.
 
@@ -133,7 +169,6 @@ class Demuxer : public PtrInterface {
   std::size_t flowInCount() const { return flowIns_.size(); }
   void unknownEnumsInc(unsigned int by) { stats_.unknownEnums += by; }
   void unknownAttrsInc() { ++stats_.unknownAttrs; }
-  void readOnlyWritesInc() { ++stats_.readOnlyWrites; }
   void handlerExceptionsInc() { ++stats_.handlerExceptions; }
 
   /// Applies the whole frames at the front of what was received. Throws nothing: a refused
@@ -154,6 +189,20 @@ class Demuxer : public PtrInterface {
   /// Remembers a change made by a subscriber about the slot in hand; it is told again when the
   /// message is through.
   void noteSlot(Entity::MoxNboAttrLogSa& adapter, std::function<void()> tell);
+  /// A change of a read-only copy was refused: the peer is asked to say the slot again.
+  void refusedHere(Entity::MoxNboAttrLogSa& adapter, AttrRow const& row, void const* key);
+  /// True while the peer may change what this end exports.
+  bool mayPeerWrite() const {
+    return options_.grantsWrite && (peer_.bits & Greeting::wantsWrite) != 0;
+  }
+  /// True while this end may change what it imports.
+  bool mayWrite() const {
+    return options_.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0;
+  }
+  /// True while this end holds roots that it may not write.
+  bool importsReadOnly() const { return imports_->size() != 0 && greeted() && !mayWrite(); }
+  /// Slots about which the peer has not acknowledged this end's last word.
+  std::size_t unacknowledgedSlots() const { return slots_.liveCount(); }
   /// A setter is about to be called for the message in hand: from here on it counts as applied.
   void appliedIs() { applied_ = true; }
   /// The full-transfer flag of the frame in hand.
@@ -165,8 +214,10 @@ class Demuxer : public PtrInterface {
   void exportDel(Ptr<Entity> const& root);
   /// No further root will be exported at first: told to the peer behind the last one.
   void exportsDone();
-  /// Where imported roots are entered by name; null: orphans are refused.
+  /// Where imported roots are entered by name; null: roots are refused.
   void importDirIs(Ptr<Dir> const& dir) { importDir_ = dir; }
+  /// Where this end remembers what peers brought; a demuxer by itself has its own.
+  void importsIs(std::shared_ptr<Imports> const& imports) { imports_ = imports; }
   /// True once the peer has told that its roots are out and every full transfer has ended.
   bool inStep() const;
   bool peerExportsDone() const { return peerExportsDone_; }
@@ -190,12 +241,19 @@ class Demuxer : public PtrInterface {
   void frameObserverIs(FrameObserver observer) { observer_ = std::move(observer); }
   /// Called once, when the peer's greeting has been accepted and before any root goes out.
   void greetedObserverIs(std::function<void()> observer) { greeted_ = std::move(observer); }
+  /// Told a line about each thing that somebody who looks after the process wants to know.
+  using Reporter = std::function<void(std::string const& line)>;
+  void reporterIs(Reporter reporter) { reporter_ = std::move(reporter); }
+  void report(std::string const& line) const {
+    if (reporter_) reporter_(line);
+  }
 
   // Called by `Out` when a frame is ended.
 
   std::uint8_t flagsOfCommitted(FrameKind kind, MsgHeader const& header) const;
-  std::uint32_t framesBegun() const { return framesBegun_; }
-  void handleCommitted(FrameKind kind, MsgHeader const& header);
+  std::uint32_t framesBegun() const { return static_cast<std::uint32_t>(framesBegun_); }
+  void handleCommitted(FrameKind kind, MsgHeader const& header, unsigned char const* payload,
+                       std::size_t size);
 
  private:
   class MoxReactor : public ValueMember<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>> {
@@ -207,22 +265,54 @@ class Demuxer : public PtrInterface {
     using ValueMember<MoxFlowIn, EntityId, Ptr<FlowIn>>::ValueMember;
   };
 
+  using Sa = Entity::MoxNboAttrLogSa;
+
+  // Ids and adapters.
+  void holdIs(Sa& adapter, bool hold);
+  void parkedIs(Sa& adapter, bool parked);
+  void flowOutDel(Sa& adapter);
+  void blockedDel(Sa& adapter);
+
+  // Reading.
   void dispatch(Frame const& frame);
+  void dispatchGreeting(Greeting const& greeting);
   void dispatchMessage(Frame const& frame);
   void dispatchOrphan(Frame const& frame);
+  void dispatchWithdrawal();
   void dispatchMarker(Frame const& frame);
   void dispatchComplete(Frame const& frame);
+  void dispatchRepeat(Frame const& frame);
   void dispatchError(Frame const& frame);
-  void dispatchGreeting(Greeting const& greeting);
+  void acknowledgedIs(std::uint32_t ack);
+  void passOver(Frame const& frame);
+  bool isConflict(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
+  bool isReadOnlyElsewhere(Entity const& entity) const;
+  void dropOpenValue(Sa& adapter, AttrRow const& row, MessageScan const& scan);
+  void reflect(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
+  /// Calls `apply` with the adapter's attribute as the one that the log is being applied to.
+  template <class Apply>
+  void applying(Sa& adapter, AttributeId attribute, Apply const& apply);
   /// Tells what subscribers changed about the slot in hand, now that its message is through.
   void tellNoted();
-  bool runOne(Entity::MoxNboAttrLogSa& adapter);
+  template <class WriteKey>
+  void sendRepeat(Sa& adapter, AttributeId attribute, WriteKey const& writeKey);
+  void reportUnknown(Sa const& adapter, AttributeId attribute);
+
+  // Flow-out.
+  bool runOne(Sa& adapter);
   void queueStopped();
-  /// An entity has got its id: those that wait for one try again.
-  void wakeBlocked();
-  void flowOutDel(Entity::MoxNboAttrLogSa& adapter);
+  void queue(Sa& adapter);
   void sendComplete(EntityId id);
+  void sendAck();
+  bool isAuthority(Sa const& adapter) const;
+
+  // Roots.
   void exportWaiting();
+  void announce(Ptr<Entity> const& entity);
+  void sendWithdrawals();
+  bool isMounted(Entity& root) const;
+  void goneIs(EntityId id);
+  void settleGone();
   std::uint32_t rootFlags(bool exported) const;
 
   LinkOptions options_;
@@ -232,16 +322,20 @@ class Demuxer : public PtrInterface {
   Ptr<Out> out_;
   Ptr<In> in_;
 
-  HashMap<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>> reactors_;
+  HashMap<MoxReactor, EntityId, Ptr<Sa>> reactors_;
   HashMap<MoxFlowIn, EntityId, Ptr<FlowIn>> flowIns_;
-  std::vector<Ptr<Entity::MoxNboAttrLogSa>> graveyard_;
+  std::vector<Ptr<Sa>> graveyard_;
 
-  std::deque<Ptr<Entity::MoxNboAttrLogSa>> quick_;
-  std::vector<Ptr<Entity::MoxNboAttrLogSa>> bulk_;
-  std::vector<Ptr<Entity::MoxNboAttrLogSa>> stopped_;
-  std::vector<Ptr<Entity::MoxNboAttrLogSa>> blocked_;
+  std::deque<Ptr<Sa>> quick_;
+  std::vector<Ptr<Sa>> bulk_;
+  std::vector<Ptr<Sa>> stopped_;
+  std::unordered_multimap<Entity const*, Sa*> blocked_;  ///< by the entity that is waited for
+  Entity const* unavailable_ = nullptr;
+  std::size_t flowOutCount_ = 0;
+  std::size_t parkedCount_ = 0;
   int runDepth_ = 0;
   bool runStopped_ = false;
+  bool onlyQueueTransfers_ = false;
   std::uint64_t runStart_ = 0;
   std::uint64_t nowMs_ = 0;
 
@@ -249,10 +343,15 @@ class Demuxer : public PtrInterface {
   AttributeId applyingAttribute_ = 0;
   bool frameStartsHold_ = false;
   bool applied_ = false;
-  std::vector<std::pair<Ptr<Entity::MoxNboAttrLogSa>, std::function<void()>>> noted_;
-  std::uint32_t framesBegun_ = 0;
-  std::uint32_t framesCommitted_ = 0;
-  std::uint32_t peerAck_ = 0;
+  bool isDispatching_ = false;
+  std::vector<std::pair<Ptr<Sa>, std::function<void()>>> noted_;
+  std::set<std::pair<void const*, AttributeId>> unknownReported_;
+
+  std::uint64_t framesBegun_ = 0;      ///< counted frames of the peer
+  std::uint64_t framesCommitted_ = 0;  ///< own counted frames
+  std::uint64_t peerAck_ = 0;          ///< those that the peer has begun to process
+  std::uint64_t ackSent_ = 0;
+  SlotTable slots_;
   std::uint64_t streamOffset_ = 0;
   std::size_t holds_ = 0;
 
@@ -260,12 +359,22 @@ class Demuxer : public PtrInterface {
   bool exportsDoneOwed_ = false;
   bool peerExportsDone_ = false;
   Ptr<Dir> importDir_;
+  std::shared_ptr<Imports> imports_ = std::make_shared<Imports>();
+  std::deque<EntityId> withdrawalsOwed_;
+  std::unordered_set<std::uint64_t> refused_;
+  std::unordered_set<std::uint64_t> gone_;
+  std::vector<EntityId> gonePending_;  ///< gone ids; the peer has not been told all of it yet
+  std::deque<std::pair<std::uint64_t, EntityId>> goneTold_;  ///< by the frame that told the last
 
   std::string error_;
   StreamError errorCode_ = StreamError::none;
   FrameObserver observer_;
   std::function<void()> greeted_;
+  Reporter reporter_;
 };
+
+/// "slice/fap[f].description", for reports.
+std::string placeText(Entity::MoxNboAttrLogSa const& adapter, AttributeId attribute);
 
 /// All live demuxers of the process. One thread's, like the entities.
 class DemuxerManager {

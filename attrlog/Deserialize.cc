@@ -106,6 +106,23 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
   }
 }
 
+void scanReference(MessageScan& message) {
+  EntityId const id = message.in.nextEntityId();
+  if (!id) return;
+  Demuxer::Naming const naming =
+      id.isUnified() ? message.demuxer.naming(id) : Demuxer::Naming::unknown;
+  if (naming == Demuxer::Naming::unknown) throw StreamException(StreamError::badId);
+  if (naming == Demuxer::Naming::gone) message.namesGone = true;
+}
+
+void scanPiece(MessageScan& message) {
+  if (message.in.bytesAvailable() == 0) return;
+  unsigned int const word = message.in.nextU32();
+  message.isOpen = (word & 0x80000000u) != 0;
+  if (word == 0x80000000u) throw StreamException(StreamError::badPiece);
+  message.in.take(word & 0x7fffffffu);
+}
+
 void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8 const&)) {
   using Text = String8::Iterator;
   if (message.reflect) {

@@ -42,6 +42,51 @@ inline void payloadEnd(MessageIn const& message, std::size_t rest = 0) {
   if (message.in->bytesAvailable() != rest) throw StreamException(StreamError::badLength);
 }
 
+// What stands in a message, gone over without making a value of it.
+
+template <class T>
+struct IsReference : std::false_type {};
+template <class T>
+struct IsReference<Ptr<T>> : std::true_type {};
+
+/// An id that leads nowhere ends the stream.
+void scanReference(MessageScan& message);
+void scanPiece(MessageScan& message);
+
+template <class T>
+void scanValue(MessageScan& message) {
+  if constexpr (IsReference<T>::value) {
+    scanReference(message);
+  } else if constexpr (requires { WireValue<T>::size; }) {
+    message.in.take(WireValue<T>::size);
+  } else {
+    message.in.take(message.in.nextU32());
+  }
+}
+
+template <class... T>
+void scanValues(MessageScan& message) {
+  (scanValue<T>(message), ...);
+}
+/// Constructor arguments, the key first, and the id.
+template <class D>
+void scanChild(MessageScan& message) {
+  [&]<class... T>(std::type_identity<std::tuple<T...>>) {
+    scanValues<T...>(message);
+  }(std::type_identity<typename D::Args>());
+  message.in.take(8);
+}
+
+/// The key at the front of a payload. Enumerators that this end doesn't know are not counted here.
+template <class Key>
+Key peekKey(In& payload) {
+  if constexpr (MoxEnum<Key>) {
+    return static_cast<Key>(payload.nextint());
+  } else {
+    return WireValue<Key>::read(payload);
+  }
+}
+
 template <class D>
 void readScalar(MessageIn& message) {
   auto const value = WireValue<typename D::Value>::read(*message.in.get());

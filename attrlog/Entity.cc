@@ -30,6 +30,7 @@ void handleUnparent(Entity* entity) {
     if (adapter && adapter->origin() != StreamAdapter::Origin::exportedOrphan) {
       adapter->doRemountSelf(Ptr<Out>());
     }
+    demuxer->wakeAll();
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace Mox::NboAttrLog {
 namespace {
@@ -21,15 +22,20 @@ void checkFields(Frame const& frame) {
       if (frame.fullTransferFollows && !announces) refuse(StreamError::badHeader);
       break;
     case FrameKind::ack:
-      if (frame.entityId || frame.attributeId != 0) refuse(StreamError::badHeader);
+      if (frame.entityId || frame.attributeId != 0 || frame.isVariableLength) {
+        refuse(StreamError::badHeader);
+      }
       if (frame.payloadSize != 0) refuse(StreamError::badLength);
       [[fallthrough]];
     case FrameKind::marker:
     case FrameKind::complete:
     case FrameKind::error:
+    case FrameKind::repeat:
       if (frame.fullTransferFollows || frame.instantiateTag != 0) refuse(StreamError::badHeader);
       break;
   }
+  // The one number without a counterpart of the other sign.
+  if (frame.attributeId == std::numeric_limits<AttributeId>::min()) refuse(StreamError::badHeader);
   bool const namesEntity = frame.kind != FrameKind::ack && frame.kind != FrameKind::error;
   if (namesEntity && !frame.entityId.isUnified()) refuse(StreamError::badId);
 }
@@ -119,7 +125,7 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   std::size_t const length = getBytes(bytes + 2, 4);
   auto const tag = static_cast<std::uint32_t>(getBytes(bytes + 18, 4));
   if (kind < static_cast<std::uint8_t>(FrameKind::message) ||
-      kind > static_cast<std::uint8_t>(FrameKind::error) ||
+      kind > static_cast<std::uint8_t>(FrameKind::repeat) ||
       (flags & ~(frameVariableLength | frameFullTransferFollows)) != 0 ||
       (tag != 0 && tag != creationTag) || bytes[26] != 0) {
     refuse(StreamError::badHeader);

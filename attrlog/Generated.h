@@ -30,7 +30,17 @@ constexpr AttrRow rowBegin(AttrForm form) {
   row.form = form;
   row.dirtyMask = D::dirtyMask;
   row.word = &wordOf<D>;
+  row.owes = [](Sa&, FlowOut& flowOut, In&) {
+    return D::row().bit(flowOut) || (flowOut.attrId() == D::id && flowOut.valueIter() != nullptr);
+  };
   return row;
+}
+
+/// True when a message about the child can still come of what is owed: one that is absent, or that
+/// the peer doesn't know.
+template <class Child>
+bool owesChild(Sa& adapter, Ptr<Child> const& child) {
+  return !child || !child->moxNboAttrLogSa(Ptr<Out const>(adapter.nboAttrLogOut()));
 }
 
 template <class D>
@@ -42,6 +52,7 @@ constexpr AttrRow scalarRow(AttrForm form) {
   };
   row.tell = &tellScalar<D>;
   row.read = &readScalar<D>;
+  row.shape = &scanValue<typename D::Value>;
   return row;
 }
 template <class D>
@@ -59,6 +70,7 @@ constexpr AttrRow piecesRow() {
   row.text = [](Sa& adapter) { return D::get(entityOf<D>(adapter)); };
   row.tell = &tellScalar<D>;
   row.read = &readPiecesOf<D>;
+  row.shape = &scanPiece;
   row.freeSlots = [](FlowOut& flowOut) { moxFlowOutValueDeq<String8::IteratorConst>(flowOut); };
   return row;
 }
@@ -74,6 +86,13 @@ constexpr AttrRow singletonRow() {
   row.tell = &tellScalar<D>;
   row.read = &readSingleton<D>;
   row.readDel = &readSingletonDel<D>;
+  row.shape = &scanChild<D>;
+  row.owes = [](Sa& adapter, FlowOut& flowOut, In&) {
+    return D::row().bit(flowOut) && owesChild(adapter, D::get(entityOf<D>(adapter)));
+  };
+  row.partChild = [](Sa& adapter, In&) {
+    childAdapterDel(adapter, Ptr<Entity>(D::get(entityOf<D>(adapter))));
+  };
   row.remount = [](Sa& adapter, Entity& entity) {
     childAdapterDel(adapter, Ptr<Entity>(D::get(static_cast<typename D::Entity&>(entity))));
   };
@@ -82,7 +101,28 @@ constexpr AttrRow singletonRow() {
 
 template <class D>
 constexpr AttrRow collectionRow(AttrForm form) {
+  using Key = typename D::Key;
   AttrRow row = rowBegin<D>(form);
+  if constexpr (requires { WireValue<Key>::size; }) {
+    row.keyWidth = WireValue<Key>::size;
+  } else {
+    row.keyWidth = AttrRow::stringKey;
+  }
+  row.writeKey = [](void const* key, Ptr<Out> const& out) {
+    WireValue<Key>::write(out, *static_cast<Key const*>(key));
+  };
+  row.tellOf = [](Sa& adapter, In& payload) {
+    D::on(static_cast<typename D::Sa&>(adapter), peekKey<Key>(payload));
+  };
+  row.owes = [](Sa&, FlowOut& flowOut, In& payload) {
+    auto& typed = static_cast<typename D::FlowOut&>(flowOut);
+    Key const key = peekKey<Key>(payload);
+    if (D::dirtyKeys(typed)[key] != nullptr) return true;
+    if constexpr (std::same_as<Key, String8>) {
+      return flowOut.attrId() == D::id && moxFlowOutValueKeyMatches<String8>(flowOut, key);
+    }
+    return false;
+  };
   row.tell = &tellKey<D>;
   row.readDel = &readKeyDel<D>;
   row.dirtyKeyCount = [](FlowOut& flowOut) {
@@ -97,6 +137,16 @@ template <class D>
 constexpr AttrRow childCollectionRow() {
   AttrRow row = collectionRow<D>(AttrForm::entities);
   row.read = &readChildKey<D>;
+  row.shape = &scanChild<D>;
+  row.owes = [](Sa& adapter, FlowOut& flowOut, In& payload) {
+    auto const key = peekKey<typename D::Key>(payload);
+    return D::dirtyKeys(static_cast<typename D::FlowOut&>(flowOut))[key] != nullptr &&
+           owesChild(adapter, D::lookup(entityOf<D>(adapter), key));
+  };
+  row.partChild = [](Sa& adapter, In& payload) {
+    auto const key = peekKey<typename D::Key>(payload);
+    childAdapterDel(adapter, Ptr<Entity>(D::lookup(entityOf<D>(adapter), key)));
+  };
   row.walk = &serializeChildren<D>;
   row.remount = [](Sa& adapter, Entity& entity) {
     for (auto member = D::begin(static_cast<typename D::Entity&>(entity)); member; ++member) {
@@ -110,6 +160,7 @@ template <class D>
 constexpr AttrRow valueCollectionRow() {
   AttrRow row = collectionRow<D>(AttrForm::valuesById);
   row.read = &readValueKey<D>;
+  row.shape = &scanValues<typename D::Key, typename D::Value>;
   row.walk = &serializeValues<D>;
   return row;
 }
@@ -118,6 +169,10 @@ template <class D>
 constexpr AttrRow stringCollectionRow() {
   AttrRow row = collectionRow<D>(AttrForm::valuesByString);
   row.read = &readStringKey<D>;
+  row.shape = [](MessageScan& message) {
+    scanValue<typename D::Key>(message);
+    scanPiece(message);
+  };
   row.walk = &serializeStrings<D>;
   row.freeSlots = [](FlowOut& flowOut) {
     moxFlowOutBookmarkDeq<String8>(flowOut);

@@ -47,7 +47,9 @@ Ptr<Entity> In::nextEntity() {
   EntityId const id = nextEntityId();
   if (!id) return {};
   Ptr<Entity> entity = demuxer_ != nullptr ? demuxer_->entity(id) : Ptr<Entity>();
-  if (!entity) throw StreamException(StreamError::badId);
+  if (!entity && (demuxer_ == nullptr || demuxer_->naming(id) == Demuxer::Naming::unknown)) {
+    throw StreamException(StreamError::badId);
+  }
   return entity;
 }
 

@@ -36,6 +36,9 @@ Link::Link(Session* session, std::unique_ptr<ByteLink> bytes, LinkOptions const&
     state_ = State::running;
     if (session_) session_->handleGreeted(*this);
   });
+  demuxer_->reporterIs([this](std::string const& line) {
+    if (session_) session_->report(*this, line);
+  });
   demuxer_->begin();
 }
 
@@ -152,7 +155,7 @@ bool Link::wantsWrite() const {
   if (state_ == State::closed) return false;
   Out const& out = **demuxer_->out();
   return out.committedSize() != 0 ||
-         (demuxer_->hasWaitingFlowOut() && demuxer_->greeted() && out.freeSpace() >= runRoom);
+         (demuxer_->hasOwed() && demuxer_->greeted() && out.freeSpace() >= runRoom);
 }
 
 std::optional<std::uint64_t> Link::dueMs() const {

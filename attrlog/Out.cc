@@ -88,7 +88,9 @@ void Out::tokenIs(TransactToken token) {
   putBytes(bytes + 2, payload, 4);
   bytesWritten_ += frameSize();
   committedSize_ = buffer_.size();
-  if (demuxer_ != nullptr) demuxer_->handleCommitted(kind_, header_);
+  if (demuxer_ != nullptr) {
+    demuxer_->handleCommitted(kind_, header_, bytes + headerSize + 1, payload);
+  }
 }
 
 void Out::currentPayloadSectionIs(PayloadSection section) {

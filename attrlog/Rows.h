@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "Mox/AttributeId.h"
 #include "Mox/Entity.h"
@@ -42,11 +43,25 @@ struct MessageIn {
   unsigned char const* keyEnd = nullptr;
 };
 
+/// What can be said of a message before it is applied.
+struct MessageScan {
+  In& in;
+  Demuxer const& demuxer;
+  std::string_view key = {};  ///< the key's bytes
+  bool namesGone = false;     ///< it refers to an entity that this end has parted with
+  bool isOpen = false;        ///< a piece with more to come
+};
+
 struct AttrRow {
+  /// `keyWidth` of a key with a length of its own.
+  static constexpr std::uint8_t stringKey = 255;
+
   AttributeId id;
   AttrForm form;
   std::uint32_t dirtyMask;
   std::uint32_t fixedLength;
+  /// Bytes of a key in a message; 0 for an attribute without keys.
+  std::uint8_t keyWidth;
   /// The word that holds the dirty bit, or for a collection the has-synced bit.
   std::uint32_t& (*word)(FlowOut&);
   /// Plain and reference: reads the entity's value and writes it.
@@ -62,6 +77,18 @@ struct AttrRow {
   /// Applies or reflects a message with a positive id, and one with a negative id.
   void (*read)(MessageIn&);
   void (*readDel)(MessageIn&);
+  /// Goes over the values of a message, which must end where the payload ends. A message with a negative id has the
+  /// key alone.
+  void (*shape)(MessageScan&);
+  /// True when the FlowOut has still to say the slot whose key stands at the front of the payload.
+  bool (*owes)(Sa&, FlowOut&, In& payload);
+  /// Owning attributes: parts the adapter of the child whose key stands at the front of the
+  /// payload from the connection, with all below it.
+  void (*partChild)(Sa&, In& payload);
+  /// Collections: writes the key behind the pointer, and calls the handler of the key at the front
+  /// of a payload.
+  void (*writeKey)(void const* key, Ptr<Out> const&);
+  void (*tellOf)(Sa&, In& payload);
   /// Collections: the walk of a flow-out; true when it is through.
   bool (*walk)(Sa&);
   std::size_t (*dirtyKeyCount)(FlowOut&);
@@ -76,6 +103,15 @@ struct AttrRow {
   bool isCollection() const { return form >= AttrForm::entities; }
   bool isInPieces() const { return form == AttrForm::pieces || form == AttrForm::valuesByString; }
   bool ownsChildren() const { return form == AttrForm::singleton || form == AttrForm::entities; }
+
+  /// True when a message with this sign tells its length only at its end.
+  bool isVariable(bool deletes) const {
+    return deletes ? form != AttrForm::singleton : fixedLength == 0;
+  }
+  /// Goes over a message whose payload the scan's In holds. Throws BadLength, BadId, BadPiece.
+  void scan(MessageScan& message, bool deletes) const;
+  /// The bytes of the key at the front of a payload. Throws BadLength.
+  std::string_view keyOf(unsigned char const* payload, std::size_t size) const;
 
   bool bit(FlowOut& flowOut) const { return (word(flowOut) & dirtyMask) != 0; }
   /// A scalar or reference that is owed, or a collection that has not been walked yet: its bit says

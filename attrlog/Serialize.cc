@@ -52,9 +52,7 @@ bool decide(Sa& adapter, AttrRow const& row) {
 
 /// The id of a referenced or owned entity is not known to the peer yet: owed, and the walk stops.
 void markBlocked(Sa& adapter, AttrRow const& row) {
-  if (FlowOut* flowOut = markScalar(adapter, row)) {
-    flowOut->moxDataBitsIs(flowOut->moxDataBits() | FlowOut::blocked);
-  }
+  if (FlowOut* flowOut = markScalar(adapter, row)) blockFlowOut(adapter, *flowOut);
 }
 
 /// Tells a noted change again when the message in hand is through.
@@ -69,17 +67,17 @@ bool isOpen(Sa& adapter, AttrRow const& row, Gate passed) {
 
 }  // namespace
 
-Gate gate(Sa& adapter, AttributeId attribute, bool ownsChild) {
+Gate gate(Sa& adapter, AttrRow const& row, void const* key) {
   if (adapter.hasFlag(applyingSync)) return Gate::declined;
   bool const fromLog = adapter.hasFlag(changeFromLog);
   if (Demuxer* demuxer = adapter.streamDemuxer()) {
     // The mark speaks for the attribute of the message in hand alone.
-    if (fromLog ? demuxer->isApplyingOther(adapter, attribute)
-                : adapter.handlingFlowInFor(attribute)) {
+    if (fromLog ? demuxer->isApplyingOther(adapter, row.id)
+                : adapter.handlingFlowInFor(row.id)) {
       return Gate::noted;
     }
   }
-  bool const bind = fromLog && ownsChild;
+  bool const bind = fromLog && row.ownsChildren();
   if (!bind && (fromLog || adapter.hasFlag(writingOff | boundByTransaction) ||
                 !adapter.hasFlag(writingOn))) {
     adapter.flagsIs(changeFromLog, false);
@@ -91,13 +89,19 @@ Gate gate(Sa& adapter, AttributeId attribute, bool ownsChild) {
   }
   if (bind) return Gate::fromLog;
   if (adapter.hasFlag(readOnlyHere) && !adapter.convertedToWritable(false)) {
-    adapter.doThrowReadOnly(attribute);
+    if (Demuxer* demuxer = adapter.streamDemuxer()) demuxer->refusedHere(adapter, row, key);
+    adapter.doThrowReadOnly(row.id);
   }
   return Gate::open;
 }
 
+void blockFlowOut(Sa& adapter, FlowOut& flowOut) {
+  flowOut.moxDataBitsIs(flowOut.moxDataBits() | FlowOut::blocked);
+  if (Demuxer* demuxer = adapter.streamDemuxer()) demuxer->blockedIs(adapter);
+}
+
 void serializePlain(Sa& adapter, AttrRow const& row) {
-  if (!isOpen(adapter, row, gate(adapter, row.id, false))) return;
+  if (!isOpen(adapter, row, gate(adapter, row))) return;
   if (!decide(adapter, row)) return;
   try {
     messageBegin(adapter, row.id, row.fixedLength, row.fixedLength == 0);
@@ -111,7 +115,7 @@ void serializePlain(Sa& adapter, AttrRow const& row) {
 }
 
 void serializeReference(Sa& adapter, AttrRow const& row) {
-  if (!isOpen(adapter, row, gate(adapter, row.id, false))) return;
+  if (!isOpen(adapter, row, gate(adapter, row))) return;
   if (!decide(adapter, row)) return;
   for (;;) {
     try {
@@ -130,7 +134,7 @@ void serializeReference(Sa& adapter, AttrRow const& row) {
 }
 
 void serializeSingleton(Sa& adapter, AttrRow const& row) {
-  Gate const passed = gate(adapter, row.id, true);
+  Gate const passed = gate(adapter, row);
   if (passed == Gate::fromLog) {
     ChangeFromLogAnchor const anchor(adapter);
     if (Ptr<Entity> child = row.child(adapter)) bindChild(adapter, child);
@@ -162,7 +166,7 @@ void serializeSingleton(Sa& adapter, AttrRow const& row) {
 }
 
 bool serializePieces(Sa& adapter, AttrRow const& row) {
-  Gate const passed = gate(adapter, row.id, false);
+  Gate const passed = gate(adapter, row);
   if (!isOpen(adapter, row, passed)) return passed == Gate::nothing;
   Ptr<Out> const& out = adapter.nboAttrLogOut();
 
@@ -224,10 +228,15 @@ Ptr<Sa> childAdapterIs(Sa& parent, AttributeId attribute, std::uint32_t flags,
   using BitSet = PtrInterface::NotifieeConst::Mox_BitSet;
   Ptr<Out> const& out = parent.nboAttrLogOut();
   if (Ptr<Sa> present = child->moxNboAttrLogSa(Ptr<Out const>(out))) {
-    present->notificationFlagsIs(BitSet(flags));
-    parent.doFixChildFlags(present);
-    // Announced or bound already: nothing is said twice.
-    if (present->hasFlag(needsNoCreation)) return present;
+    if (present->origin() == StreamAdapter::Origin::exportedOrphan) {
+      // Announced by itself before its tree came: withdrawn, and said again under its parent.
+      present->doRemountSelf(Ptr<Out>());
+    } else {
+      present->notificationFlagsIs(BitSet(flags));
+      parent.doFixChildFlags(present);
+      // Announced or bound already: nothing is said twice.
+      if (present->hasFlag(needsNoCreation)) return present;
+    }
   }
   Ptr<Sa> adapter = child->moxNboAttrLogSaIs(BitSet(flags), version, out, channel);
   adapter->moxOnInit();
@@ -280,13 +289,8 @@ void serializeOrphan(Sa& adapter, char const* const* typeNames, std::size_t coun
 }
 
 unsigned long long referenceId(Ptr<Out> const& out, Entity const* target) {
-  if (target == nullptr) return 0;
-  Ptr<Sa const> adapter = target->moxNboAttrLogSa(Ptr<Out const>(out));
-  if (!adapter || !adapter->hasFlag(writingOn) || adapter->hasFlag(boundByTransaction)) {
-    throw EntityIdUnavailableException("entity has no id on this connection yet",
-                                       Exception::IdBitArray());
-  }
-  return adapter->entityId().value();
+  Demuxer* const demuxer = out->demuxer();
+  return demuxer != nullptr ? demuxer->referenceId(target).value() : 0;
 }
 
 // The walk.
@@ -384,6 +388,22 @@ void remountChildren(Sa& adapter, Entity& entity, TypeRows const& type) {
   for (AttrRow const& row : type) {
     if (row.ownsChildren()) row.remount(adapter, entity);
   }
+}
+
+std::string_view AttrRow::keyOf(unsigned char const* payload, std::size_t size) const {
+  std::size_t width = keyWidth;
+  if (width == stringKey) width = size < 4 ? 4 : 4 + getBytes(payload, 4);
+  if (width > size) throw StreamException(StreamError::badLength);
+  return {reinterpret_cast<char const*>(payload), width};
+}
+
+void AttrRow::scan(MessageScan& message, bool deletes) const {
+  if (deletes) {
+    message.in.take(message.key.size());
+  } else {
+    shape(message);
+  }
+  if (message.in.bytesAvailable() != 0) throw StreamException(StreamError::badLength);
 }
 
 AttrRow const* TypeRows::find(AttributeId id) const {

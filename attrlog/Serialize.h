@@ -17,9 +17,11 @@ enum class Gate {
   open,      ///< the change goes out or is marked
 };
 
-/// The one gate of every writer. `ownsChild`: the attribute holds owned children, whose adapters
-/// are bound when the log brought them. Throws through `doThrowReadOnly`.
-Gate gate(Sa& adapter, AttributeId attribute, bool ownsChild);
+/// The one gate of every writer. `key`: that of a collection's change. The adapters of owned
+/// children are bound when the log brought them. Throws through `doThrowReadOnly`.
+Gate gate(Sa& adapter, AttrRow const& row, void const* key = nullptr);
+/// The id of an entity that the message needs is not known to the peer yet: the walk stops here.
+void blockFlowOut(Sa& adapter, FlowOut& flowOut);
 
 /// Clears the one-shot mark at the end of a scope, also on an exception.
 class ChangeFromLogAnchor {

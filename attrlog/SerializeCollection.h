@@ -86,7 +86,7 @@ bool decideKey(Sa& adapter, typename D::Key const& key) {
 template <class D>
 void serializeChildKey(Sa& adapter, typename D::Key const& key,
                        Ptr<typename D::Child> const& child) {
-  Gate const passed = gate(adapter, D::id, true);
+  Gate const passed = gate(adapter, D::row(), &key);
   if (passed == Gate::fromLog) {
     ChangeFromLogAnchor const anchor(adapter);
     if (child) bindChild(adapter, child);
@@ -107,9 +107,7 @@ void serializeChildKey(Sa& adapter, typename D::Key const& key,
     } catch (AttrLogRecordException const&) {
       continue;
     } catch (EntityIdUnavailableException const&) {
-      if (auto* flowOut = markKey<D>(adapter, key)) {
-        flowOut->moxDataBitsIs(flowOut->moxDataBits() | FlowOut::blocked);
-      }
+      if (auto* flowOut = markKey<D>(adapter, key)) blockFlowOut(adapter, *flowOut);
       return;
     }
   }
@@ -122,7 +120,7 @@ void serializeChildKey(Sa& adapter, typename D::Key const& key,
 template <class D>
 void serializeValueKey(Sa& adapter, typename D::Key const& key, typename D::Value const& value,
                        bool deleted) {
-  Gate const passed = gate(adapter, D::id, false);
+  Gate const passed = gate(adapter, D::row(), &key);
   if (passed == Gate::noted) noteKey<D>(adapter, key);
   if (passed != Gate::open || !decideKey<D>(adapter, key)) return;
   Ptr<Out> const& out = keyMessageBegin<D>(adapter, deleted, key);
@@ -134,7 +132,7 @@ void serializeValueKey(Sa& adapter, typename D::Key const& key, typename D::Valu
 template <class D>
 bool serializeStringKey(Sa& adapter, String8 const& key, String8 const& value, bool deleted) {
   using Position = String8::IteratorConst;
-  Gate const passed = gate(adapter, D::id, false);
+  Gate const passed = gate(adapter, D::row(), &key);
   if (passed == Gate::noted) noteKey<D>(adapter, key);
   if (passed != Gate::open) return passed == Gate::nothing;
   Ptr<Out> const& out = adapter.nboAttrLogOut();
@@ -244,7 +242,13 @@ bool walkMembers(Sa& adapter, Step const& step, typename D::FlowOut* flowOut, bo
   bool blocked = false;
   bool stopped = false;
   for (; member; ++member) {
-    step(member);
+    try {
+      step(member);
+    } catch (...) {
+      // The collection stays begun: the next run goes on with this member.
+      if (flowOut != nullptr) moxFlowOutBookmarkEnq(*flowOut, member.key());
+      throw;
+    }
     flowOut = flowOutOf<D>(adapter);
     if (flowOut == nullptr) continue;
     blocked = flowOut->isBlocked();

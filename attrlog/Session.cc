@@ -41,6 +41,7 @@ Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes, LinkOptions const& op
   Ptr<Link> link(new Link(this, std::move(bytes), named));
   Demuxer& demuxer = link->demuxer();
   demuxer.importDirIs(importDir_);
+  demuxer.importsIs(imports_);
   for (Ptr<Entity> const& root : roots_) demuxer.exportIs(root);
   if (isExportDone_) demuxer.exportsDone();
   links_.push_back(link);

@@ -69,6 +69,7 @@ class Session {
   std::vector<Ptr<Entity>> roots_;
   bool isExportDone_ = false;
   Ptr<Dir> importDir_;
+  std::shared_ptr<Imports> imports_ = std::make_shared<Imports>();
   std::vector<Ptr<Link>> links_;
   OnClosed onClosed_;
   OnGreeted onGreeted_;

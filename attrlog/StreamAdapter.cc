@@ -137,7 +137,6 @@ bool Entity::MoxNboAttrLogSa::handlingFlowInFor(AttributeId attribute) const {
 bool Entity::MoxNboAttrLogSa::convertedToWritable(bool) const { return false; }
 
 void Entity::MoxNboAttrLogSa::doThrowReadOnly(AttributeId attribute) const {
-  if (NboAttrLog::Demuxer* owner = demuxer()) owner->readOnlyWritesInc();
   throwInternalException("change of " + rawEntity()->attributeString(attribute) + " of " +
                          rawEntity()->fullName() + ", which is a read-only copy");
 }

@@ -178,6 +178,7 @@ class StreamAdapter : public PtrInterface::Notifiee {
   bool parked_ = false;
   bool queued_ = false;
   bool retired_ = false;
+  Entity const* blockedOn_ = nullptr;  ///< a name only: it may be gone
   Ptr<NboAttrLog::Out> out_;
   PtrInterface* channel_;
   Ptr<NboAttrLog::FlowOut> flowOut_;

@@ -133,6 +133,8 @@ std::string StreamText::content(Side& side, Frame const& frame) {
     case FrameKind::complete:
       return frame.entityId == orphanTarget ? "complete all roots"
                                             : "complete " + nameOf(frame.entityId);
+    case FrameKind::repeat:
+      return repeat(frame);
     case FrameKind::error: {
       Ptr<In> const in = payloadOf(frame);
       auto const code = static_cast<StreamError>(frame.attributeId);
@@ -264,6 +266,19 @@ std::string StreamText::marker(Side& side, Frame const& frame) {
   return names[type] + nameOf(frame.entityId) +
          (attr ? (attr->childType ? "/" : ".") + std::string(attr->name)
                : " attribute " + std::to_string(frame.attributeId));
+}
+
+std::string StreamText::repeat(Frame const& frame) {
+  auto const entity = known_.find(frame.entityId);
+  WireAttr const* const attr = entity != known_.end() && entity->second.type
+                                   ? entity->second.type->attr(frame.attributeId)
+                                   : nullptr;
+  if (!attr) return rawMessage(frame);
+  Ptr<In> const in = payloadOf(frame);
+  std::string place = entity->second.path + (attr->childType ? "/" : ".") + attr->name;
+  if (attr->key) place += "[" + oneLine(stdText(attr->key(**in))) + "]";
+  payloadEnd(**in);
+  return "repeat " + place;
 }
 
 std::string StreamText::rawMessage(Frame const& frame) const {

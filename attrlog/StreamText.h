@@ -24,6 +24,7 @@ namespace Mox::NboAttrLog {
 ///     child PATH/attribute[KEY]: TYPE(ARGUMENTS)
 ///     del PATH.attribute[KEY]                    a value; del PATH/attribute[KEY]: a child
 ///     begin PATH.attribute                       also end, abort
+///     repeat PATH.attribute[KEY]                 a request to say it again
 ///     complete PATH                              also: complete all roots
 ///     ack
 ///     error CODE: 'TEXT'
@@ -76,6 +77,7 @@ class StreamText {
   std::string text(Side& side, Frame const& frame, std::string const& place, In& in);
   std::string root(Frame const& frame);
   std::string marker(Side& side, Frame const& frame);
+  std::string repeat(Frame const& frame);
   std::string rawMessage(Frame const& frame) const;
   std::string header(Side& side, Frame const& frame) const;
   std::string arguments(WireArgs const& args, In& in) const;

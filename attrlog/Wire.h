@@ -50,7 +50,19 @@ inline constexpr AttributeId compoundAttribute = 144;
 inline constexpr std::uint32_t creationTag = 151;
 
 /// What a frame on the stream is.
-enum class FrameKind : std::uint8_t { message = 1, marker = 2, ack = 3, complete = 4, error = 5 };
+enum class FrameKind : std::uint8_t {
+  message = 1,
+  marker = 2,
+  ack = 3,
+  complete = 4,
+  error = 5,
+  repeat = 6,  ///< the peer is asked to say a slot again
+};
+
+/// The frames that acks count: those that can change what the other end holds or says.
+constexpr bool isCounted(FrameKind kind) {
+  return kind != FrameKind::ack && kind != FrameKind::error;
+}
 
 /// Bits of a frame's flag byte.
 inline constexpr std::uint8_t frameVariableLength = 0x1;

@@ -22,7 +22,8 @@ namespace Mox::NboAttrLog {
 /// `EntityIdUnavailableException` when the peer cannot know the entity yet.
 unsigned long long referenceId(Ptr<Out> const& out, Entity const* target);
 
-/// For a type T: `fixedLength` (0 where a scalar message is of variable length), `write`, `read`.
+/// For a type T: `fixedLength` (0 where a scalar message is of variable length), `write`, `read`,
+/// and `size`, its bytes in a message, unless it tells its length itself.
 template <class T>
 struct WireValue;
 
@@ -30,6 +31,7 @@ template <class T>
 requires WireUnsigned<T> || std::same_as<T, bool>
 struct WireValue<T> {
   static constexpr std::uint32_t fixedLength = sizeof(T) <= 4 ? sizeof(T) : 0;
+  static constexpr std::size_t size = sizeof(T);
   static void write(Ptr<Out> const& out, T value) { out << value; }
   static T read(In& in) {
     if constexpr (std::same_as<T, bool>) {
@@ -42,6 +44,7 @@ struct WireValue<T> {
 
 template <>
 struct WireValue<int> {
+  static constexpr std::size_t size = 4;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, int value) { out << value; }
   static int read(In& in) { return in.nextint(); }
@@ -49,6 +52,7 @@ struct WireValue<int> {
 
 template <>
 struct WireValue<double> {
+  static constexpr std::size_t size = 8;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, double value) { out << value; }
   static double read(In& in) { return in.nextdouble(); }
@@ -64,6 +68,7 @@ struct WireValue<T> {
 
 template <class T>
 requires T::isMoxIdentifier struct WireValue<T> {
+  static constexpr std::size_t size = WireValue<typename T::NumberType>::size;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, T value) { out << value.value(); }
   static T read(In& in) { return T(WireValue<typename T::NumberType>::read(in)); }
@@ -72,6 +77,7 @@ requires T::isMoxIdentifier struct WireValue<T> {
 /// A peer may know more enumerators than this end: the number is counted and kept as it stands.
 template <MoxEnum T>
 struct WireValue<T> {
+  static constexpr std::size_t size = 4;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, T value) { out << static_cast<int>(value); }
   static T read(In& in) {
@@ -88,6 +94,7 @@ struct WireValue<T> {
 
 template <>
 struct WireValue<Units::Megahertz> {
+  static constexpr std::size_t size = 8;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, Units::Megahertz value) { out << value.value(); }
   static Units::Megahertz read(In& in) { return Units::Megahertz(in.nextdouble()); }
@@ -95,6 +102,7 @@ struct WireValue<Units::Megahertz> {
 
 template <>
 struct WireValue<Fru::SlotId> {
+  static constexpr std::size_t size = 4;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, Fru::SlotId value) { out << value.value(); }
   static Fru::SlotId read(In& in) { return Fru::SlotId(in.nextU32()); }
@@ -103,6 +111,7 @@ struct WireValue<Fru::SlotId> {
 /// One byte: a bit for each interface that is in use.
 template <>
 struct WireValue<Hardware::Sand::DramConfig> {
+  static constexpr std::size_t size = 1;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, Hardware::Sand::DramConfig const& value) {
     out << value.bits();
@@ -115,6 +124,7 @@ struct WireValue<Hardware::Sand::DramConfig> {
 /// A reference: the entity's id, 0 for null.
 template <class T>
 struct WireValue<Ptr<T>> {
+  static constexpr std::size_t size = 8;
   static constexpr std::uint32_t fixedLength = 0;
   static void write(Ptr<Out> const& out, Ptr<T> const& value) {
     out << referenceId(out, value.get());

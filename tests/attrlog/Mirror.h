@@ -74,6 +74,7 @@ class Mirror {
     importer_.importDirIs(dir);
     exporter_.onClosed([this](Link&, std::string const& why) { exporterClosed = why; });
     importer_.onClosed([this](Link&, std::string const& why) { importerClosed = why; });
+    importer_.onReport([this](std::string const& line) { importerReports.push_back(line); });
   }
 
   void connect(std::size_t piece = MemoryPipe::unlimited, std::size_t capacity = 65536) {
@@ -128,6 +129,7 @@ class Mirror {
   std::shared_ptr<MemoryPipe> toExporter;
   std::string exporterClosed;
   std::string importerClosed;
+  std::vector<std::string> importerReports;
 };
 
 }  // namespace Mox::NboAttrLog::test

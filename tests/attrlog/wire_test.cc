@@ -556,7 +556,7 @@ StreamError refusal(std::string const& bytes) {
 TEST(WireParser, MalformedFramesAreRefusedAsSoonAsTheirHeaderIsThere) {
   constexpr Malformed cases[] = {
       {"kind 0", 0, 0, 1, StreamError::badHeader},
-      {"kind 6", 0, 6, 1, StreamError::badHeader},
+      {"kind 7", 0, 7, 1, StreamError::badHeader},
       {"trailing flag", 1, 0x2, 1, StreamError::badHeader},
       {"unknown flag", 1, 0x80, 1, StreamError::badHeader},
       {"long payload", 2, maxPayload + 1, 4, StreamError::tooLong},
@@ -574,13 +574,20 @@ TEST(WireParser, MalformedFramesAreRefusedAsSoonAsTheirHeaderIsThere) {
   }
 }
 
+/// Attributes of the sample whose messages have a fixed length.
+bool isFixed(FrameKind kind, AttributeId attribute) {
+  static std::set<AttributeId> const fixed{258, 135, -276};
+  return kind == FrameKind::ack || (kind == FrameKind::message && fixed.contains(attribute));
+}
+
 /// A frame, right in all that isn't said.
 std::string frameOf(FrameKind kind, EntityId entity, AttributeId attribute,
                     std::string const& payload, std::uint32_t tag = 0, std::uint32_t ack = 0) {
-  std::uint8_t const flags =
-      tag == creationTag || (entity == orphanTarget && attribute == orphanAttribute) ? 5 : 1;
-  return number(static_cast<std::uint8_t>(kind), 1) + number(flags, 1) + number(payload.size(), 4) +
-         number(entity.value(), 8) + number(static_cast<std::uint32_t>(attribute), 4) +
+  bool const announces =
+      tag == creationTag || (entity == orphanTarget && attribute == orphanAttribute);
+  int const flags = announces ? 5 : isFixed(kind, attribute) ? 0 : 1;
+  return number(static_cast<std::uint8_t>(kind), 1) + number(static_cast<unsigned int>(flags), 1) +
+         number(payload.size(), 4) + number(entity.value(), 8) + number(static_cast<std::uint32_t>(attribute), 4) +
          number(tag, 4) + number(ack, 4) + number(0, 1) + number(1, 1) + payload + number(3, 1);
 }
 std::string message(EntityId entity, AttributeId attribute, std::string const& payload,
@@ -702,6 +709,17 @@ Hostile const hostiles[] = {
                       number(8, 2) + number(60000, 2) + number(522, 4) + number(0, 4) +
                           number(17, 2) + number(0, 8) + id(freshId));
      }},
+
+    {"number of unknown length", StreamError::badHeader,
+     [](Scene& s) { return with(message(slice(s), 258, number(1, 4)), 1, 1, 1); }},
+    {"string of known length", StreamError::badHeader,
+     [](Scene& s) { return with(message(qsgmii(s), 259, text("x")), 1, 0, 1); }},
+    {"removed child of known length", StreamError::badHeader,
+     [](Scene& s) { return with(message(arad(s), -522, number(16, 2)), 1, 0, 1); }},
+    {"least of all attributes", StreamError::badHeader,
+     [](Scene& s) { return message(slice(s), static_cast<AttributeId>(0x80000000), ""); }},
+    {"request by the end that owns the tree", StreamError::notPermitted,
+     [](Scene& s) { return frameOf(FrameKind::repeat, slice(s), 258, ""); }},
 
     // Ids and references.
     {"child of an even id", StreamError::badId,
@@ -872,11 +890,14 @@ TEST(WireHostile, AnExporterThatGrantsWritesStillOwnsTheMode) {
   LinkOptions options;
   options.grantsWrite = options.wantsWrite = true;
   Scene scene(options);
-  scene.give(scene.mirror.toExporter, message(slice(scene), 258, number(9, 4)));
+  auto const write = [&](AttributeId attribute, unsigned int value) {
+    std::string const frame = message(slice(scene), attribute, number(value, 4));
+    scene.give(scene.mirror.toExporter, with(frame, 22, scene.mirror.in().framesBegun(), 4));
+  };
+  write(258, 9);
+  write(135, 1);
   scene.mirror.turn();
   EXPECT_EQ(scene.slice->numPorts(), 9u);
-  scene.give(scene.mirror.toExporter, message(slice(scene), 135, number(1, 4)));
-  scene.mirror.turn();
   EXPECT_EQ(scene.mirror.exporterLink->demuxer().errorCode(), StreamError::notPermitted);
 }
 

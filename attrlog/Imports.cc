@@ -1,0 +1,71 @@
+// Roots and shelved entities by peer.
+#include "attrlog/Imports.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Mox::NboAttrLog {
+
+void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
+                     Demuxer const* connection) {
+  // Entries that their owner has ended meanwhile are of no use to anybody.
+  std::erase_if(items_, [&](Item const& item) {
+    return item.entry && (!item.entry->target() || item.entry == entry);
+  });
+  items_.push_back({peer, entry, {}, {}, connection});
+}
+
+void Imports::shelve(std::string const& peer, Ptr<Entity> const& entity,
+                     std::string const& arguments, Demuxer const* connection) {
+  items_.push_back({peer, {}, entity, arguments, connection});
+}
+
+Ptr<Entity> Imports::claim(std::string const& peer, MoxType const* type,
+                           std::string const& arguments, Demuxer const* connection) {
+  for (Item& item : items_) {
+    if (item.shelved && item.connection == nullptr && item.peer == peer &&
+        item.arguments == arguments && item.shelved->fwkType() == type) {
+      item.connection = connection;
+      return item.shelved;
+    }
+  }
+  return {};
+}
+
+bool Imports::isRootFrom(Entity const* entity, std::string const& peer) const {
+  return std::any_of(items_.begin(), items_.end(), [&](Item const& item) {
+    return item.entry && item.entity() == entity && item.peer == peer;
+  });
+}
+
+void Imports::drop(Entity const* entity) {
+  auto const at = std::find_if(items_.begin(), items_.end(),
+                               [entity](Item const& item) { return item.entity() == entity; });
+  if (at == items_.end()) return;
+  Item const item = std::move(*at);
+  items_.erase(at);
+  end(item);
+}
+
+void Imports::staleIs(Demuxer const* connection) {
+  for (Item& item : items_) {
+    if (item.connection == connection) item.connection = nullptr;
+  }
+}
+
+void Imports::dropStale(std::string const& peer) {
+  std::vector<Item> stale;
+  for (Item const& item : items_) {
+    if (item.connection == nullptr && item.peer == peer) stale.push_back(item);
+  }
+  std::erase_if(items_, [&](Item const& item) {
+    return item.connection == nullptr && item.peer == peer;
+  });
+  for (Item const& item : stale) end(item);
+}
+
+void Imports::end(Item const& item) {
+  if (item.entry) item.entry->operationIs(Dir::Entry::endMount);
+}
+
+}  // namespace Mox::NboAttrLog

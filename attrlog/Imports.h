@@ -1,0 +1,55 @@
+// What peers have brought into this process: the roots that stand in the import directory and the
+// entities that only references lead to. Outlives the connections, so that a peer which comes back
+// finds its objects, and with them their subscribers. A session owns one; its demuxers use it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Mox/Dir.h"
+#include "Mox/Entity.h"
+#include "Mox/Ptr.h"
+
+namespace Mox::NboAttrLog {
+
+class Demuxer;
+
+class Imports {
+ public:
+  /// A root of `peer` has been entered in a directory, or is bound again.
+  void rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry, Demuxer const* connection);
+  /// An entity without a place of its own is kept; `arguments`: its constructor arguments as they
+  /// came.
+  void shelve(std::string const& peer, Ptr<Entity> const& entity, std::string const& arguments,
+              Demuxer const* connection);
+  /// The entity of that type and those arguments which the peer brought over an earlier
+  /// connection, and which is in use on none; null without one.
+  Ptr<Entity> claim(std::string const& peer, MoxType const* type, std::string const& arguments,
+                    Demuxer const* connection);
+  /// True when the entity is a root that this peer brought.
+  bool isRootFrom(Entity const* entity, std::string const& peer) const;
+  /// The peer has withdrawn the entity: a root leaves its directory, another one is let go.
+  void drop(Entity const* entity);
+  /// The connection is gone: what came over it is stale.
+  void staleIs(Demuxer const* connection);
+  /// The peer has announced all that it has: its stale entities are dropped.
+  void dropStale(std::string const& peer);
+  std::size_t size() const { return items_.size(); }
+
+ private:
+  struct Item {
+    std::string peer;
+    Ptr<Dir::Entry> entry;  ///< of a root
+    Ptr<Entity> shelved;    ///< of anything else
+    std::string arguments;
+    Demuxer const* connection;  ///< null: stale
+
+    Entity const* entity() const { return entry ? entry->target().get() : shelved.get(); }
+  };
+
+  static void end(Item const& item);
+
+  std::vector<Item> items_;
+};
+
+}  // namespace Mox::NboAttrLog
