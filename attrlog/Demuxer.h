@@ -49,9 +49,9 @@ struct LinkStats {
   std::uint64_t framesReceived = 0;
   std::uint64_t bytesSent = 0;  ///< the link's count, as the next one
   std::uint64_t bytesReceived = 0;
-  std::uint64_t strays = 0;     ///< frames about entities that this end does not know (any more)
-  std::uint64_t conflicts = 0;  ///< the peer's writes that crossed this end's own
-  std::uint64_t reflected = 0;  ///< the peer's writes that were answered with this end's value
+  std::uint64_t strays = 0;       ///< frames about entities that this end does not know (any more)
+  std::uint64_t conflicts = 0;    ///< the peer's writes that crossed this end's own
+  std::uint64_t reflected = 0;    ///< the peer's writes that were answered with this end's value
   std::uint64_t undelivered = 0;  ///< own writes that a closed connection left unacknowledged
   std::uint64_t unknownEnums = 0;
   std::uint64_t unknownAttrs = 0;
@@ -196,9 +196,7 @@ class Demuxer : public PtrInterface {
     return options_.grantsWrite && (peer_.bits & Greeting::wantsWrite) != 0;
   }
   /// True while this end may change what it imports.
-  bool mayWrite() const {
-    return options_.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0;
-  }
+  bool mayWrite() const { return options_.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0; }
   /// True while this end holds roots that it may not write.
   bool importsReadOnly() const { return imports_->size() != 0 && greeted() && !mayWrite(); }
   /// Slots about which the peer has not acknowledged this end's last word.

@@ -1,5 +1,6 @@
 // What becomes of each received frame. A frame is looked at as a whole before anything is changed,
-// so that a bad one changes nothing; then it is dropped, answered with this end's state, or applied.
+// so that a bad one changes nothing; then it is dropped, answered with this end's state, or
+// applied.
 #include <algorithm>
 
 #include "Mox/Exception.h"

@@ -58,9 +58,8 @@ void Imports::dropStale(std::string const& peer) {
   for (Item const& item : items_) {
     if (item.connection == nullptr && item.peer == peer) stale.push_back(item);
   }
-  std::erase_if(items_, [&](Item const& item) {
-    return item.connection == nullptr && item.peer == peer;
-  });
+  std::erase_if(items_,
+                [&](Item const& item) { return item.connection == nullptr && item.peer == peer; });
   for (Item const& item : stale) end(item);
 }
 

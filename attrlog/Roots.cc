@@ -117,8 +117,7 @@ EntityId Demuxer::referenceId(Entity const* target) {
     throw;
   }
   onlyQueueTransfers_ = before;
-  throw AttrLogRecordException("an entity was announced within a message",
-                               Exception::IdBitArray());
+  throw AttrLogRecordException("an entity was announced within a message", Exception::IdBitArray());
 }
 
 // An id that this end has parted with may still stand in frames of the peer: until the peer has

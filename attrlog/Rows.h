@@ -77,8 +77,8 @@ struct AttrRow {
   /// Applies or reflects a message with a positive id, and one with a negative id.
   void (*read)(MessageIn&);
   void (*readDel)(MessageIn&);
-  /// Goes over the values of a message, which must end where the payload ends. A message with a negative id has the
-  /// key alone.
+  /// Goes over the values of a message, which must end where the payload ends. A message with a
+  /// negative id has the key alone.
   void (*shape)(MessageScan&);
   /// True when the FlowOut has still to say the slot whose key stands at the front of the payload.
   bool (*owes)(Sa&, FlowOut&, In& payload);

@@ -233,8 +233,8 @@ bool Demuxer::isAuthority(Sa const& adapter) const {
   return !adapter.hasFlag(notAuthority | readOnlyRemote);
 }
 
-void Demuxer::handleCommitted(FrameKind kind, MsgHeader const& header,
-                              unsigned char const* payload, std::size_t size) {
+void Demuxer::handleCommitted(FrameKind kind, MsgHeader const& header, unsigned char const* payload,
+                              std::size_t size) {
   ++stats_.framesSent;
   ackSent_ = framesBegun_;
   if (!isCounted(kind)) return;

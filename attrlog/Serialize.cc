@@ -72,8 +72,7 @@ Gate gate(Sa& adapter, AttrRow const& row, void const* key) {
   bool const fromLog = adapter.hasFlag(changeFromLog);
   if (Demuxer* demuxer = adapter.streamDemuxer()) {
     // The mark speaks for the attribute of the message in hand alone.
-    if (fromLog ? demuxer->isApplyingOther(adapter, row.id)
-                : adapter.handlingFlowInFor(row.id)) {
+    if (fromLog ? demuxer->isApplyingOther(adapter, row.id) : adapter.handlingFlowInFor(row.id)) {
       return Gate::noted;
     }
   }

@@ -112,8 +112,11 @@ class Mirror {
 
  private:
   std::uint64_t moved() const {
-    return exporterLink->stats().bytesSent + importerLink->stats().bytesReceived +
-           importerLink->stats().bytesSent + importerLink->stats().framesReceived;
+    std::uint64_t sum = 0;
+    for (LinkStats const& stats : {exporterLink->stats(), importerLink->stats()}) {
+      sum += stats.bytesSent + stats.bytesReceived + stats.framesReceived;
+    }
+    return sum;
   }
 
   Ptr<Entity> root_;

@@ -238,10 +238,10 @@ TEST(Mirror, AChangeOfAReadOnlyCopyIsReportedOnceAndUndone) {
     ASSERT_EQ(mirror.importerClosed, "");
   }
   EXPECT_EQ(slice->numPorts(), 3u);
-  EXPECT_EQ(mirror.importerReports, (std::vector<std::string>{
-                                        "exporter: connected",
-                                        "exporter: may not be written: import/slice.numPorts; "
-                                        "further ones are counted only"}));
+  EXPECT_EQ(mirror.importerReports,
+            (std::vector<std::string>{"exporter: connected",
+                                      "exporter: may not be written: import/slice.numPorts; "
+                                      "further ones are counted only"}));
 }
 
 TEST(Mirror, ARemovedChildThatSomebodyHoldsSaysNothingMore) {

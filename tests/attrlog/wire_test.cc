@@ -587,8 +587,9 @@ std::string frameOf(FrameKind kind, EntityId entity, AttributeId attribute,
       tag == creationTag || (entity == orphanTarget && attribute == orphanAttribute);
   int const flags = announces ? 5 : isFixed(kind, attribute) ? 0 : 1;
   return number(static_cast<std::uint8_t>(kind), 1) + number(static_cast<unsigned int>(flags), 1) +
-         number(payload.size(), 4) + number(entity.value(), 8) + number(static_cast<std::uint32_t>(attribute), 4) +
-         number(tag, 4) + number(ack, 4) + number(0, 1) + number(1, 1) + payload + number(3, 1);
+         number(payload.size(), 4) + number(entity.value(), 8) +
+         number(static_cast<std::uint32_t>(attribute), 4) + number(tag, 4) + number(ack, 4) +
+         number(0, 1) + number(1, 1) + payload + number(3, 1);
 }
 std::string message(EntityId entity, AttributeId attribute, std::string const& payload,
                     std::uint32_t tag = 0) {
