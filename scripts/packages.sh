@@ -34,6 +34,11 @@ needsTestTools() {
   needs gdb command -v gdb
 }
 
+needsFuzzTools() {
+  needs clang-14 command -v clang++-14
+  needs libclang-rt-14-dev sh -c 'ls /usr/lib/llvm-14/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
+}
+
 needsLintTools() {
   needs clang-format-14 command -v clang-format-14
   needs clang-tidy-14 command -v clang-tidy-14

@@ -99,7 +99,7 @@ class Victim : public BareEnd {
  public:
   explicit Victim(unsigned char role)
       : BareEnd(role & exports, role & isWritable,
-                role & exports ? Ptr<Entity>(preparedTree(1)) : Ptr<Entity>()) {
+                role & exports ? Ptr<Entity>(preparedTree(1, 40)) : Ptr<Entity>()) {
     entityIdsSeed(hostileIds);
   }
 };
