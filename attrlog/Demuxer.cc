@@ -54,7 +54,7 @@ void Demuxer::reactorIs(EntityId id, Sa& adapter, bool bound) {
     if (reactor(adapter.entityId()) == &adapter) {
       // An equal child came under another id: what was open or owed under the old one is void.
       flowOutDel(adapter);
-      flowInDel(adapter.entityId());
+      transactionDrop(adapter);
       reactorDel(adapter.entityId());
       goneIs(adapter.entityId());
       holdIs(adapter, false);
@@ -107,6 +107,7 @@ void Demuxer::retire(Sa& adapter) {
       withdrawalsOwed_.push_back(id);
     }
   }
+  if (isInTable) transactionDrop(adapter);
   adapter.retired_ = true;
   adapter.flagsIs(writingOff, true);
   adapter.flagsIs(writingOn, false);
@@ -115,10 +116,7 @@ void Demuxer::retire(Sa& adapter) {
   flowOutDel(adapter);
   blockedDel(adapter);
   holdIs(adapter, false);
-  if (isInTable) {
-    flowInDel(id);
-    reactorDel(id);
-  }
+  if (isInTable) reactorDel(id);
   // Its own handler may be on the stack.
   graveyard_.push_back(hold);
 }
@@ -155,6 +153,15 @@ Ptr<FlowIn> Demuxer::flowInIs(EntityId const& id) {
   EntityId key = id;
   flowIns_.newMemberG(Ptr<PtrInterface>(new MoxFlowIn(id, made)), &key);
   return made;
+}
+
+/// What is open on an adapter that goes: a value in pieces, a transaction.
+void Demuxer::transactionDrop(Sa& adapter) {
+  Ptr<FlowIn> const flowIn = flowInDel(adapter.entityId());
+  AttributeId const open = flowIn ? flowIn->openTransaction() : 0;
+  Ptr<Entity> const entity = adapter.moxNotifierEntity();
+  AttrRow const* const row = open != 0 ? adapter.rows().find(open) : nullptr;
+  if (row && entity) Marks::drop(**entity, *row, this);
 }
 
 Ptr<FlowIn> Demuxer::flowInDel(EntityId const& id) {

@@ -270,6 +270,7 @@ class Demuxer : public PtrInterface {
   void parkedIs(Sa& adapter, bool parked);
   void flowOutDel(Sa& adapter);
   void blockedDel(Sa& adapter);
+  void transactionDrop(Sa& adapter);
 
   // Reading.
   void dispatch(Frame const& frame);

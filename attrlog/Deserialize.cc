@@ -167,6 +167,25 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
   }
 }
 
+namespace {
+
+/// The sweep, with the marks of this connection on the members.
+void sweep(Sa& adapter, AttrRow const& row, StreamAdapter::AttrTransactionType kind) {
+  using Kind = StreamAdapter::AttrTransactionType;
+  Ptr<Entity> const entity = adapter.moxNotifierEntity();
+  Demuxer const* const connection = adapter.streamDemuxer();
+  if (!entity) return;
+  if (kind == Kind::begin) {
+    Marks::begin(**entity, row, connection);
+  } else {
+    Marks::enter(**entity, row, connection);
+  }
+  row.sweep(adapter, kind);
+  if (kind == Kind::end) Marks::end(**entity, row, connection);
+}
+
+}  // namespace
+
 bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
                  StreamAdapter::AttrTransactionType kind) {
   using Kind = StreamAdapter::AttrTransactionType;
@@ -209,11 +228,11 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
         if (flowIn->openTransaction() == 0) demuxer->flowInDel(id);
         return true;
       }
-      row->sweep(adapter, kind);
+      sweep(adapter, *row, kind);
       return true;
     case AttrForm::entities:
     case AttrForm::valuesById:
-      row->sweep(adapter, kind);
+      sweep(adapter, *row, kind);
       return true;
   }
   return true;

@@ -330,6 +330,15 @@ void readSingletonDel(MessageIn& message) {
   D::del(entityOf<D>(message.adapter));
 }
 
+template <class D>
+void takeMarks(Entity& entity, MarkedMembers& marked) {
+  for (auto member = D::begin(static_cast<typename D::Entity&>(entity)); member; ++member) {
+    if (!member->moxMarkedForDeletion()) continue;
+    member->moxMarkedForDeletionIs(false);
+    marked.emplace_back(member.operator->());
+  }
+}
+
 /// Begin marks every member, end deletes those still marked; until a pass is quiet.
 template <class D>
 void sweepMembers(Sa& adapter, StreamAdapter::AttrTransactionType type) {

@@ -156,6 +156,7 @@ void Demuxer::dispatchMessage(Frame const& frame) {
       if (isReadOnlyElsewhere(**entity)) scan.namesGone = true;
     }
     if (scan.namesGone) return reflect(**adapter, *row, frame, scan);
+    if (row->isCollection()) Marks::enter(**entity, *row, this);
   } else if (frame.attributeId == syncAttribute) {
     if (!adapter->hasFlag(notAuthority)) throw StreamException(StreamError::notPermitted);
   } else if (attribute != compoundAttribute) {

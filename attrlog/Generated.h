@@ -129,6 +129,7 @@ constexpr AttrRow collectionRow(AttrForm form) {
     return std::size_t{D::dirtyKeys(static_cast<typename D::FlowOut&>(flowOut)).size()};
   };
   row.sweep = &sweepMembers<D>;
+  row.marksTake = &takeMarks<D>;
   row.freeSlots = [](FlowOut& flowOut) { moxFlowOutBookmarkDeq<typename D::Key>(flowOut); };
   return row;
 }

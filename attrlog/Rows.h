@@ -14,6 +14,7 @@
 #include "attrlog/FlowIn.h"
 #include "attrlog/FlowOut.h"
 #include "attrlog/In.h"
+#include "attrlog/Marks.h"
 #include "attrlog/Out.h"
 #include "attrlog/StreamAdapter.h"
 
@@ -94,6 +95,8 @@ struct AttrRow {
   std::size_t (*dirtyKeyCount)(FlowOut&);
   /// Collections: marks all members, deletes the marked ones.
   void (*sweep)(Sa&, StreamAdapter::AttrTransactionType);
+  /// Collections: takes the marks off, and gives those that had one.
+  void (*marksTake)(Entity&, MarkedMembers&);
   /// Releases the slots of a stopped flow-out that stands at this attribute.
   void (*freeSlots)(FlowOut&);
   /// Owning attributes: parts every child's adapter from the connection. The adapter has been

@@ -1,0 +1,89 @@
+// The open transactions of all collections of the process.
+#include "attrlog/Marks.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "attrlog/Rows.h"
+
+namespace Mox::NboAttrLog {
+namespace {
+
+struct Transaction {
+  Demuxer const* connection;
+  MarkedMembers away;  ///< those marked, while they don't stand
+};
+
+struct Collection {
+  std::vector<Transaction> open;
+  Demuxer const* standing = nullptr;  ///< whose marks are on the members
+
+  Transaction* of(Demuxer const* connection) {
+    auto const at = std::find_if(open.begin(), open.end(), [connection](Transaction const& one) {
+      return one.connection == connection;
+    });
+    return at == open.end() ? nullptr : &*at;
+  }
+};
+
+using Collections = std::map<std::pair<Entity const*, AttributeId>, Collection>;
+
+Collections& collections() {
+  static Collections all;
+  return all;
+}
+
+void standingIs(Entity& entity, AttrRow const& row, Collection& collection,
+                Demuxer const* connection) {
+  if (collection.standing == connection) return;
+  if (Transaction* before = collection.of(collection.standing)) {
+    row.marksTake(entity, before->away);
+  }
+  Transaction* const now = collection.of(connection);
+  if (now) {
+    for (auto const& member : now->away) member->moxMarkedForDeletionIs(true);
+    now->away.clear();
+  }
+  collection.standing = now ? connection : nullptr;
+}
+
+}  // namespace
+
+void Marks::enter(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+  if (collections().empty()) return;
+  auto const at = collections().find({&entity, row.id});
+  if (at != collections().end()) standingIs(entity, row, at->second, connection);
+}
+
+void Marks::begin(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+  Collection& collection = collections()[{&entity, row.id}];
+  standingIs(entity, row, collection, connection);
+  if (!collection.of(connection)) collection.open.push_back({connection, {}});
+  collection.standing = connection;
+}
+
+void Marks::end(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+  auto const at = collections().find({&entity, row.id});
+  if (at == collections().end()) return;
+  Collection& collection = at->second;
+  std::erase_if(collection.open, [connection](Transaction const& one) {
+    return one.connection == connection;
+  });
+  if (collection.standing == connection) collection.standing = nullptr;
+  if (collection.open.empty()) collections().erase(at);
+}
+
+void Marks::drop(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+  auto const at = collections().find({&entity, row.id});
+  if (at == collections().end()) return;
+  if (at->second.standing == connection) {
+    MarkedMembers marked;
+    row.marksTake(entity, marked);
+  }
+  end(entity, row, connection);
+}
+
+std::size_t Marks::openCount() { return collections().size(); }
+
+}  // namespace Mox::NboAttrLog
