@@ -39,6 +39,12 @@ needsFuzzTools() {
   needs libclang-rt-14-dev sh -c 'ls /usr/lib/llvm-14/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
 }
 
+needsPackageTools() {
+  needs dpkg-dev command -v dpkg-shlibdeps
+  needs file command -v file
+  needs debootstrap test -e /usr/sbin/debootstrap
+}
+
 needsLintTools() {
   needs clang-format-14 command -v clang-format-14
   needs clang-tidy-14 command -v clang-tidy-14
