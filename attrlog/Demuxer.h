@@ -282,6 +282,7 @@ class Demuxer : public PtrInterface {
   void dispatchComplete(Frame const& frame);
   void dispatchRepeat(Frame const& frame);
   void dispatchError(Frame const& frame);
+  void dropStaleShelved();
   void acknowledgedIs(std::uint32_t ack);
   void passOver(Frame const& frame);
   bool isConflict(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
@@ -357,6 +358,7 @@ class Demuxer : public PtrInterface {
   std::deque<Ptr<Entity>> exportsWaiting_;
   bool exportsDoneOwed_ = false;
   bool peerExportsDone_ = false;
+  bool isShelfSwept_ = false;
   Ptr<Dir> importDir_;
   std::shared_ptr<Imports> imports_ = std::make_shared<Imports>();
   std::deque<EntityId> withdrawalsOwed_;

@@ -358,8 +358,8 @@ void Demuxer::dispatchComplete(Frame const& frame) {
   if (frame.payloadSize != 0) throw StreamException(StreamError::badLength);
   if (frame.entityId == orphanTarget) {
     peerExportsDone_ = true;
-    imports_->dropStale(peerName());
-    return;
+    imports_->dropStaleRoots(peerName());
+    return dropStaleShelved();
   }
   Sa* adapter = reactor(frame.entityId);
   if (adapter == nullptr) {
@@ -370,6 +370,14 @@ void Demuxer::dispatchComplete(Frame const& frame) {
   holdIs(*adapter, false);
   settleFlags(*adapter);
   if (adapter->flowOut_ && !adapter->queued_ && !adapter->parked_) queue(*adapter);
+  dropStaleShelved();
+}
+
+/// Once, when all that the peer had at first has come.
+void Demuxer::dropStaleShelved() {
+  if (isShelfSwept_ || !inStep()) return;
+  isShelfSwept_ = true;
+  imports_->dropStaleShelved(peerName());
 }
 
 void Demuxer::dispatchError(Frame const& frame) {

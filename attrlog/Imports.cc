@@ -53,13 +53,15 @@ void Imports::staleIs(Demuxer const* connection) {
   }
 }
 
-void Imports::dropStale(std::string const& peer) {
-  std::vector<Item> stale;
-  for (Item const& item : items_) {
-    if (item.connection == nullptr && item.peer == peer) stale.push_back(item);
-  }
-  std::erase_if(items_,
-                [&](Item const& item) { return item.connection == nullptr && item.peer == peer; });
+void Imports::dropStale(std::string const& peer, bool roots) {
+  auto const isKept = [&](Item const& item) {
+    return item.connection != nullptr || item.peer != peer ||
+           static_cast<bool>(item.entry) != roots;
+  };
+  // Whoever hears of their end may come back here.
+  auto const at = std::stable_partition(items_.begin(), items_.end(), isKept);
+  std::vector<Item> const stale(at, items_.end());
+  items_.erase(at, items_.end());
   for (Item const& item : stale) end(item);
 }
 

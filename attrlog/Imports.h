@@ -32,8 +32,10 @@ class Imports {
   void drop(Entity const* entity);
   /// The connection is gone: what came over it is stale.
   void staleIs(Demuxer const* connection);
-  /// The peer has announced all that it has: its stale entities are dropped.
-  void dropStale(std::string const& peer);
+  /// The peer has announced all its roots: the stale ones are dropped.
+  void dropStaleRoots(std::string const& peer) { dropStale(peer, true); }
+  /// And all its trees have come: what no reference in them has led to is let go.
+  void dropStaleShelved(std::string const& peer) { dropStale(peer, false); }
   std::size_t size() const { return items_.size(); }
 
  private:
@@ -47,6 +49,7 @@ class Imports {
     Entity const* entity() const { return entry ? entry->target().get() : shelved.get(); }
   };
 
+  void dropStale(std::string const& peer, bool roots);
   static void end(Item const& item);
 
   std::vector<Item> items_;

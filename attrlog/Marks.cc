@@ -67,9 +67,8 @@ void Marks::end(Entity& entity, AttrRow const& row, Demuxer const* connection) {
   auto const at = collections().find({&entity, row.id});
   if (at == collections().end()) return;
   Collection& collection = at->second;
-  std::erase_if(collection.open, [connection](Transaction const& one) {
-    return one.connection == connection;
-  });
+  std::erase_if(collection.open,
+                [connection](Transaction const& one) { return one.connection == connection; });
   if (collection.standing == connection) collection.standing = nullptr;
   if (collection.open.empty()) collections().erase(at);
 }

@@ -107,6 +107,8 @@ class Mirror {
     Ptr<Dir::Entry> const entry = dir->entry(root_->name());
     return entry ? entry->target() : Ptr<Entity>();
   }
+  Session& exporter() { return exporter_; }
+  Session& importer() { return importer_; }
   Demuxer& out() { return exporterLink->demuxer(); }
   Demuxer& in() { return importerLink->demuxer(); }
 

@@ -1,0 +1,227 @@
+// Entities that only references lead to: announced, shared, kept over a reconnect, withdrawn,
+// waited for; and roots that their exporter has dropped.
+#include <gtest/gtest.h>
+
+#include "tests/attrlog/Mirror.h"
+
+namespace Mox::NboAttrLog::test {
+namespace {
+
+using Inventory::Arad::Arad;
+using Inventory::Arad::AradSlice;
+using Inventory::Arad::EthPort;
+using Inventory::Xcvr::Slot;
+
+LinkOptions writable(bool yes = true) {
+  LinkOptions options;
+  options.grantsWrite = options.wantsWrite = yes;
+  return options;
+}
+
+/// Two ports on each end. `step` settles and compares both ends' tables.
+struct Scene {
+  explicit Scene(bool bothWrite = false)
+      : slice(new AradSlice("s")), mirror(Ptr<Entity>(slice), writable(bothWrite)) {
+    Ptr<Arad> arad = slice->fapIs("f", 4);
+    arad->portIs(1, nullptr);
+    arad->portIs(2, nullptr);
+    connect();
+  }
+  void connect() {
+    mirror.connect();
+    settle();
+  }
+  void settle() {
+    mirror.settle();
+    ASSERT_EQ(mirror.importerClosed.find("log:"), std::string::npos) << mirror.importerClosed;
+    ASSERT_EQ(mirror.exporterClosed.find("log:"), std::string::npos) << mirror.exporterClosed;
+    EXPECT_TRUE(mirror.in().inStep());
+    EXPECT_EQ(mirror.out().reactorCount(), mirror.in().reactorCount());
+    EXPECT_EQ(mirror.out().flowOutCount() + mirror.in().flowOutCount(), 0u);
+  }
+  Ptr<EthPort> port(unsigned short number) { return slice->fap("f")->port(number); }
+  Ptr<EthPort> copied(unsigned short number) {
+    return dynamic_cast<AradSlice&>(**mirror.copy()).fap("f")->port(number);
+  }
+
+  Ptr<AradSlice> slice;
+  Mirror mirror;
+};
+
+TEST(Reference, ATargetOfNoTreeIsAnnouncedOnceAndSharedByThoseThatReferToIt) {
+  Scene scene;
+  std::size_t const before = scene.mirror.in().reactorCount();
+  Ptr<Slot> const slot(new Slot("cage"));
+  scene.port(1)->xcvrSlotIs(slot);
+  scene.settle();
+  EXPECT_EQ(scene.mirror.in().reactorCount(), before + 1);
+  Ptr<Slot> const copy = scene.copied(1)->xcvrSlot();
+  ASSERT_TRUE(copy);
+  EXPECT_EQ(copy->name(), "cage");
+  scene.port(2)->xcvrSlotIs(slot);
+  scene.slice->fap("f")->portIs(3, nullptr)->xcvrSlotIs(slot);
+  scene.settle();
+  EXPECT_EQ(scene.copied(2)->xcvrSlot(), copy);
+  EXPECT_EQ(scene.copied(3)->xcvrSlot(), copy);
+  EXPECT_EQ(scene.mirror.in().stats().strays, 0u);
+}
+
+TEST(Reference, ATargetInAConstructorArgumentIsAnnouncedBeforeTheChild) {
+  Scene scene;
+  Ptr<Inventory::Port> const target(new Inventory::Port("front"));
+  scene.slice->fap("f")->portIs(9, target);
+  scene.settle();
+  ASSERT_TRUE(scene.copied(9));
+  ASSERT_TRUE(scene.copied(9)->ethPort());
+  EXPECT_EQ(scene.copied(9)->ethPort()->name(), "front");
+}
+
+TEST(Reference, ATargetThatDiesIsWithdrawn) {
+  Scene scene;
+  std::size_t const before = scene.mirror.in().reactorCount();
+  Ptr<Slot> slot(new Slot("cage"));
+  scene.port(1)->xcvrSlotIs(slot);
+  scene.settle();
+  slot = nullptr;
+  scene.settle();
+  EXPECT_EQ(scene.mirror.in().reactorCount(), before + 1) << "the port still holds it";
+  scene.port(1)->xcvrSlotIs(nullptr);
+  scene.settle();
+  EXPECT_EQ(scene.mirror.in().reactorCount(), before);
+  EXPECT_FALSE(scene.copied(1)->xcvrSlot());
+  EXPECT_EQ(scene.mirror.in().stats().strays, 0u);
+}
+
+TEST(Reference, ATargetIsTheSameObjectAfterAReconnectAndAStaleOneIsLetGo) {
+  Scene scene;
+  Ptr<Slot> const kept(new Slot("kept"));
+  scene.port(1)->xcvrSlotIs(kept);
+  scene.port(2)->xcvrSlotIs(new Slot("stale"));
+  scene.settle();
+  Ptr<Slot> const keptCopy = scene.copied(1)->xcvrSlot();
+  Slot* const staleCopy = scene.copied(2)->xcvrSlot().get();
+  bool isStaleAlive = true;
+  struct Watch : Slot::NotifieeConst {
+    bool* alive = nullptr;
+    void onZeroReferences() override { *alive = false; }
+  };
+  Ptr<Watch> watch(new Watch);
+  watch->alive = &isStaleAlive;
+  watch->isRegisteredNotifieeIs(true);
+  watch->isWeakReferenceIs(true);
+  watch->notifierIs(Ptr<PtrInterface const>(staleCopy));
+  scene.mirror.cut();
+  scene.port(2)->xcvrSlotIs(nullptr);
+  EXPECT_TRUE(isStaleAlive);
+  scene.connect();
+  EXPECT_EQ(scene.copied(1)->xcvrSlot(), keptCopy);
+  EXPECT_FALSE(scene.copied(2)->xcvrSlot());
+  EXPECT_FALSE(isStaleAlive);
+}
+
+TEST(Reference, AnImporterThatMayWriteRefersToItsOwnEntities) {
+  Scene scene(true);
+  scene.copied(1)->xcvrSlotIs(new Slot("importer's"));
+  scene.settle();
+  ASSERT_TRUE(scene.port(1)->xcvrSlot());
+  EXPECT_EQ(scene.port(1)->xcvrSlot()->name(), "importer's");
+  scene.port(2)->xcvrSlotIs(scene.port(1)->xcvrSlot());
+  scene.settle();
+  EXPECT_EQ(scene.copied(2)->xcvrSlot(), scene.copied(1)->xcvrSlot()) << "by the importer's id";
+  scene.copied(1)->xcvrSlotIs(nullptr);
+  scene.copied(2)->xcvrSlotIs(nullptr);
+  scene.settle();
+  EXPECT_FALSE(scene.port(1)->xcvrSlot());
+  EXPECT_FALSE(scene.port(2)->xcvrSlot());
+}
+
+TEST(Reference, AReferenceToWhatTheOtherEndHasJustWithdrawnIsAnsweredWithThatEndsValue) {
+  Scene scene(true);
+  scene.port(1)->xcvrSlotIs(new Slot("going"));
+  scene.settle();
+  // The importer refers to it elsewhere, and the exporter, not knowing that, lets it go.
+  scene.copied(2)->xcvrSlotIs(scene.copied(1)->xcvrSlot());
+  scene.port(1)->xcvrSlotIs(nullptr);
+  scene.settle();
+  EXPECT_FALSE(scene.port(2)->xcvrSlot());
+  EXPECT_FALSE(scene.copied(2)->xcvrSlot());
+  EXPECT_EQ(scene.mirror.out().stats().reflected, 1u);
+  // The id is forgotten once the importer has acknowledged the withdrawal.
+  scene.port(1)->laneIs(3);
+  scene.settle();
+  EXPECT_EQ(scene.mirror.out().naming(EntityId(0x7777000000000001)), Demuxer::Naming::unknown);
+}
+
+TEST(Reference, AFlowOutThatWaitsForATargetIsWokenAndSaysTheMemberOnce) {
+  struct Row {
+    char const* what;
+    void (*change)(Scene& scene, Slot& slot);
+    bool refers;
+  };
+  static constexpr Row rows[] = {
+      {"the target has left its tree", [](Scene&, Slot& slot) { slot.parentIs(nullptr); }, true},
+      {"another value", [](Scene& s, Slot&) { s.port(1)->xcvrSlotIs(nullptr); }, false},
+      {"another attribute, still blocked, then gone",
+       [](Scene& s, Slot&) {
+         s.port(1)->laneIs(7);
+         s.mirror.settle();
+         s.slice->fap("f")->portDel(1);
+       },
+       false},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.what);
+    Scene scene;
+    // A slot that stands below a chip which the peer knows: its own announcement must come first.
+    Ptr<Slot> const slot(new Slot("cage"));
+    slot->parentIs(Ptr<Entity>(scene.slice->fap("f")));
+    scene.port(1)->xcvrSlotIs(slot);
+    scene.port(2)->laneIs(5);
+    scene.mirror.settle();
+    EXPECT_EQ(scene.mirror.out().flowOutCount(), 1u);
+    EXPECT_FALSE(scene.mirror.out().hasWaitingFlowOut()) << "parked, it doesn't spin";
+    EXPECT_EQ(scene.copied(2)->lane(), 5);
+    std::uint64_t const before = scene.mirror.out().stats().framesSent;
+    row.change(scene, **slot);
+    scene.settle();
+    if (scene.port(1)) {
+      EXPECT_EQ(bool(scene.copied(1)->xcvrSlot()), row.refers);
+      // The slot's own announcement and transfer, and the reference.
+      std::uint64_t const frames = scene.mirror.out().stats().framesSent - before;
+      EXPECT_LE(frames, row.refers ? 3u : 1u);
+    }
+  }
+}
+
+TEST(Roots, AWithdrawnRootLeavesTheDirectoryAndItsParent) {
+  Scene scene;
+  Ptr<Entity> const copy = scene.mirror.copy();
+  EXPECT_TRUE(copy->parent());
+  scene.mirror.exporter().exportDel(Ptr<Entity>(scene.slice));
+  scene.mirror.settle();
+  EXPECT_FALSE(scene.mirror.copy());
+  EXPECT_FALSE(copy->parent());
+  EXPECT_EQ(scene.mirror.in().reactorCount(), 0u);
+  // It may come again over the same connection.
+  scene.mirror.exporter().exportIs(Ptr<Entity>(scene.slice));
+  scene.settle();
+  EXPECT_EQ(treeText(scene.mirror.copy()), treeText(scene.mirror.root()));
+}
+
+TEST(Roots, ARootThatIsGoneAfterAReconnectIsDroppedWhenThePeerHasSaidAll) {
+  Scene scene;
+  Ptr<AradSlice> const other(new AradSlice("other"));
+  scene.mirror.exporter().exportIs(Ptr<Entity>(other));
+  scene.settle();
+  ASSERT_TRUE(scene.mirror.dir->entry("other"));
+  Ptr<Entity> const copy = scene.mirror.copy();
+  scene.mirror.cut();
+  scene.mirror.exporter().exportDel(Ptr<Entity>(other));
+  EXPECT_TRUE(scene.mirror.dir->entry("other")) << "no disconnect changes an entity";
+  scene.connect();
+  EXPECT_FALSE(scene.mirror.dir->entry("other"));
+  EXPECT_EQ(scene.mirror.copy(), copy);
+}
+
+}  // namespace
+}  // namespace Mox::NboAttrLog::test
