@@ -149,6 +149,14 @@ class HashMapGeneric {
   /// bucket count when there is none.
   PtrInterface* startAtHash(void const* key, unsigned int hash, int* bucket) const;
 
+  // For cursors that don't know the member class.
+
+  /// The member that follows in the chain of a bucket; null at its end.
+  PtrInterface* moxNext(PtrInterface const* member) const { return nextOf(member); }
+  bool moxKeyEquals(void const* key, PtrInterface const* member) const {
+    return vtable_->keyEquals(key, member);
+  }
+
   /// The longest chain, for tests and measurements.
   std::uint32_t longestChain() const;
 

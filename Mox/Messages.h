@@ -17,6 +17,13 @@ inline constexpr char readOnlyProxy[] = "write-update from readonly proxy: ";
 inline constexpr char readOnlyProxyPeer[] = " peerName: ";
 /// A generic setter on a const instance.
 inline constexpr char constInstance[] = "attempting to modify a const instance";
+/// The failures of the generic interface: the name of the value, key or argument; of the attribute;
+/// the operation's name and number before the attribute's name.
+inline constexpr char wrongType[] = "value missing or of the wrong type: %s";
+inline constexpr char badIndex[] = "attribute takes no index: %s";
+inline constexpr char unknownArgument[] = "too many arguments: %s";
+inline constexpr char unknownAttribute[] = "no such attribute: %s";
+inline constexpr char opNotSupported[] = "operation %s (%d) not supported by attribute: %s";
 /// A child made again with another constructor argument: these five, with the child's name, the
 /// parameter's name, the new and the old value in between.
 inline constexpr char reinstantiating[] = "Reinstantiating the entity with name ";

@@ -1,16 +1,19 @@
-// The generic factories of a type: the forms of a type that has none, and their front ends.
+// The generic factories of a type: the forms of a type that has none of its own, and their front
+// ends.
 #include "registry/MoxType.h"
 
-#include "generic/GenericIf.h"
+#include "generic/GenericIfEntity.h"
 
 namespace Mox {
-
-GenericIf::~GenericIf() = default;
 
 Ptr<GenericIf> MoxType::genericIf(void const*, bool) const { return {}; }
 Ptr<GenericIf> MoxType::genericIf(GenericIf const*, bool) const { return {}; }
 Ptr<GenericIf> MoxType::genericIf(String8 const&, bool) const { return {}; }
-Ptr<GenericIf> MoxType::genericIf_(PtrInterface*, bool) const { return {}; }
+Ptr<GenericIf> MoxType::genericIf_(PtrInterface* instance, bool isConst) const {
+  auto* const entity = dynamic_cast<Entity*>(instance);
+  if (!entity && !isEntity_) return {};
+  return new GenericIfEntity(Ptr<Entity>(entity), isConst);
+}
 
 Ptr<GenericIf> MoxType::genericIf(PtrInterface* instance, bool isConst) const {
   MoxType const* const type = instance ? instance->fwkType() : nullptr;

@@ -403,6 +403,15 @@ class Attr:
         return self.type.paramCpp
 
     @property
+    def genericKeyName(self):
+        """Collections: what the generic interface calls the key when it is missing."""
+        if self.kind == 'valueCollection':
+            return 'mox_index'
+        if self.wrapped:
+            return '%s_%s' % (self.name, self.memberKey[0].upper() + self.memberKey[1:])
+        return self.memberKey
+
+    @property
     def handlers(self):
         """Handlers in slot order."""
         on = 'on' + self.capName

@@ -3,22 +3,82 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
+#include <new>
+#include <type_traits>
 
 #include "Mox/Entity.h"
 #include "Mox/Name.h"
 #include "Mox/String8.h"
 #include "registry/MoxType.h"
+#include "values/ValueText.h"
 
 namespace Mox {
 
-/// The run-time type of values of `T`.
+/// What can be done with a value by those who don't know its class. `room` is fit for one value.
+struct ValueOps {
+  std::size_t size;
+  /// Makes a copy of `value` in `room`, or of the default for null.
+  void (*copy)(void* room, void const* value);
+  /// Makes the value in `room` that `text` tells; throws what the text's reading throws.
+  void (*read)(void* room, String8 const& text);
+  void (*destroy)(void* value);
+  String8 (*text)(void const* value);
+  bool isNumber;
+};
+
 template <class T>
-class ValueType : public MoxType {
+inline constexpr ValueOps valueOps = {
+    .size = sizeof(T),
+    .copy = [](void* room,
+               void const* value) { new (room) T(value ? *static_cast<T const*>(value) : T()); },
+    .read = [](void* room, String8 const& text) { new (room) T(strepToValue<T>(text)); },
+    .destroy = [](void* value) { static_cast<T*>(value)->~T(); },
+    .text = [](void const* value) { return textOf(*static_cast<T const*>(value)); },
+    .isNumber = std::is_arithmetic_v<T> || requires {T::isMoxIdentifier;
+}  // namespace Mox
+,
+}
+;
+
+/// The run-time type of a value that is no enumeration; its generic objects are ValueCarriers.
+class PlainValueType : public MoxType {
  public:
-  ValueType(Name const& name, Name const& qualifiedName) : MoxType(name, nullptr, nullptr, {}) {
-    sizeIs(sizeof(T));
+  PlainValueType(Name const& name, Name const& qualifiedName, ValueOps const& ops)
+      : MoxType(name, nullptr, nullptr, {}), ops_(ops) {
+    sizeIs(static_cast<unsigned int>(ops.size));
     isValueIs(true);
     hasGenericIfSupportIs(true);
+    typeNodeIs(this, qualifiedName);
+  }
+  MoxType const* fwkType() const override { return MoxType::_fwkType(); }
+  using MoxType::genericIf;
+  // Defined with the carriers.
+  Ptr<GenericIf> genericIf(void const* value, bool isConst) const override;
+  Ptr<GenericIf> genericIf(String8 const& text, bool isConst) const override;
+  ValueOps const& ops() const { return ops_; }
+
+ private:
+  ValueOps const& ops_;
+};
+
+/// The run-time type of values of `T`.
+template <class T>
+class ValueType : public PlainValueType {
+ public:
+  ValueType(Name const& name, Name const& qualifiedName)
+      : PlainValueType(name, qualifiedName, valueOps<T>) {
+    static_assert(alignof(T) <= alignof(std::max_align_t));
+  }
+};
+
+/// A pointer that nobody follows has no text and no carrier.
+template <>
+class ValueType<void*> : public MoxType {
+ public:
+  ValueType(Name const& name, Name const& qualifiedName) : MoxType(name, nullptr, nullptr, {}) {
+    sizeIs(sizeof(void*));
+    isValueIs(true);
     typeNodeIs(this, qualifiedName);
   }
   MoxType const* fwkType() const override { return MoxType::_fwkType(); }

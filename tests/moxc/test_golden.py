@@ -19,7 +19,7 @@ class GoldenTest(unittest.TestCase):
         rendered = writer.Writer(support.loadSchema('InvArad.mox')).render()
         made = {os.path.basename(path): text for path, text in rendered.items()
                 if os.path.basename(path).startswith(STEM)}
-        self.assertEqual(len(made), 6)
+        self.assertEqual(len(made), 8)
         if os.environ.get('MOXC_UPDATE_GOLDEN'):
             for name, text in made.items():
                 writer.writeIfChanged(os.path.join(GOLDEN_DIR, name + '.golden'), text)
