@@ -63,6 +63,8 @@ function(mox_add_model target)
   add_dependencies(${target} ${target}_generated)
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${out} FILES ${headers})
   target_link_libraries(${target} PUBLIC InvArad::Mox ${arg_MODELS})
+  # A client may reach the model by names alone; then it refers to nothing in the library.
+  target_link_options(${target} INTERFACE LINKER:--no-as-needed)
   # Each generated source file begins with its own header: no need to check that it stands alone.
   set_target_properties(${target} PROPERTIES MOX_SCHEMA_DIR ${schemaDir}
                                              VERIFY_INTERFACE_HEADER_SETS OFF)
