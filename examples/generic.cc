@@ -38,7 +38,6 @@ int main() {
       });
   attributeSet(Mox::attributePlace("slice/fap[fap0].description"), "'first chip'");
   attributeSet(Mox::attributePlace("slice/fap[fap0].ddrTuneSetting['rate']"), "'2400'");
-  attributeSet(Mox::attributePlace("slice/fap[fap0].ddrTuneSetting['mode']"), "'fast'");
 
   // Everything that the chip has, without knowing what that is.
   for (Mox::MoxAttr const* attribute : Mox::contentOf(**chip->type())) {
