@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "attrlog/Demuxer.h"
+
 namespace Mox::NboAttrLog {
 
 void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
@@ -23,8 +25,10 @@ void Imports::shelve(std::string const& peer, Ptr<Entity> const& entity,
 Ptr<Entity> Imports::claim(std::string const& peer, MoxType const* type,
                            std::string const& arguments, Demuxer const* connection) {
   for (Item& item : items_) {
+    // One that this end has announced to the peer meanwhile has its id on this connection.
     if (item.shelved && item.connection == nullptr && item.peer == peer &&
-        item.arguments == arguments && item.shelved->fwkType() == type) {
+        item.arguments == arguments && item.shelved->fwkType() == type &&
+        !item.shelved->moxNboAttrLogSa(Ptr<Out const>(connection->out()))) {
       item.connection = connection;
       return item.shelved;
     }

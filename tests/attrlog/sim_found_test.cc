@@ -1,0 +1,62 @@
+// What the simulation has found, each as the shortest history that shows it.
+#include <gtest/gtest.h>
+
+#include "tests/attrlog/Mirror.h"
+
+namespace Mox::NboAttrLog::test {
+namespace {
+
+using Inventory::GpioPin;
+using Inventory::Arad::Arad;
+using Inventory::Arad::AradSlice;
+
+LinkOptions bothWrite() {
+  LinkOptions options;
+  options.grantsWrite = options.wantsWrite = true;
+  return options;
+}
+Ptr<Arad> chipOf(Ptr<Entity> const& slice) {
+  return static_cast<AradSlice*>(slice.get())->fap("fap0");
+}
+
+// All roots are announced long before the trees' transfers bring what they refer to.
+TEST(SimulationFound, WhatOnlyReferencesLeadToIsTheSameAfterAReconnect) {
+  Ptr<AradSlice> slice(new AradSlice("slice"));
+  slice->fapIs("fap0", 0)->interruptControllerIs(Ptr<GpioPin>(new GpioPin("pin")));
+  Mirror mirror(slice);
+  mirror.connect();
+  mirror.settle();
+  Ptr<GpioPin> const before = chipOf(mirror.copy())->interruptController();
+  ASSERT_TRUE(before);
+  mirror.cut();
+  mirror.connect();
+  mirror.settle();
+  EXPECT_EQ(chipOf(mirror.copy())->interruptController(), before);
+}
+
+// Behind the reconnect the exporter announces the importer's own entity to it; then the importer
+// announces that entity, too.
+TEST(SimulationFound, AnEntityThatBothEndsAnnounceHasTheSameIdsAtBoth) {
+  Ptr<AradSlice> slice(new AradSlice("slice"));
+  slice->fapIs("fap0", 0);
+  Mirror mirror(slice, bothWrite());
+  mirror.connect();
+  mirror.settle();
+  Ptr<GpioPin> const pin(new GpioPin("pin"));
+  chipOf(mirror.copy())->interruptControllerIs(pin);
+  mirror.settle();
+  mirror.cut();
+  mirror.connect();
+  mirror.settle();
+  chipOf(mirror.copy())->hwResetUsingPlxIs(pin);
+  mirror.settle();
+  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
+  mirror.in().reactorsVisit([&](Entity::MoxNboAttrLogSa const& adapter) {
+    EXPECT_NE(mirror.out().reactor(adapter.entityId()), nullptr)
+        << adapter.rawEntity()->name().view();
+  });
+  EXPECT_EQ(mirror.out().reactorCount(), mirror.in().reactorCount());
+}
+
+}  // namespace
+}  // namespace Mox::NboAttrLog::test
