@@ -80,6 +80,7 @@ class Replica final : public EntityObserver {
     /// What a subscriber does behind a notification; it may change anything.
     std::function<void(Entity&, AttributeText const&, String8 const* key)> react;
     std::uint64_t notifications = 0;
+    std::string last;  ///< what the last one was about
   };
 
   Replica(Entity& entity, Watch& watch)
@@ -102,6 +103,7 @@ class Replica final : public EntityObserver {
     Watch& watch = watch_;
     ++watch.notifications;
     AttributeText const& attribute = *type_->find(id);
+    watch.last = std::string(entity.fullName().view()) + "." + attribute.name;
     MemberText member;
     if (key == nullptr) {
       refresh(entity, attribute);

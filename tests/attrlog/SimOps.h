@@ -6,9 +6,12 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <random>
 #include <string>
+#include <typeindex>
 #include <unordered_set>
+#include <vector>
 
 #include "Mox/Exception.h"
 #include "values/ValueText.h"
@@ -26,7 +29,8 @@ class Chance {
   /// A number that no other draw of the run gives, larger than all before.
   unsigned int counter() { return ++counter_; }
   unsigned int longest = 3000;  ///< bytes of a string, about
-  bool references = false;      ///< entities outside of the tree are referred to
+  /// The entities outside of the tree that the process in hand knows, by type; null: none.
+  std::map<std::type_index, std::vector<Ptr<Entity>>>* parties = nullptr;
 
   /// A text that tells which draw made it, all along: two joined halves are never a third text.
   String8 text(unsigned int most = ~0u) {
@@ -73,14 +77,21 @@ Enum word(Chance& c) {
 inline Hardware::Sand::JerichoNifSerdesTuningMode medium(Chance& c) {
   return static_cast<Hardware::Sand::JerichoNifSerdesTuningMode>(c.below(4));
 }
+/// An entity outside of the tree: one of a few that the process keeps, at times a new one.
 template <class T>
 Ptr<T> party(Chance& c) {
-  if (!c.references || c.oneIn(4)) return {};
-  if constexpr (std::is_same_v<T, Si5327>) {
-    return Ptr<T>(new T(format("pll%u", c.below(3)), c.below(2)));
-  } else {
-    return Ptr<T>(new T(format("part%u", c.below(3))));
+  if (c.parties == nullptr || c.oneIn(4)) return {};
+  std::vector<Ptr<Entity>>& kept = (*c.parties)[typeid(T)];
+  kept.resize(3);
+  Ptr<Entity>& one = kept[c.below(3)];
+  if (!one || c.oneIn(8)) {
+    if constexpr (std::is_same_v<T, Si5327>) {
+      one = new T(format("pll%u", c.counter()), c.below(2));
+    } else {
+      one = new T(format("part%u", c.counter()));
+    }
   }
+  return Ptr<T>(static_cast<T*>(one.get()));
 }
 
 /// Makes a member, and replaces one of other parameters.
@@ -297,6 +308,12 @@ inline void change(ChipArad& entity, Chance& chance) {
       MOX_OP(ChipArad) { e.hwResetUsingPlxIs(party<GpioPin>(c)); },
       MOX_OP(ChipArad) { e.hwResetUsingKyrIs(party<Gpo>(c)); },
       MOX_OP(ChipArad) { e.interruptControllerIs(party<GpioPin>(c)); },
+      MOX_OP(ChipArad) { e.interruptControllerIs(e.hwResetUsingPlx()); },
+      MOX_OP(ChipArad) {
+        auto const from = e.port((unsigned short)c.below(3));
+        auto const to = e.port((unsigned short)c.below(3));
+        if (from && to) to->xcvrSlotIs(from->xcvrSlot());
+      },
       MOX_OP(ChipArad) {
         Hardware::VesperAccelId const id((unsigned char)c.below(3));
         replaced([&] { e.mdioAccelBlockIs(id, c.below(2), Units::Megahertz(2.5)); },
