@@ -199,6 +199,8 @@ class Demuxer : public PtrInterface {
   bool mayWrite() const { return options_.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0; }
   /// True while this end holds roots that it may not write.
   bool importsReadOnly() const { return imports_->size() != 0 && greeted() && !mayWrite(); }
+  /// Own frames that the peer has not begun to process.
+  std::uint64_t unacknowledgedFrames() const { return framesCommitted_ - peerAck_; }
   /// Slots about which the peer has not acknowledged this end's last word.
   std::size_t unacknowledgedSlots() const { return slots_.liveCount(); }
   /// A setter is about to be called for the message in hand: from here on it counts as applied.

@@ -23,6 +23,7 @@ needsBuildTools() {
   needs g++ command -v c++
   needs libcli11-dev test -e /usr/include/CLI/CLI.hpp
   needs nlohmann-json3-dev test -e /usr/include/nlohmann/json.hpp
+  needs libedit-dev test -e /usr/include/editline/readline.h
   needs libelf-dev test -e /usr/include/libelf.h
 }
 

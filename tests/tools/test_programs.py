@@ -107,7 +107,7 @@ class ProgramTest(unittest.TestCase):
         return process
 
     def server(self, *arguments, endpoint=None, board=BOARD):
-        server = self.start('inventoryd', *(endpoint or self.unix), *arguments, board,
+        server = self.start('inventoryd', *(self.unix if endpoint is None else endpoint), *arguments, board,
                             stdin=subprocess.PIPE)
         server.address = server.errorLine('listening on ').split('listening on ')[1]
         return server
@@ -258,18 +258,10 @@ class WatchTest(ProgramTest):
             ('frob', 'no such command: frob'),
             ('set', 'set: no path'),
             ('set nowhere.x 1', 'no such entity: nowhere.x'),
-            ('set slice/fap[fap0].nothing 1', 'no such attribute: slice/fap[fap0].nothing'),
-            ('set slice/fap[fap0].fapId 5', "fapId can't be set"),
-            ('set slice.numPorts', 'set: no value'),
-            ('set slice.numPorts[3] 1', 'numPorts is no collection'),
-            ('set slice/fap[fap0].ddrTuneSetting x',
-             'ddrTuneSetting is a collection: [KEY] is missing'),
-            ('set slice.numPorts 5 6', 'junk at column 1 deserializing 5 6'),
-            ('add slice/fap[fap0]/qsgmii 999',
-             'QsgmiiId::value < QsgmiiId::min or > QsgmiiId::null not allowed'),
-            ('add slice/fap[fap0]/qsgmii', 'add: qsgmii takes 1 arguments'),
-            ('add slice.numPorts 1', 'add: numPorts takes no child'),
-            ('del slice.numPorts', 'del: numPorts is nothing to delete'),
+            ('set slice.numPorts', 'set: no value for slice.numPorts'),
+            ('set slice.numPorts 5 6',
+             "numPorts: expected U32, got '5 6': junk at column 1 deserializing 5 6"),
+            ('del slice/fap[fap0]/qsgmii[71] x', 'del: x is too much; expected one path'),
         ]
         for number, (command, cause) in enumerate(refused, 1):
             server.tell(command)
@@ -288,7 +280,7 @@ class EndsTest(ProgramTest):
             (3, ['--unix', nobody, 'dump'], 'no server: %s: No such file or directory' % nobody),
             (2, ['--tcp', 'x', 'dump'], "'x' is not HOST:PORT"),
             (2, ['bogus'], ''),
-            (2, [], ''),
+            (3, ['--unix', nobody], 'no server: '),
             (2, ['--tcp', ':1', '--unix', 'x', 'dump'], ''),
         ]
         for code, arguments, text in wrong:
@@ -535,6 +527,209 @@ class PlacesTest(ProgramTest):
             result = self.run_('inventoryd', *arguments, BOARD)
             self.assertNotEqual(result.returncode, 0)
             self.assertIn(text, result.stderr.decode().splitlines()[-1])
+
+
+class CommandTest(ProgramTest):
+    """inventoryctl's commands on a server that lets it write."""
+
+    FAP = 'slice/fap[fap0]'
+
+    def setUp(self):
+        super().setUp()
+        self.server('--stdin', '--listen', 'unix:%s,rw' % self.path, endpoint=[])
+
+    def command(self, *words, stdin=b''):
+        return subprocess.run([BINARY / 'inventoryctl', *self.unix, *words], capture_output=True,
+                              input=stdin, timeout=LIMIT)
+
+    # A line of a session, and the lines that answer it; a refusal is told with its number.
+    SESSION = [
+        ('ls', ["slice: Inventory::Arad::AradSlice 'slice'"]),
+        ('get slice.numPorts', ['0']),
+        ('set slice.numPorts 12', []),
+        ('get slice.numPorts', ['12']),
+        ('add slice/fap[fap0]/qsgmii[30]', []),
+        ("set slice/fap[fap0]/qsgmii[30].description 'up link'", []),
+        ('ls slice/fap[fap0]/qsgmii[30]', [
+            "slice/fap[fap0]/qsgmii[30]: Inventory::Arad::Qsgmii ''",
+            'slice/fap[fap0]/qsgmii[30].id = 30',
+            "slice/fap[fap0]/qsgmii[30].description = 'up link'",
+            'slice/fap[fap0]/qsgmii[30].serdes = 72']),
+        ('add slice/fap[fap0]/statsSerdes swapPolarityTx=true id=28', []),
+        ('add slice/fap[fap0]/statsSerdes 29 false', []),
+        ('add slice/fap[fap0]/statsSerdes[30] true', []),
+        ('ls slice/fap[fap0]/statsSerdes', [
+            "slice/fap[fap0]/statsSerdes[%d]: Inventory::Arad::StatsSerdes ''" % i
+            for i in (28, 29, 30)]),
+        ('get slice/fap[fap0]/statsSerdes[29]', [
+            "slice/fap[fap0]/statsSerdes[29]: Inventory::Arad::StatsSerdes ''",
+            'slice/fap[fap0]/statsSerdes[29].id = 29',
+            'slice/fap[fap0]/statsSerdes[29].swapPolarityTx = false']),
+        ('del slice/fap[fap0]/statsSerdes[29]', []),
+        ('get slice/fap[fap0]/statsSerdes[29].id', None),
+        ("add slice/fap[fap0].ddrTuneSetting['a.b] c'] 'v 1'", []),
+        ("add slice/fap[fap0].ddrTuneSetting['a.b] c'] 2", None),
+        ("get slice/fap[fap0].ddrTuneSetting['a.b] c']", ["'v 1'"]),
+        ("del slice/fap[fap0].ddrTuneSetting['a.b] c']", []),
+        ("get slice/fap[fap0].ddrTuneSetting['a.b] c']", None),
+        ('set slice/fap[fap0]/port[3].managedPhy bcm84848', []),
+        ('get slice/fap[fap0]/port[3].managedPhy', ["'bcm84848'"]),
+        ('set slice/fap[fap0]/port[3].managedPhy 4', None),
+        ('add slice/fap[fap0]/pciDevice pci', []),
+        ('get slice/fap[fap0]/pciDevice', [
+            "slice/fap[fap0]/pciDevice: Inventory::PciDevice 'pci'"]),
+        ('del slice/fap[fap0]/pciDevice', []),
+        ('# a remark', []),
+        ('frob', None),
+    ]
+
+    def testASessionDoesWhatEachLineSaysAndTheServerHasIt(self):
+        session = self.command(stdin='\n'.join(line for line, _ in self.SESSION).encode())
+        self.assertEqual(session.stdout.decode().splitlines(),
+                         [line for _, answer in self.SESSION for line in answer or []])
+        refused = [number for number, (_, answer) in enumerate(self.SESSION, 1) if answer is None]
+        self.assertEqual([line.split(':')[1] for line in session.stderr.decode().splitlines()],
+                         [' line %d' % number for number in refused])
+        self.assertEqual(session.returncode, 6)
+        lines = self.command('dump').stdout.decode().splitlines()
+        for line in ('slice.numPorts = 12', self.FAP + "/qsgmii[30].description = 'up link'",
+                     self.FAP + '/statsSerdes[28].swapPolarityTx = true',
+                     self.FAP + "/port[3].managedPhy = 'bcm84848'"):
+            self.assertTrue(line in lines, line)
+        self.assertEqual([line for line in lines if 'pciDevice' in line or 'a.b' in line], [])
+
+    def testRefusalsNameTheAttributeTheValueAndWhatWasExpected(self):
+        before = self.command('dump').stdout
+        for words, parts in (
+                (['set', 'slice.numPorts', 'five'], ['numPorts', 'five', 'U32']),
+                (['set', 'slice.numPorts', '5 6'], ['numPorts', '5 6', 'U32', 'junk at column 1']),
+                (['set', self.FAP + '.fapId', '5'], ['fapId', "can't be set"]),
+                (['set', self.FAP + '.ddrTuneSetting', 'x'], ['ddrTuneSetting', '[KEY]']),
+                (['set', 'slice.numPorts[3]', '1'], ['numPorts', '[KEY]']),
+                (['set', self.FAP + '/port[3].serdesCoreType', 'x'],
+                 ['serdesCoreType', "'x'", 'one of unknownCore, warpCore, falconCore, eagleCore']),
+                (['set', self.FAP + '/port[3].xcvrSlot', 'slice/nowhere'],
+                 ['xcvrSlot', 'slice/nowhere', 'Slot']),
+                (['set', self.FAP + '/port[3].xcvrSlot', 'slice'], ['xcvrSlot', 'slice', 'Slot']),
+                (['add', self.FAP + '/qsgmii', '999'], ['qsgmii', 'id', '999', 'QsgmiiId']),
+                (['add', self.FAP + '/statsSerdes', 'id=28'], ['statsSerdes', 'swapPolarityTx',
+                                                              'bool']),
+                (['add', self.FAP + '/qsgmii', '1', '2'], ['qsgmii', '2', 'too many']),
+                (['add', 'slice.numPorts', '1'], ['numPorts', 'takes no child']),
+                (['del', 'slice.numPorts'], ['numPorts', 'nothing to delete']),
+                (['get', 'slice.nothing'], ['no such attribute: slice.nothing']),
+                (['get', 'nowhere.x'], ['no such entity: nowhere.x']),
+                (['get', self.FAP + '/port[x].lane'], [self.FAP + '/port[x].lane']),
+                (['types', 'Nothing'], ['no such type: Nothing'])):
+            with self.subTest(words=words):
+                result = self.command(*words)
+                self.assertEqual((result.returncode, result.stdout), (6, b''))
+                line, = result.stderr.decode().splitlines()
+                for part in ['inventoryctl: ', *parts]:
+                    self.assertIn(part, line)
+        self.assertEqual(self.command('dump').stdout, before)
+
+    def testAServerThatGrantsNoWriteIsToldBeforeAnythingChanges(self):
+        self.path += '2'
+        self.unix = ['--unix', self.path]
+        self.server()
+        result = self.command('set', 'slice.numPorts', '5')
+        self.assertEqual(result.returncode, 6)
+        self.assertEqual(result.stderr, b'inventoryctl: set: the server takes no changes from this '
+                         b'connection\n')
+        self.assertEqual(self.command('get', 'slice.numPorts').stdout, b'0\n')
+
+    def testJsonHasTheSameContent(self):
+        def json_(*words):
+            return json.loads(self.command(*words, '--json').stdout)
+        tree = json_('dump')
+        port = tree['slice']['attributes']['fap']['fap0']['attributes']['port']['3']
+        self.assertEqual(json_('get', self.FAP + '/port[3]'), port)
+        self.assertEqual(json_('get', self.FAP + '/port[3].xgeId'), port['attributes']['xgeId'])
+        self.assertEqual(json_('ls', self.FAP + '/port[3]')[self.FAP + '/port[3].managedPhy'],
+                         port['attributes']['managedPhy'])
+        self.assertEqual(json_('ls'), {'slice': {'type': 'Inventory::Arad::AradSlice',
+                                                 'name': 'slice'}})
+        qsgmii, = json_('types', 'Qsgmii')
+        self.assertEqual(qsgmii['arguments'], [{'name': 'id', 'type': 'Hardware::Sand::QsgmiiId'}])
+        self.assertEqual([(each['id'], each['name'], each['kind'])
+                          for each in qsgmii['attributes']],
+                         [(258, 'id', 'constant'), (259, 'description', 'value'),
+                          (260, 'serdes', 'value')])
+        names = {each['type'] for each in json_('types')}
+        self.assertLessEqual({'Inventory::Arad::AradSlice', 'Inventory::Arad::SerdesCoreType',
+                              'Inventory::Sand::FapBase'}, names)
+
+    def testAWatchOfAPathTellsNothingElse(self):
+        watcher = self.start('inventoryctl', *self.unix, stdin=subprocess.PIPE)
+        watcher.tell('watch %s/port[3]' % self.FAP, 'get slice.numPorts')
+        self.assertEqual(watcher.line(), '0')
+        for path, value in (('/port[4].lane', 1), ('/port[3].lane', 2), ('/port[3].numQPairs', 3)):
+            self.assertEqual(self.command('set', self.FAP + path, str(value)).returncode, 0)
+        self.assertEqual(watcher.line(), 'changed %s/port[3].lane: 0 -> 2' % self.FAP)
+        self.assertEqual(watcher.line(), 'changed %s/port[3].numQPairs: 0 -> 3' % self.FAP)
+        watcher.tell('watch off', 'set %s/port[3].lane 4' % self.FAP, 'quit')
+        self.assertIsNone(watcher.line())
+        self.assertEqual(watcher.end(), (0, []))
+
+    COMPLETIONS = [
+        ('sl', ['slice']),
+        ('slice', ['slice']),
+        ('slice.num', ['slice.numPorts']),
+        ('slice/f', ['slice/fap[']),
+        ('slice/fap[', ['slice/fap[fap0]']),
+        ('slice/fap[fap0]/xlge', ['slice/fap[fap0]/xlge2[', 'slice/fap[fap0]/xlge[']),
+        ('slice/fap[fap0]/xlge[1', ['slice/fap[fap0]/xlge[16]', 'slice/fap[fap0]/xlge[17]']),
+        ('slice/fap[fap0]/xlge[16].la', ['slice/fap[fap0]/xlge[16].laneWithLowMDIOAddrInQuad']),
+        ('nowhere', []),
+    ]
+
+    def testPathsAreCompletedAlsoInTheShell(self):
+        script = ('source %s; PATH=%s:$PATH; COMP_LINE="inventoryctl --unix %s get $1"; '
+                  'COMP_POINT=${#COMP_LINE}; COMP_WORDS=(inventoryctl --unix %s get "$1"); '
+                  'COMP_CWORD=4; _inventoryctl; printf "%%s\\n" "${COMPREPLY[@]}"' % (
+                      SOURCE / 'tools/inventoryctl/inventoryctl.bash', BINARY,
+                      self.path, self.path))
+        for word, expected in self.COMPLETIONS:
+            with self.subTest(word=word):
+                found = self.command('complete', word).stdout.decode().splitlines()
+                if word != 'slice':
+                    self.assertEqual(sorted(found), expected)
+                else:
+                    self.assertIn('slice.numPorts', found)
+                shell = subprocess.run(['bash', '-c', script, 'bash', word], capture_output=True,
+                                       timeout=LIMIT)
+                self.assertEqual(shell.stdout.decode().split(), found)
+
+    def testAtATerminalTabCompletesAndTheLinesAreCarriedOut(self):
+        controller, terminal = os.openpty()
+        process = subprocess.Popen([BINARY / 'inventoryctl', *self.unix], stdin=terminal,
+                                   stdout=terminal, stderr=terminal, start_new_session=True,
+                                   env={**os.environ, 'TERM': 'dumb'})
+        os.close(terminal)
+        self.addCleanup(os.close, controller)
+        self.addCleanup(lambda: process.poll() is None and process.kill())
+        seen = b''
+
+        def until(part):
+            nonlocal seen
+            giveUp = time.monotonic() + LIMIT
+            while part not in seen:
+                ready = select.select([controller], [], [], max(0, giveUp - time.monotonic()))[0]
+                self.assertTrue(ready, seen)
+                seen += os.read(controller, 65536)
+            seen = seen[seen.index(part) + len(part):]
+        until(b'inventory> ')
+        os.write(controller, b'get slice.num\t')
+        until(b'slice.numPorts')
+        os.write(controller, b'\r')
+        until(b'\n0\r\n')
+        until(b'inventory> ')
+        os.write(controller, b'get nowhere\r')
+        until(b'no such entity: nowhere')
+        until(b'inventory> ')
+        os.write(controller, b'\x04')
+        self.assertEqual(process.wait(LIMIT), 6)
 
 
 class CaptureTest(ProgramTest):

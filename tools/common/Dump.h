@@ -1,14 +1,12 @@
-// A tree of entities as text and as JSON, made from the attribute tables alone: the same code for
-// every type, for the process that owns a tree and for the one that mirrors it.
+// A tree of entities as text and as JSON, the same code for every type, for the process that owns a
+// tree and for the one that mirrors it.
 #pragma once
 
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "Mox/Dir.h"
-#include "Mox/Entity.h"
-#include "model/TypeText.h"
+#include "tools/common/Tree.h"
 
 namespace Tools {
 
@@ -35,27 +33,7 @@ namespace Tools {
 enum class DumpForm { text, json };
 
 void writeDump(std::ostream& to, Mox::Dir const& roots, DumpForm form);
-
-// What the forms are made of, for others that show parts of a tree.
-
-std::string toStd(Mox::String8 const& text);
-/// The attribute table of an entity's type; null for a type without one.
-Mox::TypeText const* typeText(Mox::Entity const& entity);
-/// The path of what stands in `attribute`: of a value behind '.', of a child behind '/'.
-std::string attributePath(std::string const& path, Mox::AttributeText const& attribute,
-                          Mox::String8 const* key);
-/// "Inventory::Arad::Arad 'fap0'".
-std::string entityTitle(Mox::Entity const& entity);
-/// The members of a collection in the order of their keys.
-std::vector<Mox::MemberText> sortedMembers(Mox::Entity const& entity,
-                                           Mox::AttributeText const& attribute);
-/// The roots of a directory by name.
-std::vector<Mox::Ptr<Mox::Entity>> sortedRoots(Mox::Dir const& roots);
-/// Without the apostrophes and escapes of its text form.
-std::string plainText(Mox::String8 const& text, Mox::TextKind kind);
-/// A value's text as JSON.
-std::string jsonValue(Mox::String8 const& text, Mox::TextKind kind);
-/// Any text as a JSON string.
-std::string jsonText(std::string const& text);
+/// The part of it that is an entity with all below it, or an attribute.
+void writeDump(std::ostream& to, Place const& place, DumpForm form);
 
 }  // namespace Tools

@@ -1,184 +1,157 @@
-// Reads a command, finds what it is about, and calls the attribute table.
+// Reads a command, finds what it is about, and changes it.
 #include "tools/common/TreeCommands.h"
 
-#include <optional>
-#include <string_view>
-#include <vector>
+#include <algorithm>
+#include <list>
+#include <utility>
 
 #include "Mox/Exception.h"
-#include "tools/common/Dump.h"
 #include "values/EntityPath.h"
 
 namespace Tools {
 namespace {
 
-using Mox::AttributeText;
-using Mox::Entity;
-using Mox::Ptr;
-using Mox::String8;
-using Form = Mox::AttributeText::Form;
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 
-AttributeText const* attributeByName(Entity const& entity, std::string_view name) {
-  AttributeText const* found = nullptr;
-  if (Mox::TypeText const* const type = typeText(entity)) {
-    type->forEach([&](AttributeText const& each) {
-      if (each.name == name) found = &each;
-    });
-  }
-  return found;
+void skipBlanks(std::string_view& text) {
+  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
 }
 
-Ptr<Entity> childStep(Entity& parent, String8 const& name, String8 const* key) {
-  AttributeText const* const attribute = attributeByName(parent, name.view());
-  if (!attribute) return {};
-  if (attribute->form == Form::child) return key ? Ptr<Entity>() : attribute->child(parent);
-  if (attribute->form != Form::children || !key) return {};
-  try {
-    Mox::MemberText found;
-    return attribute->member(parent, *key, found) ? found.child : Ptr<Entity>();
-  } catch (Mox::Exception const&) {
-    // Not a key of that type: the path names nothing.
-    return {};
-  }
-}
-
-/// Splits a line at blanks outside of brackets and apostrophes.
-class Words {
- public:
-  explicit Words(std::string_view line) : rest_(line) {}
-
-  /// Empty at the end.
-  std::string_view next() {
-    skipBlanks();
-    std::size_t at = 0;
-    int depth = 0;
-    bool isQuoted = false;
-    for (; at < rest_.size(); ++at) {
-      char const c = rest_[at];
-      if (isQuoted) {
-        if (c == '\\') ++at;
-        isQuoted = c != '\'';
-      } else if (c == '\'') {
-        isQuoted = true;
-      } else if (c == '[') {
-        ++depth;
-      } else if (c == ']' && depth > 0) {
-        --depth;
-      } else if (depth == 0 && isBlank(c)) {
-        break;
-      }
-    }
-    at = std::min(at, rest_.size());
-    std::string_view const word = rest_.substr(0, at);
-    rest_.remove_prefix(at);
-    return word;
-  }
-  std::string_view rest() {
-    skipBlanks();
-    while (!rest_.empty() && isBlank(rest_.back())) rest_.remove_suffix(1);
-    return rest_;
-  }
-
- private:
-  static bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
-  void skipBlanks() {
-    while (!rest_.empty() && isBlank(rest_.front())) rest_.remove_prefix(1);
-  }
-
-  std::string_view rest_;
-};
-
-struct Target {
-  Ptr<Entity> entity;
-  AttributeText const* attribute;
-  std::optional<String8> key;
-
-  String8 keyOrEmpty() const { return key ? *key : String8(); }
-};
-
-/// Takes `PATH.attribute[KEY]` apart. A key may hold any character, so every place that could
-/// divide is tried from the right; the tree decides.
-Target targetOf(std::string_view text) {
-  bool isEntityKnown = false;
-  for (std::size_t at = text.find_last_of("./"); at != text.npos && at != 0;
-       at = text.find_last_of("./", at - 1)) {
-    Ptr<Entity> const entity = Mox::EntityPath::entity(String8(text.substr(0, at)));
-    if (!entity) continue;
-    isEntityKnown = true;
-    std::string_view name = text.substr(at + 1);
-    std::optional<String8> key;
-    if (auto const bracket = name.find('['); bracket != name.npos && name.ends_with(']')) {
-      key = String8(name.substr(bracket + 1, name.size() - bracket - 2));
-      name = name.substr(0, bracket);
-    }
-    if (AttributeText const* const attribute = attributeByName(**entity, name)) {
-      return {entity, attribute, key};
+/// The next word; empty at the end.
+std::string_view nextWord(std::string_view& rest) {
+  skipBlanks(rest);
+  std::size_t at = 0;
+  int depth = 0;
+  bool isQuoted = false;
+  for (; at < rest.size(); ++at) {
+    char const c = rest[at];
+    if (isQuoted) {
+      if (c == '\\') ++at;
+      isQuoted = c != '\'';
+    } else if (c == '\'') {
+      isQuoted = true;
+    } else if (c == '[') {
+      ++depth;
+    } else if (c == ']' && depth > 0) {
+      --depth;
+    } else if (depth == 0 && isBlank(c)) {
+      break;
     }
   }
-  throw CommandError((isEntityKnown ? "no such attribute: " : "no such entity: ") +
-                     std::string(text));
+  at = std::min(at, rest.size());
+  std::string_view const word = rest.substr(0, at);
+  rest.remove_prefix(at);
+  return word;
 }
 
-void set(Target const& target, std::string_view value) {
-  AttributeText const& attribute = *target.attribute;
-  if (!attribute.set) throw CommandError(std::string(attribute.name) + " can't be set");
-  if (attribute.isCollection() != target.key.has_value()) {
-    throw CommandError(std::string(attribute.name) +
-                       (target.key ? " is no collection" : " is a collection: [KEY] is missing"));
-  }
-  if (value.empty()) throw CommandError("set: no value");
-  attribute.set(**target.entity, target.keyOrEmpty(), String8(value));
+std::string joined(std::vector<std::string> const& words, std::size_t from) {
+  std::string text;
+  for (std::size_t i = from; i < words.size(); ++i) text += (i == from ? "" : " ") + words[i];
+  return text;
 }
 
-void add(Target const& target, Words& words) {
-  AttributeText const& attribute = *target.attribute;
-  if (!attribute.add || target.key) {
-    throw CommandError("add: " + std::string(attribute.name) + " takes no child");
+/// The arguments of a child by name: NAME=VALUE, others in the order of those that are left.
+std::vector<Mox::NamedText> argumentsOf(Mox::MoxAttr const& attribute, std::string const* key,
+                                        std::vector<std::string> const& words) {
+  std::vector<std::string> names;
+  for (Mox::TypeNameQ::IteratorConst name(&attribute.constructorArgNameQ()); name; ++name) {
+    names.push_back(toStd(name->name()));
   }
-  std::vector<String8> arguments;
-  for (std::string_view word = words.next(); !word.empty(); word = words.next()) {
-    arguments.emplace_back(word);
+  std::vector<Mox::NamedText> arguments;
+  auto const take = [&](std::string const& name, std::string const& text) {
+    arguments.push_back({Mox::String8(name), Mox::String8(text)});
+    std::erase(names, name);
+  };
+  if (key) take(toStd(attribute.keyArg()), *key);
+  std::vector<std::string> inOrder;
+  for (std::size_t i = 1; i < words.size(); ++i) {
+    std::size_t const equals = words[i].find('=');
+    std::string const name = words[i].substr(0, equals);
+    if (equals != std::string::npos && std::find(names.begin(), names.end(), name) != names.end()) {
+      take(name, words[i].substr(equals + 1));
+    } else {
+      inOrder.push_back(words[i]);
+    }
   }
-  if (arguments.size() != attribute.addCount) {
-    throw CommandError("add: " + std::string(attribute.name) + " takes " +
-                       std::to_string(attribute.addCount) + " arguments");
+  for (std::string const& text : inOrder) {
+    if (names.empty()) {
+      throw CommandError(toStd(attribute.name()) + ": " + text + " is one argument too many");
+    }
+    take(std::string(names.front()), text);
   }
-  attribute.add(**target.entity, arguments);
+  return arguments;
 }
 
-void del(Target const& target) {
-  AttributeText const& attribute = *target.attribute;
-  if (!attribute.del || attribute.isCollection() != target.key.has_value()) {
-    throw CommandError("del: " + std::string(attribute.name) + " is nothing to delete");
+void add(Mox::AttributePlace place, std::vector<std::string> const& words) {
+  if (Mox::attributeForm(*place.attribute) == Mox::AttributeForm::values) {
+    if (place.key &&
+        Mox::valueOf<bool>(place.object->attributeOp(
+            {place.attribute->id(), Mox::GenericIf::AttributeOp::attrExists}, place.key, {}))) {
+      throw CommandError(words[0] + " is there already");
+    }
+    Mox::attributeSet(place, Mox::String8(joined(words, 1)));
+    return;
   }
-  attribute.del(**target.entity, target.keyOrEmpty());
+  // What takes no child says so before its arguments are looked at.
+  if (!ownsEntities(*place.attribute)) Mox::attributeAdd(place, {});
+  std::string key;
+  bool const hasKey = place.key && !place.attribute->keyArg().empty();
+  if (hasKey) {
+    key = toStd(place.key->strRep());
+    place.key = nullptr;
+  }
+  Mox::attributeAdd(place, argumentsOf(*place.attribute, hasKey ? &key : nullptr, words));
 }
 
 }  // namespace
 
-void entityPathsAreByTable() { Mox::EntityPath::childStepIs(childStep); }
-
-void runCommand(std::string const& line) {
-  Words words(line);
-  std::string_view const verb = words.next();
-  if (verb.empty() || verb.front() == '#') return;
-  if (verb != "set" && verb != "add" && verb != "del") {
-    throw CommandError("no such command: " + std::string(verb));
+Command commandOf(std::string_view line) {
+  Command command;
+  command.verb = nextWord(line);
+  if (command.verb.starts_with('#')) return {};
+  for (;;) {
+    bool const isWhole = command.verb == "set" && command.words.size() == 1;
+    skipBlanks(line);
+    while (!line.empty() && isBlank(line.back())) line.remove_suffix(1);
+    std::string_view const word = isWhole ? line : nextWord(line);
+    if (word.empty()) return command;
+    command.words.emplace_back(word);
+    if (isWhole) return command;
   }
-  std::string_view const path = words.next();
-  if (path.empty()) throw CommandError(std::string(verb) + ": no path");
-  Target const target = targetOf(path);
+}
+
+void change(Command const& command) {
+  std::string const& verb = command.verb;
+  std::vector<std::string> const& words = command.words;
+  if (verb != "set" && verb != "add" && verb != "del") {
+    throw CommandError("no such command: " + verb);
+  }
+  if (words.empty()) throw CommandError(verb + ": no path");
   try {
+    Mox::AttributePlace const place = Mox::attributePlace(Mox::String8(words[0]));
     if (verb == "set") {
-      set(target, words.rest());
+      if (words.size() == 1) throw CommandError("set: no value for " + words[0]);
+      Mox::attributeSet(place, Mox::String8(joined(words, 1)));
     } else if (verb == "add") {
-      add(target, words);
+      add(place, words);
+    } else if (words.size() > 1) {
+      throw CommandError("del: " + words[1] + " is too much; expected one path");
     } else {
-      del(target);
+      Mox::attributeDel(place);
     }
   } catch (Mox::Exception const& refused) {
     throw CommandError(toStd(refused.message()));
   }
 }
+
+struct KnownRoots::Roots {
+  std::list<Mox::EntityRoot> known;
+};
+
+KnownRoots::KnownRoots(Mox::Dir const& roots) : roots_(new Roots) {
+  for (Mox::Ptr<Mox::Entity> const& root : rootsOf(roots)) roots_->known.emplace_back(root);
+}
+
+KnownRoots::~KnownRoots() = default;
 
 }  // namespace Tools

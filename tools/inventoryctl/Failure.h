@@ -14,6 +14,7 @@ enum ExitCode : int {
   exitNoServer = 3,       ///< nobody listens, or who listens says nothing
   exitWrongProtocol = 4,  ///< what the other end says is not understood, or the other way round
   exitLost = 5,           ///< the connection ended, or stood still before the copy was in step
+  exitRefused = 6,        ///< what was asked for can't be done; nothing has changed
 };
 
 /// The end of the program's work: a line for standard error, and the exit code.

@@ -31,6 +31,7 @@ LinkOptions linkOptions(Mirror::Options const& options) {
   LinkOptions link;
   link.schemaHash = InvArad::schemaHash;
   link.greetingTimeoutMs = options.timeoutMs;
+  link.wantsWrite = options.wantsWrite;
   return link;
 }
 
@@ -137,6 +138,27 @@ void Mirror::follow(std::function<void()> const& changed) {
   while (!isStopped_) {
     turn(-1);
     changed();
+  }
+}
+
+bool Mirror::mayWrite() const {
+  Mox::Ptr<Link> const link = dialer_.link();
+  return link && link->demuxer().greeted() && link->demuxer().mayWrite();
+}
+
+void Mirror::deliver() {
+  std::uint64_t const giveUpMs = loop_.nowMs() + options_.timeoutMs;
+  while (!isStopped_) {
+    if (Mox::Ptr<Link> const link = dialer_.link()) {
+      Demuxer const& demuxer = link->demuxer();
+      bool const isOwing = demuxer.hasOwed() || demuxer.out()->committedSize() != 0;
+      if (!isOwing && demuxer.unacknowledgedFrames() == 0) return;
+    }
+    if (loop_.nowMs() >= giveUpMs) {
+      throw Failure(exitLost, "connection lost: the change was not taken within " +
+                                  durationText(options_.timeoutMs));
+    }
+    turn(progressMs);
   }
 }
 

@@ -23,6 +23,8 @@ class Mirror {
     Mox::NboAttrLog::SocketAddress address;
     /// How long the server may say nothing until the copy is in step.
     std::uint64_t timeoutMs = 10000;
+    /// Asks for the right to change what the server has.
+    bool wantsWrite = false;
   };
 
   /// Connects at once; throws Failure.
@@ -40,6 +42,11 @@ class Mirror {
   /// hears of both. Only a server that doesn't understand is still a Failure.
   void retriesAreOn(Report report);
   void stop() { isStopped_ = true; }
+
+  /// True while changes of the copy go to the server.
+  bool mayWrite() const;
+  /// Waits until the server has everything that was changed here. Throws Failure.
+  void deliver();
 
   Mox::Dir& roots() { return **roots_; }
   Mox::NboAttrLog::PollLoop& loop() { return loop_; }

@@ -1,20 +1,19 @@
 // Compares what the tree says now with what is remembered of it.
 #include "tools/inventoryctl/Watch.h"
 
-#include <vector>
+#include <set>
+#include <string_view>
 
-#include "tools/common/Dump.h"
+#include "tools/common/Json.h"
 
 namespace Tools {
 namespace {
 
-using Mox::AttributeText;
+using Mox::AttributeForm;
 using Mox::Entity;
+using Mox::GenericIf;
+using Mox::MoxAttr;
 using Mox::Ptr;
-using Mox::String8;
-using Form = Mox::AttributeText::Form;
-
-std::string keyText(String8 const* key) { return key ? toStd(*key) : std::string(); }
 
 }  // namespace
 
@@ -23,7 +22,9 @@ Watch::Watch(Mox::Dir& roots, bool isJson, Write write)
   scanRoots(false);
 }
 
-Watch::~Watch() = default;
+Watch::~Watch() {
+  for (auto const& [generic, known] : byGeneric_) known->node.generic()->listenerIs(nullptr);
+}
 
 void Watch::rootsCheck() {
   if (rootsVersion_ == roots_->version()) return;
@@ -33,12 +34,14 @@ void Watch::rootsCheck() {
 
 void Watch::scanRoots(bool tells) {
   std::map<std::string, Ptr<Entity>> present;
-  for (auto const& root : sortedRoots(**roots_)) present.emplace(toStd(root->fullName()), root);
+  for (auto const& root : rootsOf(**roots_)) {
+    present.emplace(withoutControlBytes(toStd(root->name())), root);
+  }
   auto const before = std::exchange(knownRoots_, present);
   for (auto const& [path, root] : before) {
     auto const now = present.find(path);
     if (now == present.end() || now->second != root) {
-      tellEntity("deleted", **root, path);
+      tellEntity("deleted", root, path);
       entityDel(root);
     }
   }
@@ -48,33 +51,19 @@ void Watch::scanRoots(bool tells) {
 }
 
 void Watch::entityIs(Ptr<Entity> const& entity, std::string const& path, bool tells) {
-  Mox::TypeText const* const type = typeText(**entity);
-  if (!type || !type->observe) return;
-  if (tells) tellEntity("created", **entity, path);
+  if (tells) tellEntity("created", entity, path);
   auto& place = known_[entity.get()];
-  place = std::make_unique<Known>();
+  place = std::make_unique<Known>(entity, path);
   Known& known = *place;
-  known.entity = entity;
-  known.path = path;
-  known.observer = type->observe(**entity, *this);
-  type->forEach([&](AttributeText const& attribute) {
-    if (attribute.form == Form::scalar) {
-      std::string const value = toStd(attribute.value(**entity));
-      // What can be set comes as a change if it isn't what a new entity has.
-      valueIs(known, attribute, nullptr, &value, tells && !attribute.set);
-    } else if (attribute.form == Form::child) {
-      childIs(known, attribute, nullptr, attribute.child(**entity), tells);
-    } else {
-      for (Mox::MemberText const& member : sortedMembers(**entity, attribute)) {
-        if (attribute.form == Form::children) {
-          childIs(known, attribute, &member.key, member.child, tells);
-        } else {
-          std::string const value = toStd(member.value);
-          valueIs(known, attribute, &member.key, &value, tells);
-        }
-      }
-    }
-  });
+  if (!known.node.generic()) return;
+  byGeneric_[known.node.generic().get()] = &known;
+  known.node.generic()->listenerIs(this);
+  for (MoxAttr const* attribute : known.node.attributes()) {
+    // What can be set comes as a change if it isn't what a new entity has.
+    AttributeForm const form = Mox::attributeForm(*attribute);
+    bool const isSettable = form == AttributeForm::value || form == AttributeForm::reference;
+    attributeCheck(known, *attribute, {}, tells && !isSettable);
+  }
 }
 
 void Watch::entityDel(Ptr<Entity> const& entity) {
@@ -82,41 +71,60 @@ void Watch::entityDel(Ptr<Entity> const& entity) {
   if (at == known_.end()) return;
   std::unique_ptr<Known> const gone = std::move(at->second);
   known_.erase(at);
-  gone->observer = nullptr;
+  if (gone->node.generic()) {
+    byGeneric_.erase(gone->node.generic().get());
+    gone->node.generic()->listenerIs(nullptr);
+  }
   for (auto const& [slot, child] : gone->children) entityDel(child);
 }
 
-void Watch::handleAttribute(Entity& entity, Mox::AttributeId id, String8 const* key) {
-  auto const at = known_.find(&entity);
-  Mox::TypeText const* const type = typeText(entity);
-  AttributeText const* const attribute = type ? type->find(id) : nullptr;
-  if (at == known_.end() || !attribute) return;
-  Known& known = *at->second;
-  Mox::MemberText member;
-  bool const isMember = key && attribute->member && attribute->member(entity, *key, member);
-  switch (attribute->form) {
-    case Form::scalar: {
-      std::string const value = toStd(attribute->value(entity));
-      valueIs(known, *attribute, nullptr, &value, true);
-      break;
+void Watch::handleAttribute(GenericIf& of, Mox::AttributeId id, Ptr<GenericIf const> const& key) {
+  auto const at = byGeneric_.find(&of);
+  if (at == byGeneric_.end()) return;
+  MoxAttr const* const attribute = at->second->node.entity()->fwkType()->attr(id);
+  if (attribute) attributeCheck(*at->second, *attribute, key, true);
+}
+
+void Watch::attributeCheck(Known& known, MoxAttr const& attribute, Ptr<GenericIf const> const& key,
+                           bool tells) {
+  Node const node = known.node;
+  if (!isCollection(attribute) && ownsEntities(attribute)) {
+    childIs(known, attribute, nullptr, node.child(attribute), tells);
+  } else if (!isCollection(attribute)) {
+    std::string const value = node.value(attribute);
+    valueIs(known, attribute, nullptr, &value, tells);
+  } else if (key) {
+    std::string const text = toStd(Mox::keyText(key));
+    std::optional<Member> const member = node.member(attribute, key);
+    memberIs(known, attribute, &text, member ? &*member : nullptr, tells);
+  } else {
+    std::set<std::string> gone;
+    for (auto const& [slot, value] : known.values) {
+      if (slot.first == attribute.id()) gone.insert(slot.second);
     }
-    case Form::child:
-      childIs(known, *attribute, nullptr, attribute->child(entity), true);
-      break;
-    case Form::values: {
-      std::string const value = toStd(member.value);
-      valueIs(known, *attribute, key, isMember ? &value : nullptr, true);
-      break;
+    for (auto const& [slot, child] : known.children) {
+      if (slot.first == attribute.id()) gone.insert(slot.second);
     }
-    case Form::children:
-      childIs(known, *attribute, key, isMember ? member.child : Ptr<Entity>(), true);
-      break;
+    for (Member const& member : node.members(attribute)) {
+      gone.erase(member.key);
+      memberIs(known, attribute, &member.key, &member, tells);
+    }
+    for (std::string const& each : gone) memberIs(known, attribute, &each, nullptr, tells);
   }
 }
 
-void Watch::valueIs(Known& known, AttributeText const& attribute, String8 const* key,
+void Watch::memberIs(Known& known, MoxAttr const& attribute, std::string const* key,
+                     Member const* member, bool tells) {
+  if (ownsEntities(attribute)) {
+    childIs(known, attribute, key, member ? member->child : Ptr<Entity>(), tells);
+  } else {
+    valueIs(known, attribute, key, member ? &member->value : nullptr, tells);
+  }
+}
+
+void Watch::valueIs(Known& known, MoxAttr const& attribute, std::string const* key,
                     std::string const* value, bool tells) {
-  Slot const slot(attribute.id, keyText(key));
+  Slot const slot(attribute.id(), key ? *key : "");
   auto const old = known.values.find(slot);
   bool const isKnown = old != known.values.end();
   if (isKnown == (value != nullptr) && (!isKnown || old->second == *value)) return;
@@ -128,15 +136,15 @@ void Watch::valueIs(Known& known, AttributeText const& attribute, String8 const*
   }
 }
 
-void Watch::childIs(Known& known, AttributeText const& attribute, String8 const* key,
+void Watch::childIs(Known& known, MoxAttr const& attribute, std::string const* key,
                     Ptr<Entity> const& child, bool tells) {
-  Slot const slot(attribute.id, keyText(key));
+  Slot const slot(attribute.id(), key ? *key : "");
   std::string const path = attributePath(known.path, attribute, key);
   auto const at = known.children.find(slot);
   Ptr<Entity> const old = at != known.children.end() ? at->second : Ptr<Entity>();
   if (old == child) return;
   if (old) {
-    if (tells) tellEntity("deleted", **old, path);
+    if (tells) tellEntity("deleted", old, path);
     known.children.erase(at);
     entityDel(old);
   }
@@ -146,33 +154,43 @@ void Watch::childIs(Known& known, AttributeText const& attribute, String8 const*
   }
 }
 
-void Watch::tellEntity(char const* event, Entity const& entity, std::string const& path) {
+bool Watch::isWanted(std::string const& path) const {
+  if (!path.starts_with(only_)) return false;
+  constexpr std::string_view separators = "/.[";
+  return only_.empty() || path.size() == only_.size() ||
+         separators.find(path[only_.size()]) != std::string_view::npos;
+}
+
+void Watch::tellEntity(char const* event, Ptr<Entity> const& entity, std::string const& path) {
+  if (!isWanted(path)) return;
   bool const isCreated = std::string_view(event) == "created";
   if (!isJson_) {
-    write_(std::string(event) + " " + path + (isCreated ? ": " + entityTitle(entity) : ""));
+    write_(std::string(event) + " " + path + (isCreated ? ": " + titleOf(**entity) : ""));
     return;
   }
   std::string line = "{\"event\": " + jsonText(event) + ", \"entity\": " + jsonText(path);
   if (isCreated) {
-    line += ", \"type\": " + jsonText(typeText(entity)->qualifiedName) +
-            ", \"name\": " + jsonText(toStd(entity.name()));
+    line += ", \"type\": " + jsonText(toStd(entity->fwkType()->qualifiedName())) +
+            ", \"name\": " + jsonText(toStd(entity->name()));
   }
   write_(line + "}");
 }
 
-void Watch::tellValue(Known const& known, AttributeText const& attribute, String8 const* key,
+void Watch::tellValue(Known const& known, MoxAttr const& attribute, std::string const* key,
                       std::string const* old, std::string const* value) {
+  std::string const path = attributePath(known.path, attribute, key);
+  if (!isWanted(path)) return;
   char const* const event = old && value ? "changed" : value ? "added" : "removed";
   if (!isJson_) {
-    write_(std::string(event) + " " + attributePath(known.path, attribute, key) + ": " +
-           (old ? *old : "") + (old && value ? " -> " : "") + (value ? *value : ""));
+    write_(std::string(event) + " " + path + ": " + (old ? *old : "") +
+           (old && value ? " -> " : "") + (value ? *value : ""));
     return;
   }
   std::string line = "{\"event\": " + jsonText(event) + ", \"entity\": " + jsonText(known.path) +
-                     ", \"attribute\": " + jsonText(attribute.name);
-  if (key) line += ", \"key\": " + jsonText(plainText(*key, attribute.keyKind));
-  if (old) line += ", \"old\": " + jsonValue(String8(*old), attribute.kind);
-  if (value) line += ", \"new\": " + jsonValue(String8(*value), attribute.kind);
+                     ", \"attribute\": " + jsonText(toStd(attribute.name()));
+  if (key) line += ", \"key\": " + jsonText(plainKey(*key, attribute));
+  if (old) line += ", \"old\": " + jsonValue(*old, attribute);
+  if (value) line += ", \"new\": " + jsonValue(*value, attribute);
   write_(line + "}");
 }
 

@@ -14,6 +14,8 @@
 #include "tools/inventoryctl/Captures.h"
 #include "tools/inventoryctl/Failure.h"
 #include "tools/inventoryctl/Mirror.h"
+#include "tools/inventoryctl/Queries.h"
+#include "tools/inventoryctl/Shell.h"
 #include "tools/inventoryctl/Top.h"
 #include "tools/inventoryctl/Watch.h"
 #include "transport/SignalSource.h"
@@ -29,6 +31,8 @@ struct Options {
   bool isJson = false;
   bool isOnce = false;
   bool isWithoutRetry = false;
+  std::string path;
+  std::vector<std::string> words;
   std::string file;
   Tools::DecodeOptions decode;
   bool isWholeText = false;
@@ -64,31 +68,70 @@ SocketAddress addressOf(Options const& options) {
 }
 
 /// A mirror that stops at a signal. `work` is called when it is in step.
-void withMirror(Options const& options, std::function<void(Tools::Mirror&)> const& work) {
+void withMirror(Options const& options, bool wantsWrite,
+                std::function<void(Tools::Mirror&)> const& work) {
   SignalSource signals{SIGINT, SIGTERM};
-  Tools::Mirror mirror({addressOf(options), options.timeoutMs()});
+  Tools::Mirror mirror({addressOf(options), options.timeoutMs(), wantsWrite});
   mirror.loop().descriptorIs(signals.fd(), [&] {
     if (signals.next() != 0) mirror.stop();
   });
   if (mirror.inStepWait()) work(mirror);
 }
 
-void dump(Options const& options) {
-  withMirror(options, [&](Tools::Mirror& mirror) {
-    Tools::writeDump(std::cout, mirror.roots(), options.form());
+/// One command of the shell.
+void once(Options const& options, std::string const& verb, bool writes = false) {
+  withMirror(options, writes, [&](Tools::Mirror& mirror) {
+    Tools::Shell shell(mirror, std::cout, options.isJson);
+    std::vector<std::string> words = options.words;
+    if (!options.path.empty()) words.insert(words.begin(), options.path);
+    shell.run({verb, words});
     flush();
   });
 }
+void dump(Options const& options) { once(options, "dump"); }
+void list(Options const& options) { once(options, "ls"); }
+void get(Options const& options) { once(options, "get"); }
+void set(Options const& options) { once(options, "set", true); }
+void add(Options const& options) { once(options, "add", true); }
+void del(Options const& options) { once(options, "del", true); }
 
 void watch(Options const& options) {
-  withMirror(options, [&](Tools::Mirror& mirror) {
+  withMirror(options, false, [&](Tools::Mirror& mirror) {
     if (!options.isWithoutRetry) mirror.retriesAreOn(report);
-    Tools::Watch watch(mirror.roots(), options.isJson,
-                       [](std::string const& line) { std::cout << line << '\n'; });
-    mirror.follow([&watch] {
-      watch.rootsCheck();
+    Tools::Shell shell(mirror, std::cout, options.isJson);
+    shell.run(
+        {"watch", options.path.empty() ? std::vector<std::string>() : std::vector{options.path}});
+    mirror.follow([&shell] {
+      shell.changesCheck();
       flush();
     });
+  });
+}
+
+void converse(Options const& options) {
+  withMirror(options, true, [&](Tools::Mirror& mirror) {
+    mirror.retriesAreOn(report);
+    Tools::Shell shell(mirror, std::cout, options.isJson);
+    if (!Tools::converse(mirror, shell, report, flush)) {
+      throw Tools::Failure(Tools::exitRefused, "");
+    }
+  });
+}
+
+/// Types are those of this program: no server is asked.
+void types(Options const& options) {
+  Tools::types(std::cout, options.path, options.form());
+  flush();
+}
+
+/// For the shell's completion: a server that doesn't answer gives none.
+void complete(Options const& options) {
+  withMirror(options, false, [&](Tools::Mirror& mirror) {
+    Tools::Shell const shell(mirror, std::cout, false);
+    for (std::string const& each : shell.completions(options.path, false)) {
+      std::cout << each << '\n';
+    }
+    flush();
   });
 }
 
@@ -144,7 +187,10 @@ int main(int argc, char** argv) {
                  "seconds that the server may be silent before the copy is in step (default 10)")
       ->type_name("S")
       ->check(CLI::Range(0.001, 1e6));
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
+  app.footer(
+      "Without a command it reads commands from standard input, with line editing at a terminal.");
+  app.add_flag("--json", options.isJson, "what those print as JSON");
   auto const command = [&](char const* name, char const* text, void (*run)(Options const&)) {
     CLI::App* const made = app.add_subcommand(name, text);
     made->callback([&chosen, run] { chosen = run; });
@@ -160,8 +206,35 @@ int main(int argc, char** argv) {
         ->type_name("N")
         ->check(CLI::PositiveNumber);
   };
+  auto const path = [&options](CLI::App* to, char const* text) {
+    return to->add_option("PATH", options.path, text)->type_name("");
+  };
   json(command("dump", "print the whole tree", dump));
+  auto* const listing = command("ls", "print one level of the tree", list);
+  path(listing, "an entity or a collection; without it the roots");
+  json(listing);
+  auto* const getting = command("get", "print a value, or all below an entity", get);
+  path(getting, "as dump shows it")->required();
+  json(getting);
+  auto* const setting = command("set", "change a value", set);
+  path(setting, "of a value, or of a member of a collection of values")->required();
+  setting->add_option("VALUE", options.words, "in the text form of its type")
+      ->required()
+      ->type_name("");
+  auto* const adding = command("add", "make a child, or a new member of a collection", add);
+  path(adding, "of the attribute, with or without [KEY]")->required();
+  adding->add_option("ARGUMENT", options.words, "of the constructor, or NAME=ARGUMENT")
+      ->type_name("");
+  path(command("del", "take a child or a member out", del), "as dump shows it")->required();
+  auto* const typing = command("types", "print the types, or the attributes of one", types);
+  typing->add_option("TYPE", options.path, "a name, short or qualified")->type_name("");
+  json(typing);
+  auto* const completing =
+      command("complete", "print what may follow the beginning of a path", complete);
+  path(completing, "the beginning");
+  completing->group("");
   auto* const watching = command("watch", "print each change as it arrives", watch);
+  path(watching, "only what lies at or below it");
   json(watching);
   watching->add_flag("--no-retry", options.isWithoutRetry,
                      "end when the connection ends, instead of connecting again");
@@ -189,8 +262,11 @@ int main(int argc, char** argv) {
   if (int const code = Tools::parseCommandLine(app, argc, argv); code >= 0) return code;
   try {
     SignalSource::ignoreBrokenPipes();
-    chosen(options);
+    (chosen ? chosen : converse)(options);
     return Tools::exitFine;
+  } catch (Tools::CommandError const& refused) {
+    report(refused.what());
+    return Tools::exitRefused;
   } catch (Tools::Failure const& failure) {
     // What has arrived is shown before the reason why no more does.
     std::cout.flush();

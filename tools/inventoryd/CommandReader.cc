@@ -1,10 +1,6 @@
-// Cuts standard input into lines.
+// One line, one change.
 #include "tools/inventoryd/CommandReader.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <string_view>
 #include <utility>
 
 #include "tools/common/TreeCommands.h"
@@ -12,44 +8,24 @@
 namespace Tools {
 
 CommandReader::CommandReader(Mox::NboAttrLog::PollLoop& loop, Report report)
-    : loop_(loop), report_(std::move(report)) {
-  loop_.descriptorIs(STDIN_FILENO, [this] { readSome(); });
-}
+    : loop_(loop), report_(std::move(report)), lines_(loop, [this](auto* line) {
+        if (line && !isEnded_) run(*line);
+      }) {}
 
-CommandReader::~CommandReader() { loop_.descriptorDel(STDIN_FILENO); }
-
-void CommandReader::readSome() {
-  char bytes[65536];
-  ssize_t const count = ::read(STDIN_FILENO, bytes, sizeof bytes);
-  if (count < 0 && errno == EINTR) return;
-  if (count <= 0) {
-    loop_.descriptorDel(STDIN_FILENO);
-    if (!line_.empty()) run();
-    return;
-  }
-  for (char const c : std::string_view(bytes, static_cast<std::size_t>(count))) {
-    if (c == '\n') {
-      if (!run()) return;
-    } else if (line_.size() <= maxLine) {
-      line_ += c;
-    }
-  }
-}
-
-bool CommandReader::run() {
+void CommandReader::run(std::string const& line) {
   ++number_;
-  std::string const line = std::exchange(line_, {});
-  if (line == "quit" || line == "quit\r") {
-    loop_.stop();
-    return false;
-  }
   try {
-    if (line.size() > maxLine) throw CommandError("the line is too long");
-    runCommand(line);
+    if (line.size() > LineReader::maxLine) throw CommandError("the line is too long");
+    Command const command = commandOf(line);
+    if (command.verb == "quit") {
+      isEnded_ = true;
+      loop_.stop();
+    } else if (!command.verb.empty()) {
+      change(command);
+    }
   } catch (CommandError const& refused) {
     report_("standard input, line " + std::to_string(number_) + ": " + refused.what());
   }
-  return true;
 }
 
 }  // namespace Tools

@@ -19,7 +19,6 @@
 #include "tools/inventoryd/CommandReader.h"
 #include "tools/inventoryd/Server.h"
 #include "transport/SignalSource.h"
-#include "values/EntityPath.h"
 
 namespace {
 
@@ -64,11 +63,10 @@ Tools::ServerOptions serverOptions(Options const& options) {
   return server;
 }
 
-void serve(Options const& options, Mox::Ptr<Inventory::Arad::AradSlice> const& slice) {
+void serve(Options const& options, Mox::Dir const& roots, Mox::Ptr<Mox::Entity> const& slice) {
   SignalSource signals{SIGINT, SIGTERM, SIGHUP};
   SignalSource::ignoreBrokenPipes();
-  Mox::EntityRoot const root(slice);
-  Tools::entityPathsAreByTable();
+  Tools::KnownRoots const known(roots);
   Tools::Server server(serverOptions(options), slice, report);
   PollLoop& loop = server.loop();
   loop.descriptorIs(signals.fd(), [&] {
@@ -85,7 +83,7 @@ int run(Options const& options) {
   roots->entryIs(slice->name(), slice);
   if (!load(options, slice)) return 1;
   if (!options.isDump) {
-    serve(options, slice);
+    serve(options, **roots, slice);
     return 0;
   }
   Tools::writeDump(std::cout, **roots,
