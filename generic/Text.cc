@@ -39,16 +39,28 @@ MoxType const* typeByName(Name const& name, MoxType const& near) {
   return nullptr;
 }
 
+/// What a text of the type has to be, for those who have given another.
+String8 expectedText(MoxType const& type) {
+  if (!type.isEnumType()) return type.qualifiedName();
+  String8 names;
+  for (MoxType::AttributeQ::IteratorConst at(&type.attributeQ()); at; ++at) {
+    // The last attribute is the value itself.
+    if (at->name() == Name("value")) continue;
+    names += (names.empty() ? String8("one of ") : String8(", ")) + String8(at->name());
+  }
+  return names;
+}
+
 Ptr<GenericIf> fromText(String8 const& subject, MoxType const& type, String8 const& text) {
   try {
     Ptr<GenericIf> const made = type.genericIf(text, false);
     // A path that names nothing reads as null.
     if (made && (!type.isEntity() || entityOf(made) || text.empty() || text == "''")) return made;
   } catch (Exception const& failure) {
-    throw RangeException(subject + ": expected " + type.qualifiedName() + ", got " + quoted(text) +
+    throw RangeException(subject + ": expected " + expectedText(type) + ", got " + quoted(text) +
                          ": " + failure.message());
   }
-  throw RangeException(subject + ": expected " + type.qualifiedName() + ", got " + quoted(text));
+  throw RangeException(subject + ": expected " + expectedText(type) + ", got " + quoted(text));
 }
 
 /// One step of a path.

@@ -262,7 +262,9 @@ TEST(Texts, PlacesAreFoundReadAndChanged) {
       {"numPorts: no collection, expected no [KEY]", [&] { get("slice.numPorts[1]"); }},
       {"numPorts: expected U32, got 'many': cannot convert many to unsigned int",
        [&] { set("slice.numPorts", "many"); }},
-      {"managedPhy: expected Inventory::Arad::AradManagedPhy, got 'nobody': AradManagedPhy",
+      {"managedPhy: expected one of unknown, noPhy, externallyManagedPhy, bcm84328, bcm84848, "
+       "bcm84858, "
+       "got 'nobody': AradManagedPhy",
        [&] { set("slice.managedPhy", "nobody"); }},
       {"port[]: expected U16, got 'x': cannot convert x to unsigned short",
        [&] { get("slice/fap[a]/b.c]/port[x]"); }},
