@@ -168,16 +168,17 @@ Ptr<Entity> GenericIfPtrInterface::moxNotifierEntity() const {
   return static_cast<Entity*>(const_cast<PtrInterface*>(moxLiveNotifier()));
 }
 
-Ptr<GenericIf> GenericIfPtrInterface::baseGenericIf() {
-  if (base_) return base_;
+Ptr<GenericIf> GenericIfPtrInterface::moxBaseOf(Ptr<Entity> const& entity) const {
+  auto const* const present = static_cast<GenericIfEntity const*>(base_.get());
+  if (present && present->obj() == entity) return base_;
   MoxType const* const base = type()->baseType();
-  if (!base) return {};
-  base_ = base->genericIf_(moxNotifierEntity().get(), isConst());
+  base_ = base ? base->genericIf_(entity.get(), isConst()) : Ptr<GenericIf>();
   if (base_) base_->hasNotificationActiveIs(false);
   return base_;
 }
+Ptr<GenericIf> GenericIfPtrInterface::baseGenericIf() { return moxBaseOf(moxNotifierEntity()); }
 Ptr<GenericIf const> GenericIfPtrInterface::baseGenericIf() const {
-  return const_cast<GenericIfPtrInterface*>(this)->baseGenericIf();
+  return moxBaseOf(moxNotifierEntity());
 }
 
 GenericIfEntity::GenericIfEntity(Ptr<Entity> const& entity, bool isConst)
@@ -278,7 +279,7 @@ Ptr<GenericIf> GenericIfEntity::moxAttributeOp(GenericRows const& rows, Ptr<Enti
   if (row) return opByKind({*row, entity, op.op, index, value, isConst()});
   // A type's own key is no business of its base.
   if (!rows.base || op.attributeId == keyId) return entityOp(&rows, entity, op, index);
-  return baseGenericIf()->attributeOp(op, index, value);
+  return moxBaseOf(entity)->attributeOp(op, index, value);
 }
 
 GenericIf::AttributeIteratorConst GenericIfEntity::moxIteratorConst(GenericRows const& rows,
@@ -286,7 +287,7 @@ GenericIf::AttributeIteratorConst GenericIfEntity::moxIteratorConst(GenericRows 
                                                                     AttributeId attribute) const {
   GenericRow const* const row = rows.findOwn(attribute);
   if (!row || !row->isCollection()) {
-    if (rows.base) return baseGenericIf()->attributeIteratorConst(attribute);
+    if (rows.base) return moxBaseOf(entity)->attributeIteratorConst(attribute);
     return GenericIf::attributeIteratorConst(attribute);
   }
   if (!entity) throwTypeException(row->name);
@@ -300,7 +301,7 @@ GenericIf::AttributeIteratorConst GenericIfEntity::moxIteratorKeyConst(GenericRo
                                                                        Index const& key) const {
   GenericRow const* const row = rows.findOwn(attribute);
   if (!row || !row->isCollection()) {
-    if (rows.base) return baseGenericIf()->attributeIteratorKeyConst(attribute, key);
+    if (rows.base) return moxBaseOf(entity)->attributeIteratorKeyConst(attribute, key);
     return GenericIf::attributeIteratorKeyConst(attribute, key);
   }
   if (!key) throwTypeException(row->keyName);

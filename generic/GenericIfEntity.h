@@ -24,11 +24,14 @@ class GenericIfPtrInterface : public GenericIf {
 
   /// The entity as it is bound; null for none.
   Ptr<Entity> moxNotifierEntity() const;
-  void moxBaseIs(Ptr<GenericIf> const& base) { base_ = base; }
+  /// `baseGenericIf()` for an entity that need not be the one that is bound.
+  Ptr<GenericIf> moxBaseOf(Ptr<Entity> const& entity) const;
+  /// Lets go of what `moxBaseOf` keeps.
+  void moxBaseForget() { base_ = nullptr; }
 
  private:
   /// Made when it is first asked for.
-  Ptr<GenericIf> base_;
+  mutable Ptr<GenericIf> base_;
 };
 
 class GenericIfEntity : public GenericIfPtrInterface {

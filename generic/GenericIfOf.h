@@ -97,7 +97,7 @@ class GenericIfOf : public GenericIfEntity {
   void notifierIs(Ptr<PtrInterface const> const& notifier) override {
     Ptr<X const> const fresh(dynamic_cast<X const*>(notifier.get()));
     if (adapter_) adapter_->notifierIs(Ptr<PtrInterface const>(fresh));
-    if (fresh.get() != moxLiveNotifier()) moxBaseIs(Ptr<GenericIf>());
+    if (fresh.get() != moxLiveNotifier()) moxBaseForget();
     bool const isWeak = isWeakReference();
     isWeakReferenceIs(false);
     GenericIfEntity::notifierIs(Ptr<PtrInterface const>(fresh));

@@ -5,14 +5,21 @@
 #include "generic/GenericIfEntity.h"
 
 namespace Mox {
+namespace {
+
+bool isEntityType(MoxType const* type) {
+  while (type && type != Entity::_fwkType()) type = type->baseType();
+  return type != nullptr;
+}
+
+}  // namespace
 
 Ptr<GenericIf> MoxType::genericIf(void const*, bool) const { return {}; }
 Ptr<GenericIf> MoxType::genericIf(GenericIf const*, bool) const { return {}; }
 Ptr<GenericIf> MoxType::genericIf(String8 const&, bool) const { return {}; }
 Ptr<GenericIf> MoxType::genericIf_(PtrInterface* instance, bool isConst) const {
-  auto* const entity = dynamic_cast<Entity*>(instance);
-  if (!entity && !isEntity_) return {};
-  return new GenericIfEntity(Ptr<Entity>(entity), isConst);
+  if (!isEntityType(this)) return {};
+  return new GenericIfEntity(Ptr<Entity>(dynamic_cast<Entity*>(instance)), isConst);
 }
 
 Ptr<GenericIf> MoxType::genericIf(PtrInterface* instance, bool isConst) const {

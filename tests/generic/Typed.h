@@ -119,9 +119,10 @@ inline Table const& table() {
     TYPED_IN(NifSerdes)
     TYPED_GET(id)
     TYPED_SET(txSerdesId)
-    TYPED_SET(rxSerdesId) TYPED_GET(swapPolarityTx) TYPED_GET(swapPolarityRx) TYPED_GET(
-        preDriverCurrent) TYPED_GET(driverCurrent) TYPED_GET(preEmphasis)
-        TYPED_SET(txPhaseInterpolation) TYPED_CHILDREN(
+    TYPED_SET(rxSerdesId)
+    TYPED_GET(swapPolarityTx) TYPED_GET(swapPolarityRx) TYPED_GET(preDriverCurrent) TYPED_GET(
+        driverCurrent) TYPED_GET(preEmphasis) TYPED_SET(txPhaseInterpolation)
+        TYPED_CHILDREN(
             jerichoNifSerdesTuning, JerichoNifSerdesTuning,
             JerichoNifSerdesTuningMode) TYPED_END TYPED_IN(Qsgmii) TYPED_GET(id) TYPED_SET(description)
             TYPED_SET(serdes) TYPED_END TYPED_IN(Xlge) TYPED_GET(id) TYPED_SET(description) TYPED_SET(

@@ -158,21 +158,27 @@ TEST(GenericObject, IsWhatItsEntityDerivesFrom) {
   // An entity of a type without generated code.
   Ptr<GenericIf> const type = Mox::genericOf(Ptr<Entity>(Arad::_fwkType()));
   EXPECT_EQ(type->attributeOp({2, Op::attrGet}, nullptr, nullptr)->strRep(), "'Arad'");
+  EXPECT_FALSE(Mox::PtrInterface::_fwkType()->genericIf_(chip.get(), false));
 }
 
 TEST(GenericObject, RedirectsToWhatASubclassSays) {
-  struct Redirected : Qsgmii::GenericIf_ {
+  struct Redirected : Arad::GenericIf_ {
     using GenericIf_::GenericIf_;
-    Ptr<Qsgmii> obj() const override { return target; }
-    Ptr<Qsgmii> obj() override { return target; }
-    Ptr<Qsgmii> target{new Qsgmii(9)};
+    Ptr<Arad> obj() const override { return target; }
+    Ptr<Arad> obj() override { return target; }
+    Ptr<Arad> target{new Arad("there", 9)};
   };
-  Ptr<Qsgmii> const block(new Qsgmii(1));
-  Ptr<Redirected> const object(new Redirected(block, false));
-  object->attributeOp({259, Op::attrSet}, nullptr, carrier(String8("there")));
-  EXPECT_EQ(object->target->description(), "there");
-  EXPECT_EQ(block->version(), 0u);
-  EXPECT_EQ(object->attributeOp({0, Op::attrGet}, nullptr, nullptr)->strRep(), "9");
+  Ptr<Arad> const chip(new Arad("here", 1));
+  auto const version = chip->version();
+  Ptr<Redirected> const object(new Redirected(chip, false));
+  object->attributeOp({541, Op::attrSet}, nullptr, carrier(7u));
+  object->attributeOp({258, Op::attrSet}, nullptr, carrier(String8("text")));
+  EXPECT_EQ(object->target->lunetPeerAddr(), 7u);
+  EXPECT_EQ(object->target->description(), "text") << "an attribute of the base";
+  EXPECT_EQ(chip->version(), version);
+  EXPECT_EQ(object->attributeOp({0, Op::attrGet}, nullptr, nullptr)->strRep(), "'there'");
+  object->target->fabricSerdesIs(3);
+  EXPECT_TRUE(Mox::AttributeWalk(object, 395));
 }
 
 TEST(GenericObject, RootsAreMadeOfLists) {
@@ -224,6 +230,8 @@ TEST(Slots, OfAGenericObject) {
       slot(static_cast<Ptr<Qsgmii> (Qsgmii::GenericIf_::*)()>(&Qsgmii::GenericIf_::obj))};
   int next = slot(&Mox::PtrInterface::NotifieeConst::actsm) + 1;
   for (int const each : slots) EXPECT_EQ(each, next++);
+  EXPECT_EQ(slot(&Qsgmii::GenericIf_::GenericIf_Adapter_::moxDoZombieReactors),
+            slot(&Qsgmii::Notifiee::onSerdes) + 1);
 }
 
 TEST(Texts, PlacesAreFoundReadAndChanged) {

@@ -153,6 +153,23 @@ TEST(Cursor, StateBlocksAreAsWideAsTheirPlace) {
   EXPECT_TRUE(walk);
 }
 
+TEST(Cursor, AKeyCountsAsAReadOfItsMember) {
+  Ptr<NifSerdes> const lane(new NifSerdes(1, false, false, 0, 0, 0));
+  Ptr<Arad> const chip(new Arad("f", 1));
+  Ptr<Entity> const members[] = {
+      Ptr<Entity>(*lane->jerichoNifSerdesTuningIs(Hardware::Sand::serdesTuningCopper)),
+      Ptr<Entity>(*chip->portIs(3, nullptr))};
+  AttributeWalk const walks[] = {{Mox::genericOf(Ptr<Entity>(lane)), 266},
+                                 {Mox::genericOf(Ptr<Entity>(chip)), 522}};
+  for (int i : {0, 1}) {
+    auto const reads = members[i]->readCount();
+    EXPECT_EQ(walks[i].key()->strRep(), i ? "3" : "'serdesTuningCopper'");
+    EXPECT_EQ(members[i]->readCount(), reads + 1);
+    EXPECT_EQ(entityOf(walks[i].value()), members[i]);
+    EXPECT_EQ(members[i]->readCount(), reads + 1);
+  }
+}
+
 TEST(Cursor, FailuresNameTheKey) {
   Ptr<Arad> const chip(new Arad("f", 1));
   Ptr<GenericIf> const object = Mox::genericOf(Ptr<Entity>(chip));
