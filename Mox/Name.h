@@ -20,5 +20,7 @@ class Name : public String8 {
 
 }  // namespace Mox
 
+namespace std {
 template <>
-struct std::hash<Mox::Name> : std::hash<Mox::String8> {};
+struct hash<Mox::Name> : std::hash<Mox::String8> {};
+}  // namespace std

@@ -196,9 +196,11 @@ Ptr<T> ptrCast(U* object) {
 
 }  // namespace Mox
 
+namespace std {
 template <class T>
-struct std::hash<Mox::Ptr<T>> {
+struct hash<Mox::Ptr<T>> {
   std::size_t operator()(Mox::Ptr<T> const& object) const noexcept {
     return std::hash<T*>()(object.get());
   }
 };
+}  // namespace std

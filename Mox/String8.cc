@@ -226,4 +226,6 @@ String8 format(char const* fmt, ...) {
   return String8(large.get(), size);
 }
 
+String8::IteratorConst::IteratorConst(Iterator const& other) : IteratorBase(other) {}
+
 }  // namespace Mox

@@ -222,15 +222,14 @@ class StringN<unsigned char>::Iterator : public IteratorBase {
   void append(char const* bytes, std::size_t length);
 };
 
-inline StringN<unsigned char>::IteratorConst::IteratorConst(Iterator const& other)
-    : IteratorBase(other) {}
-
 /// printf into a string.
 [[gnu::format(printf, 1, 2)]] String8 format(char const* fmt, ...);
 
 }  // namespace Mox
 
+namespace std {
 template <>
-struct std::hash<Mox::String8> {
+struct hash<Mox::String8> {
   std::size_t operator()(Mox::String8 const& text) const noexcept { return text.hash(); }
 };
+}  // namespace std

@@ -43,6 +43,7 @@ needsFuzzTools() {
 needsPackageTools() {
   needs dpkg-dev command -v dpkg-shlibdeps
   needs file command -v file
+  needs doxygen command -v doxygen
   needs debootstrap test -e /usr/sbin/debootstrap
 }
 

@@ -53,7 +53,7 @@ String8 textOf(T const& value) {
 [[noreturn]] void cannotConvert(String8::IteratorConst const& pos,
                                 String8::IteratorConst const& end, std::type_info const& type);
 
-/// One string token: a bare word of letters, digits and `_ . - : /`, or any bytes in apostrophes
+/// One string token: a bare word of letters, digits and the characters _.-:/ or any bytes in apostrophes
 /// with backslash escapes. No blanks are skipped, here or in any other form.
 ///
 /// Every form reads one value at `pos`, leaves `pos` behind it and returns it; the last argument
