@@ -2,9 +2,11 @@
 """The schema compiler: makes the C++ of a module from its schema. Run by the build.
 
 moxc.py --out DIR [--depfile F [--depfile-target T]] [--import-dir DIR]... [--list-outputs] [--dump-model] SCHEMA.mox
+moxc.py --compare OLD.mox [--import-dir DIR]... SCHEMA.mox
 
 Exit code 0: done; 1: the schema is wrong, or a file can't be written (the reasons stand on standard
-error and nothing was written); 2: the command line is wrong.
+error and nothing was written), or a compared one has edits that are unsafe; 2: the command line is
+wrong.
 """
 
 import argparse
@@ -28,6 +30,8 @@ def main(arguments):
         for line in errors.lines():
             print(line, file=sys.stderr)
         return 1
+    if options.compare:
+        return compare(options, module)
     if options.dumpModel:
         json.dump(model.dump(module), sys.stdout, indent=2, ensure_ascii=False)
         print()
@@ -50,6 +54,22 @@ def main(arguments):
     return 0
 
 
+def compare(options, module):
+    """Prints what leads from the older schema to this one."""
+    import upgrade
+
+    errors = Errors()
+    older = model.load(options.compare, options.importDirs, errors)
+    if older is None:
+        for line in errors.lines():
+            print(line, file=sys.stderr)
+        return 1
+    edits = upgrade.compare(older, module)
+    for edit in edits:
+        print(edit)
+    return 1 if any(edit.verdict == upgrade.UNSAFE for edit in edits) else 0
+
+
 def _options(arguments):
     parser = argparse.ArgumentParser(prog='moxc.py', description='Makes the C++ of a schema.',
                                      allow_abbrev=False)
@@ -63,9 +83,12 @@ def _options(arguments):
                         help='prints the files that would be generated')
     parser.add_argument('--dump-model', dest='dumpModel', action='store_true',
                         help='prints the checked model as JSON')
+    parser.add_argument('--compare', metavar='OLD.mox',
+                        help='prints which edits lead from that schema to this one, and whether '
+                             'processes of both can work together')
     parser.add_argument('schema', metavar='SCHEMA.mox')
     options = parser.parse_args(arguments)
-    if options.out is None and not options.dumpModel:
+    if options.out is None and not options.dumpModel and not options.compare:
         parser.error('--out is needed')
     return options
 
