@@ -95,6 +95,9 @@ void readScalar(MessageIn& message) {
     D::on(static_cast<typename D::Sa&>(message.adapter));
     return;
   }
+  if constexpr (requires { D::takes(value); }) {
+    if (!D::takes(value)) throw StreamException(StreamError::badValue);
+  }
   applying(message);
   D::set(entityOf<D>(message.adapter), value);
 }

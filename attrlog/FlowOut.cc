@@ -4,10 +4,32 @@
 #include "Mox/Assertion.h"
 #include "Mox/NboAttrLogFlow.h"
 #include "attrlog/FlowIn.h"
+#include "attrlog/StreamAdapter.h"
 
 namespace Mox::NboAttrLog {
 
+FlowOut::FlowOut(StreamAdapter* adapter, bool full) : adapter_(adapter), full_(full) {}
 FlowOut::~FlowOut() = default;
+FlowOut::MoxForwardRef::~MoxForwardRef() = default;
+
+void FlowOut::streamAdapterIs(Ptr<StreamAdapter> const& adapter) { adapter_ = adapter.get(); }
+
+Ptr<StreamAdapter> FlowOut::forwardRefDel(unsigned int key) {
+  return forwardRefs_ ? forwardRefs_->del(key) : nullptr;
+}
+Ptr<StreamAdapter> FlowOut::forwardRefDel(ForwardRefs::IteratorConst const& at) {
+  return at ? forwardRefDel(at.key()) : nullptr;
+}
+void FlowOut::forwardRefEnq(Ptr<StreamAdapter> const& adapter) { forwardRefIs(0, adapter); }
+Ptr<StreamAdapter> FlowOut::forwardRefDeq() { return forwardRefs_ ? forwardRefs_->deq() : nullptr; }
+void FlowOut::forwardRefIs(unsigned int key, Ptr<StreamAdapter> const& adapter) {
+  if (!forwardRefs_) forwardRefs_ = std::make_unique<ForwardRefs>();
+  forwardRefs_->enq(key, adapter);
+}
+
+void FlowOut::pendingAbortDel(PendingAborts::Iterator const& at) {
+  if (at) pendingAbortDel(at->key());
+}
 
 void FlowOut::attrIdIs(AttributeId id) {
   if (id == attrId_) return;

@@ -32,10 +32,24 @@ class FlowOut : public PtrInterface {
   };
   using PendingAborts = HashMap<MoxPendingAbort, AttributeId, bool>;
 
+  /// Adapters that wait for this one. Kept for those who ask; nothing is driven by it.
+  class MoxForwardRef : public LinkQueueLink<MoxForwardRef, unsigned int, StreamAdapter> {
+   public:
+    using LinkQueueLink<MoxForwardRef, unsigned int, StreamAdapter>::LinkQueueLink;
+    ~MoxForwardRef() override;
+  };
+  using ForwardRefs = LinkQueue<MoxForwardRef, unsigned int, StreamAdapter>;
+
   ~FlowOut() override;
 
   /// True while there is something to send.
   virtual bool hasDirtyAttributes() const { return pendingAbort_.size() != 0; }
+  virtual Ptr<StreamAdapter> forwardRefDel(unsigned int key);
+  virtual Ptr<StreamAdapter> forwardRefDel(ForwardRefs::IteratorConst const& at);
+  virtual void forwardRefNotify(unsigned int) {}
+  virtual void forwardRefEnq(Ptr<StreamAdapter> const& adapter);
+  virtual Ptr<StreamAdapter> forwardRefDeq();
+  virtual void forwardRefIs(unsigned int key, Ptr<StreamAdapter> const& adapter);
   virtual void attrIdIs(AttributeId id);
   virtual void bookmarkIs(void* bookmark) { bookmark_ = bookmark; }
   virtual void entityIdStatusIs(EntityIdStatus status) { entityIdStatus_ = status; }
@@ -48,8 +62,10 @@ class FlowOut : public PtrInterface {
   virtual void indIs(int ind) { ind_ = ind; }
   virtual void entityVersionIs(unsigned int version) { entityVersion_ = version; }
   virtual void pendingAbortDel(AttributeId id);
+  virtual void pendingAbortDel(PendingAborts::Iterator const& at);
+  virtual void pendingAbortNotify(AttributeId) {}
   virtual void pendingAbortIs(AttributeId id, bool owed);
-  virtual void streamAdapterIs(StreamAdapter* adapter) { adapter_ = adapter; }
+  virtual void streamAdapterIs(Ptr<StreamAdapter> const& adapter);
 
   AttributeId attrId() const { return attrId_; }
   void* bookmark() const { return bookmark_; }
@@ -75,7 +91,7 @@ class FlowOut : public PtrInterface {
   AttributeId runResult() const { return runResult_; }
 
  protected:
-  FlowOut(StreamAdapter* adapter, bool full) : adapter_(adapter), full_(full) {}
+  FlowOut(StreamAdapter* adapter, bool full);
 
  private:
   friend class Demuxer;
@@ -92,6 +108,7 @@ class FlowOut : public PtrInterface {
   EntityIdStatus entityIdStatus_ = EntityIdStatus::none;
   unsigned char moxDataBits_ = 0;
   PendingAborts pendingAbort_;
+  std::unique_ptr<ForwardRefs> forwardRefs_;
   StreamAdapter* adapter_;
   bool full_;
   bool completeSent_ = false;

@@ -137,6 +137,7 @@ void Link::endIs(End end, std::string const& reason) {
 }
 
 void Link::tearDown() {
+  if (state_ == State::closed) return;
   state_ = State::closed;
   demuxer_->close();
   bytes_->close();

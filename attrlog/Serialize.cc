@@ -156,6 +156,10 @@ void serializeSingleton(Sa& adapter, AttrRow const& row) {
     } catch (EntityIdUnavailableException const&) {
       markBlocked(adapter, row);
       return;
+    } catch (...) {
+      // Too long for the peer: still owed.
+      markScalar(adapter, row);
+      throw;
     }
   }
   adapter.doFixChildFlags(childAdapter);

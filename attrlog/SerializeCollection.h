@@ -109,6 +109,10 @@ void serializeChildKey(Sa& adapter, typename D::Key const& key,
     } catch (EntityIdUnavailableException const&) {
       if (auto* flowOut = markKey<D>(adapter, key)) blockFlowOut(adapter, *flowOut);
       return;
+    } catch (...) {
+      // Too long for the peer: still owed.
+      markKey<D>(adapter, key);
+      throw;
     }
   }
   adapter.doFixChildFlags(childAdapter);

@@ -58,15 +58,23 @@ void Session::closeIs(std::string const& reason) {
 }
 
 void Session::handleGreeted(Link& link) {
+  // Links stand in the order in which they were made; greetings may come in another.
+  bool isOlder = true;
   std::vector<Ptr<Link>> const links = links_;
-  for (Ptr<Link> const& older : links) {
-    if (older.get() == &link || older->state() != Link::State::running || link.peerName().empty() ||
-        older->peerName() != link.peerName()) {
+  for (Ptr<Link> const& other : links) {
+    if (other.get() == &link) {
+      isOlder = false;
+      continue;
+    }
+    if (other->state() != Link::State::running || link.peerName().empty() ||
+        other->peerName() != link.peerName()) {
       continue;
     }
     // At once: the older link may stand in the way of the roots that come next.
-    older->closeIs("replaced by a newer connection of the same peer");
-    older->tearDown();
+    Link& older = isOlder ? **other : link;
+    older.closeIs("replaced by a newer connection of the same peer");
+    older.tearDown();
+    if (!isOlder) return;
   }
   report(link, "connected");
   if (onGreeted_) onGreeted_(link);

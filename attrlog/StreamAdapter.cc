@@ -115,10 +115,11 @@ void Entity::MoxNboAttrLogSa::handleAttrTransaction(AttributeId attribute, AttrT
 void Entity::MoxNboAttrLogSa::doRemountSelf(Ptr<NboAttrLog::Out> const& out) {
   NboAttrLog::Demuxer* owner = demuxer();
   if (!owner) return;
+  Ptr<Entity> const entity = moxNotifierEntity();
   // The derived walk still finds the children through the Out, which stays readable.
   owner->retire(*this);
-  if (!out) return;
-  if (Ptr<Entity> const entity = moxNotifierEntity()) out->demuxer()->exportIs(entity);
+  NboAttrLog::Demuxer* const next = out ? out->demuxer() : nullptr;
+  if (next && entity) next->exportIs(entity);
 }
 
 void Entity::MoxNboAttrLogSa::onNotificationException(AttributeId) {

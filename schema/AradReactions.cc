@@ -12,6 +12,11 @@ inline unsigned int pllTimeSyncStandalone() { return 1; }
 
 namespace Inventory::Arad {
 
+bool Arad::handlePllClockTakes(Mox::Ptr<Si5327 const> const& clock) {
+  return !clock || clock->pllRole() == Hardware::Dpll::pllTimeSync() ||
+         clock->pllRole() == Hardware::Dpll::pllTimeSyncStandalone();
+}
+
 void Arad::handlePllClock() noexcept {
   if (!pllClock()) return;
   if (pllClock()->pllRole() == Hardware::Dpll::pllTimeSync()) return;

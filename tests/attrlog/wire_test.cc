@@ -826,6 +826,16 @@ Hostile const hostiles[] = {
      [](Scene& s) { return message(arad(s), 518, number(0x7fff, 2) + id(freshId), creationTag); }},
     {"removed key out of range", StreamError::badValue,
      [](Scene& s) { return message(arad(s), -518, number(0x7fff, 2)); }},
+    {"clock of another role", StreamError::badValue,
+     [](Scene& s) {
+       std::string const type = text("Inventory::Si5327");
+       std::string const args = text("clock") + number(7, 4);
+       return message(orphanTarget, 136,
+                      number(1, 1) + number(type.size(), 4) + type + number(3, 1) +
+                          number(args.size(), 4) + args + number(4, 1) + number(8, 4) +
+                          id(freshId)) +
+              message(arad(s), 536, id(freshId));
+     }},
     {"unknown mode", StreamError::badValue,
      [](Scene& s) { return message(slice(s), 135, number(4, 4)); }},
 };
@@ -921,6 +931,49 @@ TEST(WireHostile, WhatIsUnknownIsCountedAndPassedOver) {
   EXPECT_EQ(mirror.in().stats().unknownAttrs, 3u);
   EXPECT_EQ(mirror.in().stats().handlerExceptions, 1u) << "the removal of an unknown mode";
   EXPECT_EQ(mirror.in().stats().unknownEnums, 0u);
+}
+
+TEST(WireHostile, WhatIsNotTakenIsReadAsNullAndReportedOnce) {
+  Scene scene;
+  Mirror& mirror = scene.mirror;
+  EntityId const root{0x7777000000000021};
+  EntityId const child{0x7777000000000023};
+  EntityId const grandchild{0x7777000000000025};
+  std::string bytes = message(orphanTarget, 136, orphanOf(root, "n", "No::Such"));
+  // A child of an attribute that this end doesn't have, and a child of that.
+  bytes += message(arad(scene), 9998, number(1, 4) + id(child), creationTag);
+  bytes += message(child, 9997, number(1, 4) + id(grandchild), creationTag);
+  bytes += message(arad(scene), 9998, number(2, 4) + id(child), creationTag);
+  bytes += message(arad(scene), 257, number(1, 4));
+  for (EntityId const target : {root, child, grandchild}) {
+    bytes += message(port(scene), 260, id(target));
+  }
+  scene.give(mirror.toImporter, bytes);
+  mirror.turn();
+  EXPECT_EQ(mirror.importerClosed, "");
+  EXPECT_FALSE(dynamic_cast<AradSlice&>(**mirror.copy()).fap("f")->port(16)->xcvrSlot());
+  EXPECT_EQ(mirror.in().stats().refusedOrphans, 1u);
+  EXPECT_EQ(mirror.in().stats().strays, 1u);
+  EXPECT_EQ(mirror.in().stats().unknownAttrs, 3u);
+  EXPECT_EQ(mirror.importerReports,
+            (std::vector<std::string>{
+                "exporter: connected",
+                "exporter: passes over attribute 9998 of Inventory::Arad::Arad",
+                "exporter: passes over attribute 257 of Inventory::Arad::Arad",
+            }));
+}
+
+TEST(WireDocument, ARefusedChangeIsFollowedByARequest) {
+  Scene scene;
+  scene.mirror.toExporter->capacity = 0;
+  dynamic_cast<AradSlice&>(**scene.mirror.copy()).fap("f")->portDel(16);
+  Out& out = **scene.mirror.in().out();
+  std::string const bytes(reinterpret_cast<char const*>(out.committed()), out.committedSize());
+  // Its ack is of no interest here.
+  expectBlock("repeat", with(bytes, 22, 0, 4), scene.id(scene.arad));
+  scene.mirror.toExporter->capacity = 65536;
+  scene.mirror.settle();
+  EXPECT_EQ(treeText(scene.mirror.copy()), treeText(scene.mirror.root()));
 }
 
 // Mutated recordings.
