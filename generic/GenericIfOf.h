@@ -47,7 +47,11 @@ class GenericIfAdapter : public X::Notifiee {
     Ptr<GenericIfAdapter> const held(this);
     if (Ptr<GenericIf> const reactor = reactor_) {
       reactor->onZeroReferences();
-      if (reactor->isWeakReference()) reactor->moxNotifierGone();
+      if (reactor->isWeakReference()) {
+        // Out of the list nobody would tell either that the entity is gone.
+        reactor->moxNotifierGone();
+        this->notifierIs(Ptr<PtrInterface const>());
+      }
     }
     hasNotificationActiveIs(false);
   }
