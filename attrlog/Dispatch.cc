@@ -307,6 +307,11 @@ void Demuxer::dispatchMarker(Frame const& frame) {
   unsigned int const type = in_->nextU32();
   unsigned int const number = in_->nextU32();
   AttrRow const* row = adapter->rows().find(frame.attributeId);
+  if (!row && !options_.schemaStrict) {
+    // Of an attribute that only the peer's schema has.
+    ++stats_.unknownAttrs;
+    return reportUnknown(**adapter, frame.attributeId);
+  }
   Ptr<FlowIn> open = flowIn(frame.entityId);
   AttributeId const openTransaction = open ? open->openTransaction() : 0;
   bool const valueOpen = open && open->iter() != nullptr;

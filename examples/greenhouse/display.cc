@@ -1,7 +1,6 @@
 // The display at the door, a process of its own: mirrors the greenhouse's tree and prints each new
 // temperature, until the station ends.
 #include <Greenhouse.h>
-#include <InvArad.h>
 #include <transport/PollLoop.h>
 
 #include <iostream>

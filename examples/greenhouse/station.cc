@@ -1,7 +1,6 @@
 // The greenhouse's own process: has the tree, shows it on a socket, and reads the thermometer (here
 // from standard input, one number a line).
 #include <Greenhouse.h>
-#include <InvArad.h>
 #include <transport/PollLoop.h>
 #include <unistd.h>
 
