@@ -1,6 +1,8 @@
 #include "generic/Text.h"
 
 #include <algorithm>
+#include <cctype>
+#include <optional>
 #include <string_view>
 
 #include "Mox/Exception.h"
@@ -85,6 +87,14 @@ Ptr<Entity> childStep(Entity& parent, String8 const& name, String8 const* key) {
 Ptr<GenericIf> operation(AttributePlace const& place, Op::OpId op,
                          Ptr<GenericIf const> const& index, Ptr<GenericIf> const& value) {
   return place.object->attributeOp({place.attribute->id(), op}, index, value);
+}
+
+/// A name, with or without a bracket behind it.
+bool isNameAtFront(std::string_view text) {
+  text = text.substr(0, text.find('['));
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '_';
+  });
 }
 
 [[noreturn]] void refuse(AttributePlace const& place, char const* expected) {
@@ -202,13 +212,14 @@ Ptr<GenericIf> argumentsFromText(MoxAttr const& attribute, std::span<NamedText c
 
 AttributePlace attributePlace(String8 const& path, bool isConst) {
   std::string_view const bytes = path.view();
-  bool isEntityKnown = false;
+  // Which part is at fault: the last divide behind which a name can stand tells.
+  std::optional<bool> isEntityKnown;
   for (auto at = bytes.find_last_of("./"); at != bytes.npos && at != 0;
        at = bytes.find_last_of("./", at - 1)) {
     Ptr<Entity> const entity = EntityPath::entity(String8(bytes.substr(0, at)));
-    if (!entity || !entity->fwkType()) continue;
-    isEntityKnown = true;
     std::string_view name = bytes.substr(at + 1);
+    if (!isEntityKnown && isNameAtFront(name)) isEntityKnown = static_cast<bool>(entity);
+    if (!entity || !entity->fwkType()) continue;
     std::string_view key;
     bool hasKey = false;
     if (auto const bracket = name.find('['); bracket != name.npos && name.ends_with(']')) {
@@ -223,7 +234,8 @@ AttributePlace attributePlace(String8 const& path, bool isConst) {
     if (hasKey) place.key = keyFromText(*attribute, String8(key));
     return place;
   }
-  throw UnknownAttrException((isEntityKnown ? "no such attribute: " : "no such entity: ") + path);
+  throw UnknownAttrException(
+      (isEntityKnown.value_or(false) ? "no such attribute: " : "no such entity: ") + path);
 }
 
 Ptr<GenericIf> attributeGet(AttributePlace const& place) {

@@ -266,13 +266,13 @@ TEST(Texts, PlacesAreFoundReadAndChanged) {
   std::pair<std::string, std::function<void()>> const refused[] = {
       {"no such entity: other.x", [&] { get("other.x"); }},
       {"no such attribute: slice.x", [&] { get("slice.x"); }},
+      {"no such entity: slice/fap[z].fapId", [&] { get("slice/fap[z].fapId"); }},
       {"fap: a collection, expected [KEY]", [&] { get("slice.fap"); }},
       {"numPorts: no collection, expected no [KEY]", [&] { get("slice.numPorts[1]"); }},
       {"numPorts: expected U32, got 'many': cannot convert many to unsigned int",
        [&] { set("slice.numPorts", "many"); }},
       {"managedPhy: expected one of unknown, noPhy, externallyManagedPhy, bcm84328, bcm84848, "
-       "bcm84858, "
-       "got 'nobody': AradManagedPhy",
+       "bcm84858, got 'nobody': AradManagedPhy",
        [&] { set("slice.managedPhy", "nobody"); }},
       {"port[]: expected U16, got 'x': cannot convert x to unsigned short",
        [&] { get("slice/fap[a]/b.c]/port[x]"); }},

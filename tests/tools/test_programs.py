@@ -619,7 +619,7 @@ class CommandTest(ProgramTest):
                 (['del', 'slice.numPorts'], ['numPorts', 'nothing to delete']),
                 (['get', 'slice.nothing'], ['no such attribute: slice.nothing']),
                 (['get', 'nowhere.x'], ['no such entity: nowhere.x']),
-                (['get', self.FAP + '/port[x].lane'], [self.FAP + '/port[x].lane']),
+                (['get', self.FAP + '/port[x].lane'], ['no such entity: ' + self.FAP + '/port[x].lane']),
                 (['types', 'Nothing'], ['no such type: Nothing'])):
             with self.subTest(words=words):
                 result = self.command(*words)
