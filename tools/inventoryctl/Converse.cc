@@ -63,7 +63,7 @@ class Prompt {
     rl_readline_name = "inventoryctl";
     using_history();
     show();
-    loop_.descriptorIs(STDIN_FILENO, [this] { rl_callback_read_char(); });
+    loop_.descriptorIs(STDIN_FILENO, [] { rl_callback_read_char(); });
   }
   ~Prompt() {
     loop_.descriptorDel(STDIN_FILENO);
