@@ -586,6 +586,43 @@ std::size_t allocated() { return mallinfo2().uordblks; }
 constexpr std::size_t bytesPerEntity = 2048;
 constexpr std::size_t bytesPerKey = 192;
 
+/// What a connection in step with a peer costs this end, with so many small entities in its tree.
+std::size_t connectionBytes(unsigned int entities) {
+  Ptr<AradSlice> const slice = sliceWithChip();
+  for (unsigned int i = 0; i < entities; ++i) {
+    chip(**slice)->portIs(static_cast<unsigned short>(i), nullptr);
+  }
+  std::size_t const before = allocated();
+  auto ends = MemoryLink::pair(1 << 20);
+  std::shared_ptr<MemoryPipe> const out = ends.first->out();
+  std::shared_ptr<MemoryPipe> const in = ends.first->in();
+  Ptr<Link> const link(new Link(nullptr, std::move(ends.first), LinkOptions()));
+  ends.second = nullptr;
+  in->isEnded = false;
+  std::string const greeting = Greeting().bytes();
+  in->bytes.append(greeting.data(), greeting.size());
+  link->demuxer().exportIs(Ptr<Entity>(slice));
+  do {
+    link->service(1);
+    out->bytes.take(out->bytes.size());
+  } while (link->wantsWrite() || link->demuxer().flowOutCount() != 0);
+  out->bytes.release();
+  in->bytes.release();
+  EXPECT_EQ(link->demuxer().reactorCount(), entities + 2);
+  return allocated() - before;
+}
+
+TEST(FlowMemory, AConnectionCostsItsBuffersAndAnEntityItsAdapter) {
+  constexpr unsigned int entities = 10000;
+  std::size_t const least = connectionBytes(0);
+  std::size_t const most = connectionBytes(entities);
+  RecordProperty("bytesPerConnection", static_cast<int>(least));
+  RecordProperty("bytesPerAdapter", static_cast<int>((most - least) / entities));
+  // Its buffer may have grown to twice the capacity.
+  EXPECT_LE(least, 3 * defaultCapacity);
+  EXPECT_LE(most, 3 * defaultCapacity + entities * 1024);
+}
+
 TEST(FlowMemory, AMillionChangesOfAThousandAttributesCostAPeerThatStoppedNoMoreThanTheirMarks) {
   constexpr unsigned short ports = 200;
   Ptr<AradSlice> slice = sliceWithChip();
@@ -634,9 +671,11 @@ TEST(FlowMemory, AMillionChangesOfTenThousandKeysCostAPeerThatStoppedNoMoreThanT
   Ptr<AradSlice> slice = sliceWithChip();
   Ptr<Inventory::Arad::SocProperties> bag = chip(**slice)->elkGlobalSocPropertiesIs("g", 0);
   std::vector<String8> names;
+  // One string for all members: what the changes free would hide what they cost.
+  String8 const first("0");
   for (unsigned int i = 0; i < keys; ++i) {
     names.push_back(format("property_number_%u", i));
-    bag->propertyIs(names.back(), "0");
+    bag->propertyIs(names.back(), first);
   }
   Mirror mirror{Ptr<Entity>(slice)};
   mirror.connect();
