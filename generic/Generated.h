@@ -12,7 +12,10 @@
 #include "generic/Rows.h"
 #include "values/ValueText.h"
 
-namespace Mox::generic {
+namespace Mox {
+
+// Hidden: each module has its own, under names as long as the types that they are made of.
+namespace [[gnu::visibility("hidden")]] generic {
 
 // The parts of pointers to members.
 
@@ -248,4 +251,5 @@ Ptr<GenericIf> rootOfList(char const* typeName, char const* const* names, Generi
   return X::_fwkType()->genericIf(static_cast<PtrInterface*>(root.get()), false);
 }
 
-}  // namespace Mox::generic
+}  // namespace gnu::visibility("hidden")]]generic
+}  // namespace Mox
