@@ -160,6 +160,9 @@ class Expect {
   Expect(Expect const&) = delete;
   Expect& operator=(Expect const&) = delete;
 
+  /// Closes the scope and opens it again at the same place, for a loop of many short scopes.
+  void openIs(bool open) { innermost_ = open ? this : previous_; }
+
   /// True if a scope is open on this thread for one of `ids`, or for any kind.
   static bool expects(Exception::IdBitArray const& ids);
 

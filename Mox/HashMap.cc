@@ -11,13 +11,7 @@ namespace Mox {
 
 namespace {
 
-/// The one bucket of every map that has none of its own. Never written.
-PtrInterface* noMembers[1] = {nullptr};
-
 constexpr unsigned int largestBits = 30;
-/// A longer chain than this doesn't come from chance (1 in 10^9 at one member a bucket): the keys
-/// have a common stride, and more buckets than members take it apart.
-constexpr unsigned int longChain = 12;
 /// At most 2^4 buckets for a member are granted against strides.
 constexpr unsigned int largestSpread = 4;
 
@@ -26,10 +20,12 @@ unsigned int spreadOf(std::uint8_t sizing) { return sizing >> 4; }
 
 }  // namespace
 
+PtrInterface* HashMapGeneric::noMembers_[1] = {nullptr};
+
 HashMapGeneric::HashMapGeneric(unsigned int buckets)
     : sizing_(static_cast<std::uint8_t>(
           std::bit_width(std::min(buckets > 1 ? buckets - 1 : 0u, 0x7fffu)))),
-      buckets_(noMembers) {}
+      buckets_(noMembers_) {}
 
 HashMapGeneric::~HashMapGeneric() {
   emptyAllBuckets();
@@ -37,8 +33,8 @@ HashMapGeneric::~HashMapGeneric() {
 }
 
 void HashMapGeneric::releaseTable() {
-  if (buckets_ != noMembers) delete[] buckets_;
-  buckets_ = noMembers;
+  if (buckets_ != noMembers_) delete[] buckets_;
+  buckets_ = noMembers_;
   bits_ = 0;
   sizing_ = static_cast<std::uint8_t>(smallestBits(sizing_));
 }
@@ -50,47 +46,39 @@ PtrInterface* HashMapGeneric::nextOf(PtrInterface const* member) const {
   return next;
 }
 
-/// Whether `candidate` stands behind the position of `member`, whose reversed hash is `hash`.
-bool HashMapGeneric::isBehind(PtrInterface const* candidate, std::uint32_t hash,
-                              PtrInterface const* member) const {
-  std::uint32_t const candidateHash = vtable_->hash(candidate);
-  if (candidateHash != hash) return candidateHash > hash;
-  return vtable_->keyLessThan(nullptr, candidate, member);
-}
+/// What the untyped side asks: the vtable, and the offset of the link.
+class HashMapGeneric::GenericOrder {
+ public:
+  explicit GenericOrder(HashMapGeneric const& map) : map_(map) {}
+  std::uint32_t hash(PtrInterface const* member) const { return map_.vtable_->hash(member); }
+  bool keyLessThan(void const* key, PtrInterface const* member, PtrInterface const* other) const {
+    return map_.vtable_->keyLessThan(key, member, other);
+  }
+  void setNext(PtrInterface* member, PtrInterface* next) const {
+    map_.vtable_->setNext(member, next);
+  }
+  PtrInterface* nextOf(PtrInterface const* member) const { return map_.nextOf(member); }
+
+ private:
+  HashMapGeneric const& map_;
+};
 
 void HashMapGeneric::newMemberG(Ptr<PtrInterface> const& member, void const*) {
-  PtrInterface* const fresh = member.get();
-  std::uint32_t const hash = vtable_->hash(fresh);
-  if (buckets_ == noMembers) {
-    unsigned int const bits = smallestBits(sizing_);
-    buckets_ = new PtrInterface*[std::size_t{1} << bits]();
-    bits_ = static_cast<std::uint8_t>(bits);
-  }
-  std::uint32_t const bucket = bucketOf(hash);
-  unsigned int length = 1;
-  PtrInterface* previous = nullptr;
-  PtrInterface* following = buckets_[bucket];
-  for (; following && !isBehind(following, hash, fresh); following = nextOf(following)) {
-    previous = following;
-    ++length;
-  }
-  ++version_;
-  ++size_;
-  if (following || nextOf(fresh)) vtable_->setNext(fresh, following);
-  if (previous) {
-    vtable_->setNext(previous, fresh);
-  } else {
-    ptrInc(fresh);
-    buckets_[bucket] = fresh;
-    // The bucket's reference on the old head; the new head has its own.
-    if (following) ptrDec(following);
-  }
-  growFor(bucket, length);
+  link(GenericOrder(*this), member.get());
+}
+void HashMapGeneric::deleteMember(Ptr<PtrInterface> const& member) {
+  unlink(GenericOrder(*this), member.get());
+}
+
+void HashMapGeneric::tableIs() {
+  unsigned int const bits = smallestBits(sizing_);
+  buckets_ = new PtrInterface*[std::size_t{1} << bits]();
+  bits_ = static_cast<std::uint8_t>(bits);
 }
 
 void HashMapGeneric::growFor(std::uint32_t bucket, unsigned int chainLength) {
   unsigned int const spread = spreadOf(sizing_);
-  if (size_ > bucketCount() >> spread) {
+  if (size_ > most()) {
     bitsIs(bits_ + 1u);
   } else if (chainLength > longChain && spread < largestSpread) {
     // Only if the next few bits take the chain apart: equal hashes stay together in any table.
@@ -158,35 +146,13 @@ void HashMapGeneric::join(PtrInterface** fresh) {
   }
 }
 
-void HashMapGeneric::deleteMember(Ptr<PtrInterface> const& member) {
-  Ptr<PtrInterface> const held(member);
-  std::uint32_t const bucket = bucketOf(vtable_->hash(held.get()));
-  PtrInterface* previous = nullptr;
-  PtrInterface* at = buckets_[bucket];
-  for (; at && at != held.get(); at = nextOf(at)) previous = at;
-  if (!at) return;
-  PtrInterface* const following = nextOf(at);
-  if (previous) {
-    vtable_->setNext(previous, following);
-  } else {
-    if (following) ptrInc(following);
-    buckets_[bucket] = following;
-    ptrDec(at);
-  }
-  // A removed member keeps no sibling alive.
-  if (following) vtable_->setNext(at, nullptr);
-  ++version_;
-  --size_;
-  shrinkIfSparse();
-}
-
 void HashMapGeneric::emptyAllBuckets() {
   if (size_ == 0) return;
   PtrInterface** const buckets = buckets_;
   std::uint32_t const count = bucketCount();
   ++version_;
   size_ = 0;
-  buckets_ = noMembers;
+  buckets_ = noMembers_;
   releaseTable();
   for (std::uint32_t bucket = 0; bucket < count; ++bucket) {
     PtrInterface* at = buckets[bucket];
@@ -210,7 +176,7 @@ PtrInterface* HashMapGeneric::findNextG(PtrInterface const* member, int* bucket)
     std::uint32_t const hash = vtable_->hash(member);
     at = static_cast<int>(bucketOf(hash));
     for (found = buckets_[at]; found; found = nextOf(found)) {
-      if (found != member && isBehind(found, hash, member)) break;
+      if (found != member && isBehind(GenericOrder(*this), found, hash, member)) break;
     }
   }
   if (!found) found = findNextBucket(&at);

@@ -24,8 +24,7 @@ constexpr unsigned int bitReverse(unsigned int value) {
   value = (value >> 1 & 0x55555555) | (value & 0x55555555) << 1;
   value = (value >> 2 & 0x33333333) | (value & 0x33333333) << 2;
   value = (value >> 4 & 0x0f0f0f0f) | (value & 0x0f0f0f0f) << 4;
-  value = (value >> 8 & 0x00ff00ff) | (value & 0x00ff00ff) << 8;
-  return value >> 16 | value << 16;
+  return __builtin_bswap32(value);
 }
 
 /// The hash of a key, before the reversal. Numbers, enumerations and identifiers hash to their own
@@ -93,6 +92,10 @@ class HashMapVTable final : public HashMapVTableGeneric {
     auto* const typed = static_cast<V*>(member);
     typed->next.ptrAssign(static_cast<V*>(next));
     if constexpr (std::is_base_of_v<Entity, V>) typed->moxVersionInc();
+  }
+  /// Where a member's link is.
+  static PtrInterface* nextOf(PtrInterface const* member) {
+    return static_cast<V const*>(member)->next.get();
   }
 
  private:
@@ -167,16 +170,40 @@ class HashMapGeneric {
     nextOffset_ = static_cast<std::uint16_t>(nextOffset);
   }
 
+  // Insertion and deletion, for both sides: `Order` is what tells hashes, order and links. The
+  // generic side's asks the vtable; the typed side's is expanded in line.
+  template <class Order>
+  void link(Order const& order, PtrInterface* fresh);
+  template <class Order>
+  void unlink(Order const& order, PtrInterface* member);
+
  private:
+  class GenericOrder;
+
+  /// Whether `candidate` stands behind the position of `member`, whose reversed hash is `hash`.
+  template <class Order>
+  static bool isBehind(Order const& order, PtrInterface const* candidate, std::uint32_t hash,
+                       PtrInterface const* member) {
+    std::uint32_t const candidateHash = order.hash(candidate);
+    return candidateHash > hash ||
+           (candidateHash == hash && order.keyLessThan(nullptr, candidate, member));
+  }
   PtrInterface* nextOf(PtrInterface const* member) const;
-  bool isBehind(PtrInterface const* candidate, std::uint32_t hash,
-                PtrInterface const* member) const;
+  /// The most members that a table of this size is left with.
+  std::uint32_t most() const { return (bucketCount() - bucketCount() / 8) >> (sizing_ >> 4); }
+  void tableIs();
   bool bitsIs(unsigned int bits);
   void split(PtrInterface** fresh);
   void join(PtrInterface** fresh);
   void growFor(std::uint32_t bucket, unsigned int chainLength);
   void shrinkIfSparse();
   void releaseTable();
+
+  /// A longer chain than this doesn't come from chance (1 in 10^9 at one member a bucket): the keys
+  /// have a common stride, and more buckets than members take it apart.
+  static constexpr unsigned int longChain = 12;
+  /// The one bucket of every map that has none of its own. Never written.
+  static PtrInterface* noMembers_[1];
 
   std::uint32_t version_ = 0;
   std::uint32_t size_ = 0;
@@ -188,6 +215,58 @@ class HashMapGeneric {
   std::uint16_t nextOffset_ = 0;
   PtrInterface** buckets_;
 };
+
+template <class Order>
+void HashMapGeneric::link(Order const& order, PtrInterface* fresh) {
+  std::uint32_t const hash = order.hash(fresh);
+  if (buckets_ == noMembers_) [[unlikely]]
+    tableIs();
+  std::uint32_t const bucket = bucketOf(hash);
+  unsigned int length = 1;
+  PtrInterface* previous = nullptr;
+  PtrInterface* following = buckets_[bucket];
+  for (; following && !isBehind(order, following, hash, fresh);
+       following = order.nextOf(following)) {
+    previous = following;
+    ++length;
+  }
+  ++version_;
+  ++size_;
+  if (following || order.nextOf(fresh)) order.setNext(fresh, following);
+  if (previous) {
+    order.setNext(previous, fresh);
+  } else {
+    ptrInc(fresh);
+    buckets_[bucket] = fresh;
+    // The bucket's reference on the old head; the new head has its own.
+    if (following) ptrDec(following);
+  }
+  if (size_ > most() || length > longChain) [[unlikely]]
+    growFor(bucket, length);
+}
+
+template <class Order>
+void HashMapGeneric::unlink(Order const& order, PtrInterface* member) {
+  std::uint32_t const bucket = bucketOf(order.hash(member));
+  PtrInterface* previous = nullptr;
+  PtrInterface* at = buckets_[bucket];
+  for (; at && at != member; at = order.nextOf(at)) previous = at;
+  if (!at) return;
+  Ptr<PtrInterface> const held(member);
+  PtrInterface* const following = order.nextOf(at);
+  if (previous) {
+    order.setNext(previous, following);
+  } else {
+    if (following) ptrInc(following);
+    buckets_[bucket] = following;
+    ptrDec(at);
+  }
+  // A removed member keeps no sibling alive.
+  if (following) order.setNext(at, nullptr);
+  ++version_;
+  --size_;
+  if (size_ < bucketCount() / 4) shrinkIfSparse();
+}
 
 /// `V`: the member class, with `K key() const` and a public `Ptr<V> next`; PtrInterface stands at
 /// its start. `H`: what a lookup of the owning attribute hands out.
@@ -221,7 +300,10 @@ class HashMap : public HashMapGeneric {
     return nullptr;
   }
 
-  void newMember(Ptr<V> const& member) { newMemberG(member, nullptr); }
+  void newMember(Ptr<V> const& member) { link(HashMapVTable<V, K>(), member.get()); }
+  using HashMapGeneric::deleteMember;
+  void deleteMember(Ptr<V> const& member) { unlink(HashMapVTable<V, K>(), member.get()); }
+  void deleteMember(V* member) { deleteMember(Ptr<V>(member)); }
 
   Iterator iterator() { return Iterator(this); }
   IteratorConst iteratorConst() const { return IteratorConst(this); }

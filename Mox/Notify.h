@@ -26,10 +26,19 @@ template <auto Handler, class T, class... Key>
 [[gnu::noinline]] void notifyWalk(ListRaw<T> const& list, AttributeId attribute,
                                   Key const&... key) {
   using H = typename HandlerClass<decltype(Handler)>::Type;
-  for (SnapshotIterator<ListRaw<T>> snapshot(list); snapshot; snapshot.advance()) {
+  struct Open {
+    explicit Open(Expect& scope) : scope_(scope) { scope_.openIs(true); }
+    ~Open() { scope_.openIs(false); }
+    Expect& scope_;
+  };
+  // One for all handlers: opened around each of them, it doesn't wait for what the last one stored.
+  Expect expect(Exception::anyId);
+  expect.openIs(false);
+  typename Snapshot<T>::Room room;
+  for (Snapshot<T> snapshot(list, room); snapshot; snapshot.advance()) {
     T* const notifiee = snapshot.member();
     try {
-      Expect const expect(Exception::anyId);
+      Open const open(expect);
       if constexpr (std::is_base_of_v<H, T>) {
         (notifiee->*Handler)(key...);
       } else if (auto* const handling = dynamic_cast<H*>(notifiee)) {

@@ -19,15 +19,16 @@ namespace Mox {
 /// Takes a reference on `object`, which isn't null.
 template <class T>
 inline void ptrInc(T const* object) {
-  static_cast<VFPtrInterface const*>(object)->referencesInc();
+  static_cast<VFPtrInterface const&>(*object).referencesInc();
 }
 
 /// Gives a reference on `object` back; at zero the object is handled and, as a rule, destroyed.
 template <class T>
 inline void ptrDec(T const* object) {
-  if (static_cast<VFPtrInterface const*>(object)->moxReferencesSub() != 0) return;
+  if (static_cast<VFPtrInterface const&>(*object).moxReferencesSub() != 0) [[likely]]
+    return;
   if constexpr (std::is_base_of_v<PtrInterface, T>) {
-    static_cast<PtrInterface const*>(object)->handleZeroRef();
+    static_cast<PtrInterface const&>(*object).handleZeroRef();
   } else {
     static_assert(std::is_trivially_destructible_v<T>, "a body without virtual operations");
     // GCC takes the shared empty text, whose count never reaches zero, for something freed here.

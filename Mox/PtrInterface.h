@@ -39,7 +39,7 @@ class VFPtrInterface {
   }
 
   void referencesInc() const {
-    if (!enableThreadSafePointers) {
+    if (!enableThreadSafePointers) [[likely]] {
       ++references_;
     } else {
       std::atomic_ref<std::uint32_t>(references_).fetch_add(1, std::memory_order_relaxed);
@@ -48,7 +48,8 @@ class VFPtrInterface {
 
   /// Subtracts 1 and returns the new word under the zero test; takes no action at zero.
   std::uint32_t moxReferencesSub() const {
-    if (!enableThreadSafePointers) return --references_ & zeroTestMask;
+    if (!enableThreadSafePointers) [[likely]]
+      return --references_ & zeroTestMask;
     return (std::atomic_ref<std::uint32_t>(references_)
                 .fetch_add(0xffffffff, std::memory_order_acq_rel) -
             1) &

@@ -2,48 +2,74 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "Mox/ListRaw.h"
 #include "Mox/Ptr.h"
 
 namespace Mox {
 
-template <class List>
-class SnapshotIterator;
-
+/// The frozen list in an array that the caller has: the walk's own fields then stay in registers.
 template <class T>
-class SnapshotIterator<ListRaw<T>> {
+class Snapshot {
  public:
-  /// Holds every member, head to tail. One allocation.
-  explicit SnapshotIterator(ListRaw<T> const& list) {
-    members_.reserve(list.size());
-    for (T* member = list.head(); member; member = member->next) members_.emplace_back(member);
-  }
-  SnapshotIterator(SnapshotIterator const&) = delete;
-  SnapshotIterator& operator=(SnapshotIterator const&) = delete;
+  /// Lists of up to this length are usual: they fit into a room.
+  static constexpr std::uint32_t usual = 16;
+  using Room = T* [usual];
 
-  explicit operator bool() const { return index_ < static_cast<std::int64_t>(members_.size()); }
+  /// Holds every member, head to tail. Allocates once for a long list, not at all for a usual one.
+  Snapshot(ListRaw<T> const& list, Room& room)
+      : many_(list.size() <= usual ? nullptr : new T*[list.size()]),
+        members_(many_ ? many_ : room) {
+    for (T* member = list.head(); member; member = member->next) {
+      ptrInc(member);
+      members_[count_++] = member;
+    }
+  }
+  ~Snapshot() {
+    while (*this) release();
+    delete[] many_;
+  }
+  Snapshot(Snapshot const&) = delete;
+  Snapshot& operator=(Snapshot const&) = delete;
+
+  explicit operator bool() const { return index_ < count_; }
   /// The member in turn; null at the end.
-  T* member() const { return *this ? members_[static_cast<std::size_t>(index_)].get() : nullptr; }
+  T* member() const { return *this ? members_[index_] : nullptr; }
 
   /// Lets the member in turn go, then steps to the next one that somebody else holds too. Those
   /// that the snapshot alone holds died during the walk: they are released and passed over.
   void advance() {
     if (!*this) return;
     release();
-    while (*this && (member()->references() & VFPtrInterface::countMask) == 1) release();
+    while (*this && (members_[index_]->references() & VFPtrInterface::countMask) == 1)
+      [[unlikely]] release();
   }
 
  private:
-  void release() {
-    // The slot is empty before the release, which may run a destructor.
-    Ptr<T> const last(std::move(members_[static_cast<std::size_t>(index_)]));
-    ++index_;
-  }
+  /// The step comes before the release, which may run a destructor.
+  void release() { ptrDec(members_[index_++]); }
 
-  std::vector<Ptr<T>> members_;
+  T** const many_;
+  T** const members_;
   std::int32_t index_ = 0;
+  std::int32_t count_ = 0;
+};
+
+template <class List>
+class SnapshotIterator;
+
+/// The same with a room of its own.
+template <class T>
+class SnapshotIterator<ListRaw<T>> {
+ public:
+  explicit SnapshotIterator(ListRaw<T> const& list) : snapshot_(list, room_) {}
+  explicit operator bool() const { return static_cast<bool>(snapshot_); }
+  T* member() const { return snapshot_.member(); }
+  void advance() { snapshot_.advance(); }
+
+ private:
+  typename Snapshot<T>::Room room_;
+  Snapshot<T> snapshot_;
 };
 
 }  // namespace Mox

@@ -202,7 +202,7 @@ bool dirtyKeyDel(Map& map, Key const& key) {
   Ptr<typename Map::MemberType> const present(map[key]);
   if (!present) return false;
   bool const dirty = present->value();
-  map.deleteMember(Ptr<PtrInterface>(present));
+  map.deleteMember(present);
   return dirty;
 }
 

@@ -29,8 +29,7 @@ auto childIs(Owner& owner, Map& map, Key const& key, Make const& make, Notify co
 template <class Owner, class Map, class Child>
 Ptr<Child> adoptMember(Owner& owner, Map& map, Ptr<Child> const& child, AttributeId attribute) {
   child->parentAttrIdIs(attribute);
-  auto key = HashMapMember<Child>::key(**child);
-  map.newMemberG(Ptr<PtrInterface>(child), &key);
+  map.newMember(child);
   child->parentIs(Ptr<Entity>(&owner));
   return child;
 }
@@ -39,7 +38,7 @@ Ptr<Child> adoptMember(Owner& owner, Map& map, Ptr<Child> const& child, Attribut
 template <class Owner, class Map, class Child, class Key, class Notify>
 Ptr<Child> childRemove(Owner& owner, Map& map, Ptr<Child> const& child, Key const& key,
                        Notify const& notify) {
-  map.deleteMember(Ptr<PtrInterface>(child));
+  map.deleteMember(child);
   owner.moxVersionInc();
   child->parentIs(Ptr<Entity>());
   notify(key);

@@ -12,8 +12,7 @@ template <class Member, class Map>
 Ptr<Member> newValueMember(Map& map, typename Map::KeyType const& key,
                            typename Map::ValueType const& value) {
   Ptr<Member> const member(new Member(key, value));
-  auto linkKey = key;
-  map.newMemberG(Ptr<PtrInterface>(member), &linkKey);
+  map.newMember(member);
   return member;
 }
 
@@ -38,7 +37,7 @@ auto valueDel(Owner& owner, Map& map, Key const& key, Notify const& notify) {
   Ptr<Member> const member = map[key];
   if (!member) return typename Map::ValueType();
   auto value = member->value();
-  map.deleteMember(Ptr<PtrInterface>(member));
+  map.deleteMember(member);
   owner.moxVersionInc();
   notify(key);
   return value;
