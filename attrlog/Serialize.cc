@@ -412,6 +412,9 @@ void AttrRow::scan(MessageScan& message, bool deletes) const {
 AttrRow const* TypeRows::find(AttributeId id) const {
   for (TypeRows const* type = this; type != nullptr; type = type->base) {
     if (type->count == 0 || id < type->rows[0].id) continue;
+    // Most types' rows have consecutive ids from the first on.
+    auto const guess = static_cast<std::size_t>(id - type->rows[0].id);
+    if (guess < type->count && type->rows[guess].id == id) return type->rows + guess;
     std::size_t low = 0;
     std::size_t high = type->count;
     while (low < high) {

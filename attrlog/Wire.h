@@ -2,8 +2,10 @@
 // Included by everything in attrlog/; bytes are explained in docs/wire-format.md.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 
 #include "Mox/AttributeId.h"
@@ -135,16 +137,57 @@ enum class StreamError : std::uint8_t {
 /// "BadGreeting" and its like.
 char const* streamErrorName(StreamError code);
 
+/// A number of network byte order in this machine's, and the other way round.
+template <class Number>
+constexpr Number networkOrder(Number value) {
+  if constexpr (std::endian::native == std::endian::big || sizeof value == 1) {
+    return value;
+  } else if constexpr (sizeof value == 2) {
+    return __builtin_bswap16(value);
+  } else if constexpr (sizeof value == 4) {
+    return __builtin_bswap32(value);
+  } else {
+    return __builtin_bswap64(value);
+  }
+}
+
+template <class Number>
+inline void putNumber(unsigned char* to, Number value) {
+  value = networkOrder(value);
+  std::memcpy(to, &value, sizeof value);
+}
+template <class Number>
+inline Number getNumber(unsigned char const* from) {
+  Number value;
+  std::memcpy(&value, from, sizeof value);
+  return networkOrder(value);
+}
+
+/// Width 1, 2, 4 or 8: where it is known, one move.
 inline void putBytes(unsigned char* to, std::uint64_t value, std::size_t width) {
-  for (std::size_t i = 0; i < width; ++i) {
-    to[i] = static_cast<unsigned char>(value >> (8 * (width - 1 - i)));
+  switch (width) {
+    case 1:
+      return putNumber(to, static_cast<std::uint8_t>(value));
+    case 2:
+      return putNumber(to, static_cast<std::uint16_t>(value));
+    case 4:
+      return putNumber(to, static_cast<std::uint32_t>(value));
+    default:
+      return putNumber(to, value);
   }
 }
 
 inline std::uint64_t getBytes(unsigned char const* from, std::size_t width) {
-  std::uint64_t value = 0;
-  for (std::size_t i = 0; i < width; ++i) value = value << 8 | from[i];
-  return value;
+  switch (width) {
+    case 1:
+      return *from;
+    case 2:
+      return getNumber<std::uint16_t>(from);
+    case 4:
+      return getNumber<std::uint32_t>(from);
+    default:
+      return getNumber<std::uint64_t>(from);
+  }
 }
 
 }  // namespace NboAttrLog
