@@ -3,7 +3,7 @@
 // those of CLOCK_MONOTONIC, which both processes share.
 //
 // The two sides are classes of the library that is measured:
-//   struct A { A(std::vector<tree::Object> const&, bool isStalled);  builds the model, listens
+//   struct A { A(std::vector<tree::Object> const&, std::string const& workload);  builds, listens
 //     void serve(int control);                   accepts and serves until `control` is readable
 //     void set(uint32_t index, uint32_t attr, uint32_t value);    the model's setter
 //     void pump();                               lets the connection work, never blocks for long
@@ -11,7 +11,8 @@
 //     void serveRest(int control);               sends everything, until `control` is readable
 //     void roundTrip(uint32_t value);            returns when the acknowledgement is there
 //     uint64_t hash(); }
-//   struct B { explicit B(size_t objects); void sync();  connects; returns when all is held
+//   struct B { B(size_t objects, std::string const& workload);  connects
+//     void sync();                               returns when all is held
 //     void runUntil(uint32_t value);             applies changes until `done(value)` is there
 //     void echo(uint32_t count);                 answers round trips
 //     uint64_t hash(); uint64_t values(); uint64_t applied(); uint64_t bytes(); }
@@ -110,7 +111,7 @@ template <class B>
   if (workload == "R3") pinTo(1);
   Report report{};
   report.begin = nowNs();
-  B b(objects);
+  B b(objects, workload);
   b.sync();
   report.end = nowNs();
   report.hash = b.hash();
@@ -150,7 +151,7 @@ class Sender {
 
   bool run() {
     std::vector<tree::Object> const objects = tree::objectsOf(chips_);
-    a_ = new A(objects, workload_ == "R4");
+    a_ = new A(objects, workload_);
     // Made before any clock or size is read.
     tree::Changes generator(objects);
     std::vector<tree::Change> changes;

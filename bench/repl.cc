@@ -1,5 +1,4 @@
 // R1 to R4: the workloads' tree between two processes over a Unix socket.
-#include <InvArad.h>
 
 #include <optional>
 
@@ -16,19 +15,21 @@ using bench::Model;
 
 SocketAddress address() { return SocketAddress::unixPath("/tmp/" + bench::runTag() + ".socket"); }
 
-/// Both ends may write: the acknowledgement comes from the one that imports the tree.
-LinkOptions options() {
+/// In round trips both ends write: the acknowledgement comes from the one that imports the tree.
+LinkOptions options(std::string const& workload) {
   LinkOptions result;
   result.schemaHash = BenchTree::schemaHash;
-  result.grantsWrite = true;
-  result.wantsWrite = true;
+  result.grantsWrite = result.wantsWrite = workload.starts_with("R3");
   return result;
 }
 
 class Sender {
  public:
-  Sender(std::vector<bench::tree::Object> const& objects, bool isStalled)
-      : objects_(objects), isStalled_(isStalled), model_(objects), session_("sender", options()) {
+  Sender(std::vector<bench::tree::Object> const& objects, std::string const& workload)
+      : objects_(objects),
+        isStalled_(workload == "R4"),
+        model_(objects),
+        session_("sender", options(workload)) {
     session_.exportIs(Mox::Ptr<Mox::Entity>(&model_.slice()));
     session_.exportsDone();
     listener_.emplace(address());
@@ -78,8 +79,8 @@ class Sender {
 
 class Receiver {
  public:
-  explicit Receiver(std::size_t objects)
-      : objects_(objects), roots_(new Mox::Dir), session_("receiver", options()) {
+  Receiver(std::size_t objects, std::string const& workload)
+      : objects_(objects), roots_(new Mox::Dir), session_("receiver", options(workload)) {
     session_.importDirIs(roots_);
     loop_.sessionIs(session_);
     link_ = session_.linkIs(SocketLink::connect(address(), 5000));
