@@ -157,11 +157,15 @@ Ptr<FlowIn> Demuxer::flowInIs(EntityId const& id) {
 
 /// What is open on an adapter that goes: a value in pieces, a transaction.
 void Demuxer::transactionDrop(Sa& adapter) {
-  Ptr<FlowIn> const flowIn = flowInDel(adapter.entityId());
-  AttributeId const open = flowIn ? flowIn->openTransaction() : 0;
+  flowInDel(adapter.entityId());
   Ptr<Entity> const entity = adapter.moxNotifierEntity();
-  AttrRow const* const row = open != 0 ? adapter.rows().find(open) : nullptr;
-  if (row && entity) Marks::drop(**entity, *row, this);
+  // A change of the sync mode opens transactions without a marker and without a FlowIn.
+  if (!entity || Marks::openCount() == 0) return;
+  for (TypeRows const* type = &adapter.rows(); type != nullptr; type = type->base) {
+    for (AttrRow const& row : *type) {
+      if (row.isCollection()) Marks::drop(**entity, row, this);
+    }
+  }
 }
 
 Ptr<FlowIn> Demuxer::flowInDel(EntityId const& id) {

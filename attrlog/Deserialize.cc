@@ -210,7 +210,7 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
       if (!flowIn || flowIn->aid() != attribute) return false;
       if (kind != Kind::begin) {
         moxFlowInIteratorDel<String8::Iterator>(flowIn.get(), attribute);
-        demuxer->flowInDel(id);
+        if (flowIn->openTransaction() == 0) demuxer->flowInDel(id);
       }
       return true;
     case AttrForm::singleton: {
