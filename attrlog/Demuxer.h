@@ -178,10 +178,6 @@ class Demuxer : public PtrInterface {
   bool isApplying(StreamAdapter const& adapter, AttributeId attribute) const {
     return applyingAdapter_ == &adapter && applyingAttribute_ == attribute;
   }
-  /// What the message in hand turns out to be about.
-  void applyingAttributeIs(AttributeId attribute) {
-    if (applyingAdapter_ != nullptr) applyingAttribute_ = attribute;
-  }
   /// True while a message about another attribute is being applied through this adapter.
   bool isApplyingOther(StreamAdapter const& adapter, AttributeId attribute) const {
     return applyingAdapter_ == &adapter && applyingAttribute_ != attribute;

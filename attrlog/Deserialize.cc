@@ -1,29 +1,13 @@
 // The frame around every message and every marker, and the strings in pieces.
 #include "attrlog/Deserialize.h"
 
+#include <cstdlib>
+#include <limits>
+
 #include "attrlog/Rows.h"
 
 namespace Mox::NboAttrLog {
 namespace {
-
-/// A message about one of several alternative ids: finds the one that this type owns children
-/// under, and passes over the rest of the list.
-void compoundPrologue(MessageIn& message, TypeRows const& type) {
-  In& in = *message.in.get();
-  unsigned char const* const start = in.position();
-  std::size_t const groupLength = in.nextU16();
-  std::size_t const keyEnd = in.nextU16();
-  auto const consumed = [&] { return static_cast<std::size_t>(in.position() - start); };
-  while (consumed() < groupLength) {
-    AttributeId const id = in.nextint();
-    AttrRow const* row = type.find(id < 0 ? -id : id);
-    if (!row || !row->ownsChildren()) continue;
-    message.attribute = id;
-    if (consumed() < groupLength) in.nextBytes(groupLength - consumed());
-  }
-  if (message.attribute > 0) in.nextU32();
-  if (keyEnd != 0) message.keyEnd = start + keyEnd;
-}
 
 /// The authority has changed the mode in which the entity is kept: it holds on every connection.
 /// Mode `ended` also ends the mount of a root.
@@ -50,14 +34,31 @@ void applySync(MessageIn& message) {
   if (entry && entry->target() == entity) entry->operationIs(Dir::Entry::endMount);
 }
 
-bool ownsChildren(TypeRows const& type) {
-  for (AttrRow const& row : type) {
-    if (row.ownsChildren()) return true;
+}  // namespace
+
+Compound readCompound(In& in, TypeRows const& type, AttributeId attribute) {
+  Compound compound{attribute, in.position()};
+  std::size_t const groupLength = in.nextU16();
+  compound.keyEnd = in.nextU16();
+  auto const consumed = [&] { return static_cast<std::size_t>(in.position() - compound.start); };
+  while (consumed() < groupLength) {
+    AttributeId const id = in.nextint();
+    if (id == std::numeric_limits<AttributeId>::min()) continue;
+    AttrRow const* row = type.find(std::abs(id));
+    if (!row || !row->ownsChildren()) continue;
+    compound.attribute = id;
+    if (consumed() < groupLength) in.nextBytes(groupLength - consumed());
   }
-  return false;
+  if (compound.attribute > 0) in.nextU32();
+  return compound;
 }
 
-}  // namespace
+void Compound::argsEnd(In& in) const {
+  if (keyEnd == 0) return;
+  auto const consumed = static_cast<std::size_t>(in.position() - start);
+  if (consumed > keyEnd) throw StreamException(StreamError::badLength);
+  in.nextBytes(keyEnd - consumed);
+}
 
 void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
                  StreamAdapter::DeserializationOptions const& options, unsigned int length,
@@ -85,11 +86,9 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
     }
   }
   MessageIn message{adapter, from, attribute, length, reflect, Ptr<FlowIn>()};
-  if ((attribute == compoundAttribute || attribute == -compoundAttribute) && ownsChildren(type)) {
-    compoundPrologue(message, type);
-    if (Demuxer* demuxer = adapter.streamDemuxer()) {
-      demuxer->applyingAttributeIs(std::abs(message.attribute));
-    }
+  if (std::abs(attribute) == compoundAttribute && type.ownsChildren()) {
+    message.compound = readCompound(**from, type, attribute);
+    message.attribute = message.compound.attribute;
   }
   if (Demuxer* demuxer = adapter.streamDemuxer()) {
     message.flowIn = demuxer->flowIn(adapter.entityId());

@@ -29,6 +29,10 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
 /// Calls the handler that an id stands for; an unknown id does nothing.
 void notify(Sa& adapter, TypeRows const& type, AttributeId attribute, void const* key);
 
+/// Reads the front of a compound message: its own id, or the one among those that it offers which
+/// the type owns children under.
+Compound readCompound(In& in, TypeRows const& type, AttributeId attribute);
+
 /// The strings: pieces are joined in a FlowIn, and applied when whole.
 void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8 const&));
 
@@ -74,6 +78,7 @@ void scanChild(MessageScan& message) {
   [&]<class... T>(std::type_identity<std::tuple<T...>>) {
     scanValues<T...>(message);
   }(std::type_identity<typename D::Args>());
+  message.compound.argsEnd(message.in);
   message.in.take(8);
 }
 
@@ -265,7 +270,7 @@ void readChildKey(MessageIn& message) {
   auto& typed = static_cast<typename D::Sa&>(adapter);
   auto const args = readArgs<typename D::Args>(in);
   typename D::Key const key = std::get<0>(args);
-  if (message.keyEnd) in.positionIs(message.keyEnd);
+  message.compound.argsEnd(in);
   if (message.reflect) {
     D::on(typed, key);
     return;
@@ -304,7 +309,7 @@ void readSingleton(MessageIn& message) {
   Sa& adapter = message.adapter;
   auto& typed = static_cast<typename D::Sa&>(adapter);
   auto const args = readArgs<typename D::Args>(in);
-  if (message.keyEnd) in.positionIs(message.keyEnd);
+  message.compound.argsEnd(in);
   if (message.reflect) {
     D::on(typed);
     return;

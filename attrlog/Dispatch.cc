@@ -2,10 +2,12 @@
 // so that a bad one changes nothing; then it is dropped, answered with this end's state, or
 // applied.
 #include <algorithm>
+#include <cstdlib>
 
 #include "Mox/Exception.h"
 #include "Mox/NboAttrLogFlow.h"
 #include "attrlog/Demuxer.h"
+#include "attrlog/Deserialize.h"
 #include "attrlog/Rows.h"
 #include "attrlog/Serialize.h"
 #include "registry/MoxType.h"
@@ -134,28 +136,42 @@ void Demuxer::dispatchMessage(Frame const& frame) {
     return passOver(frame);
   }
   if (adapter->hasFlag(readOnlyRemote)) throw StreamException(StreamError::notPermitted);
-  bool const deletes = frame.attributeId < 0;
-  AttributeId const attribute = std::abs(frame.attributeId);
   Ptr<Entity> const entity = adapter->moxNotifierEntity();
   in_->payloadIs(frame.payload, frame.payloadSize);
-  if (AttrRow const* const row = adapter->rows().find(attribute)) {
+  // A compound message is held to the same rules as the plain one that it stands for.
+  Frame about = frame;
+  Compound compound;
+  bool const isCompound =
+      std::abs(frame.attributeId) == compoundAttribute && adapter->rows().ownsChildren();
+  if (isCompound) {
+    compound = readCompound(**in_, adapter->rows(), frame.attributeId);
+    about.attributeId = compound.attribute;
+    about.payload = in_->position();
+    about.payloadSize = in_->bytesAvailable();
+  }
+  bool const deletes = about.attributeId < 0;
+  AttributeId const attribute = std::abs(about.attributeId);
+  AttrRow const* const row = adapter->rows().find(attribute);
+  if (row && (deletes ? row->readDel : row->read)) {
     bool const creates = row->ownsChildren() && !deletes;
-    if (creates != (frame.instantiateTag == creationTag) ||
-        row->isVariable(deletes) != frame.isVariableLength) {
+    if (isCompound) {
+      about.instantiateTag = creates ? creationTag : 0;
+    } else if (creates != (frame.instantiateTag == creationTag) ||
+               row->isVariable(deletes) != frame.isVariableLength) {
       throw StreamException(StreamError::badHeader);
     }
-    MessageScan scan{**in_, *this, row->keyOf(frame.payload, frame.payloadSize)};
+    MessageScan scan{**in_, *this, row->keyOf(about.payload, about.payloadSize), compound};
     row->scan(scan, deletes);
-    in_->payloadIs(frame.payload, frame.payloadSize);
+    in_->payloadIs(about.payload, about.payloadSize);
     if (isAuthority(**adapter)) {
-      if (isConflict(**adapter, *row, frame, scan)) {
+      if (isConflict(**adapter, *row, about, scan)) {
         ++stats_.conflicts;
         dropOpenValue(**adapter, *row, scan);
-        return passOver(frame);
+        return passOver(about);
       }
       if (isReadOnlyElsewhere(**entity)) scan.namesGone = true;
     }
-    if (scan.namesGone) return reflect(**adapter, *row, frame, scan);
+    if (scan.namesGone) return reflect(**adapter, *row, about, scan);
     if (row->isCollection()) Marks::enter(**entity, *row, this);
   } else if (frame.attributeId == syncAttribute) {
     if (!adapter->hasFlag(notAuthority)) throw StreamException(StreamError::notPermitted);
@@ -166,6 +182,7 @@ void Demuxer::dispatchMessage(Frame const& frame) {
     }
   }
   frameStartsHold_ = frame.fullTransferFollows;
+  in_->payloadIs(frame.payload, frame.payloadSize);
   applying(**adapter, attribute, [&] {
     StreamAdapter::DeserializationOptions options;
     options.sequenceNumber = framesBegun();
@@ -237,13 +254,15 @@ void Demuxer::reflect(Sa& adapter, AttrRow const& row, Frame const& frame,
   }
   StreamAdapter::DeserializationOptions options;
   options.sequenceNumber = framesBegun();
+  applied_ = false;
   try {
     adapter.handleAttrDeserialization(frame.attributeId, options,
                                       static_cast<unsigned int>(frame.payloadSize), in_);
   } catch (StreamException const&) {
     throw;
   } catch (std::exception const&) {
-    throw StreamException(StreamError::badValue);
+    if (!applied_) throw StreamException(StreamError::badValue);
+    ++stats_.handlerExceptions;  // a removal under an enumerator that this end doesn't know
   }
 }
 

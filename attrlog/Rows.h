@@ -32,6 +32,17 @@ enum class AttrForm : std::uint8_t {
   valuesByString,  ///< a collection of strings under strings, each in as many messages as it takes
 };
 
+/// What the list of alternatives at the front of a compound message leads to.
+struct Compound {
+  AttributeId attribute;
+  unsigned char const* start = nullptr;  ///< of the list
+  std::size_t keyEnd = 0;  ///< bytes from `start` to the end of the arguments; 0: not told
+
+  /// Passes over what stands behind the key and the constructor arguments. Throws BadLength when
+  /// they end elsewhere.
+  void argsEnd(In& in) const;
+};
+
 /// A message that is being read.
 struct MessageIn {
   Sa& adapter;
@@ -40,8 +51,7 @@ struct MessageIn {
   unsigned int length;
   bool reflect;
   Ptr<FlowIn> flowIn;
-  /// Where the key and the constructor arguments of a compound message end; null for none.
-  unsigned char const* keyEnd = nullptr;
+  Compound compound = {};
 };
 
 /// What can be said of a message before it is applied.
@@ -49,8 +59,9 @@ struct MessageScan {
   In& in;
   Demuxer const& demuxer;
   std::string_view key = {};  ///< the key's bytes
-  bool namesGone = false;     ///< it refers to an entity that this end has parted with
-  bool isOpen = false;        ///< a piece with more to come
+  Compound compound = {};
+  bool namesGone = false;  ///< it refers to an entity that this end has parted with
+  bool isOpen = false;     ///< a piece with more to come
 };
 
 struct AttrRow {
@@ -139,6 +150,8 @@ struct TypeRows {
   AttrRow const* end() const { return rows + count; }
   /// The row of an id, bases included; null for none.
   AttrRow const* find(AttributeId id) const;
+  /// True for a type that takes compound messages. Its bases don't count.
+  bool ownsChildren() const;
 };
 
 }  // namespace Mox::NboAttrLog

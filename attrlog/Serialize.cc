@@ -2,6 +2,8 @@
 // flow-out. Each algorithm reads from top to bottom in the order in which it happens.
 #include "attrlog/Serialize.h"
 
+#include <algorithm>
+
 #include "Mox/Exception.h"
 #include "Mox/NboAttrLogFlow.h"
 #include "attrlog/Demuxer.h"
@@ -407,6 +409,10 @@ void AttrRow::scan(MessageScan& message, bool deletes) const {
     shape(message);
   }
   if (message.in.bytesAvailable() != 0) throw StreamException(StreamError::badLength);
+}
+
+bool TypeRows::ownsChildren() const {
+  return std::any_of(begin(), end(), [](AttrRow const& row) { return row.ownsChildren(); });
 }
 
 AttrRow const* TypeRows::find(AttributeId id) const {
