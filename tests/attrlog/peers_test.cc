@@ -142,6 +142,22 @@ TEST(Relay, AWriteThatTheMiddleMayNotMakeItselfIsUndoneAtTheFarEnd) {
   EXPECT_EQ(chain.downs[1]->stats().reflected, 5u);
 }
 
+TEST(Relay, ARemovalUnderAnEnumeratorThatTheMiddleDoesNotKnowEndsNoConnection) {
+  Chain chain(3, {false, true});
+  start(chain);
+  chain.slice->fap("f")->serdesIs(3, false, false, 0, 0, 0);
+  chain.settle();
+  auto const later = static_cast<Hardware::Sand::JerichoNifSerdesTuningMode>(77);
+  Ptr<Inventory::Arad::NifSerdes> const lane = chain.tree(2).fap("f")->serdes(3);
+  lane->jerichoNifSerdesTuningIs(later);
+  chain.settle();
+  lane->jerichoNifSerdesTuningDel(later);
+  chain.settle();
+  chain.expectSame();
+  EXPECT_TRUE(chain.closed.empty());
+  EXPECT_GT(chain.downs[1]->stats().handlerExceptions, 0u);
+}
+
 TEST(Relay, TheMarksOfOneTransactionAreNotThoseOfAnother) {
   // Both neighbours of the middle send the same collection anew at the same time: each end's
   // marker deletes what its own side did not name.

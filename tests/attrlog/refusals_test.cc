@@ -10,7 +10,6 @@ namespace {
 
 using Inventory::Arad::Arad;
 using Inventory::Arad::AradSlice;
-using Inventory::Arad::NifSerdes;
 using Type = StreamAdapter::AttrTransactionType;
 
 constexpr EntityId freshId{0x7777000000000011};
@@ -58,6 +57,7 @@ struct Pair {
     arad->qsgmiiIs(0)->descriptionIs("before");
     arad->cgeIs(3)->serdesAllocatedIs(4, true);
     arad->portIs(16, nullptr);
+    arad->statsSerdesIs(Hardware::Sand::AradStatsSerdesId(28), false);
     arad->ddrTuneSettingIs("old", "value");
     mirror.connect();
     mirror.settle();
@@ -123,10 +123,8 @@ Row const rows[] = {
                        number(0, 4) + port17() + "gap" + newId());
      },
      StreamError::none, true, 0, 0, [](Pair& p) { return bool(p.copyArad()->port(17)); }},
-    {"arguments that reach behind their end",
-     [](Pair& p) {
-       return compound(arad(p), 144, {522}, oneId + 2, number(0, 4) + port17() + newId());
-     },
+    {"arguments that reach into the id",
+     [](Pair& p) { return compound(arad(p), 144, {525}, oneId, number(0, 4) + newId()); },
      StreamError::badLength, false, 0, 0, anything},
     {"a gap that leaves no id",
      [](Pair& p) {
@@ -290,6 +288,44 @@ TEST(Refusals, MarksSetByAChangeOfTheModeGoWithTheConnection) {
   EXPECT_EQ(Marks::openCount(), 0u);
 }
 
+TEST(Refusals, MarkersOpenAtMostOneRecordAndTheirRemovalsAreNotSent) {
+  Pair pair;
+  Demuxer& demuxer = pair.mirror.in();
+  Ptr<Arad> const chip = pair.copyArad();
+  Ptr<Sa> const adapter = pair.copyAdapter(chip);
+  auto const isMarked = [&] { return chip->port(16)->moxMarkedForDeletion(); };
+
+  adapter->flagsIs(applyingSync, true);
+  adapter->handleAttrTransaction(522, Type::begin, 0);
+  adapter->flagsIs(applyingSync, false);
+  EXPECT_TRUE(isMarked());
+  EXPECT_EQ(demuxer.flowInCount(), 0u);
+
+  for (int times = 0; times < 2; ++times) {
+    chip->port(16)->moxMarkedForDeletionIs(false);
+    adapter->handleAttrTransaction(522, Type::begin, 0);
+    EXPECT_TRUE(isMarked());
+    ASSERT_EQ(demuxer.flowInCount(), 1u);
+    EXPECT_EQ(demuxer.flowIn(adapter->entityId())->aid(), 522);
+  }
+  // A type without such attributes, and nothing of a string is pending here.
+  pair.copyAdapter(chip->statsSerdes(Hardware::Sand::AradStatsSerdesId(28)))
+      ->handleAttrTransaction(259, Type::begin, 0);
+  Ptr<Sa> const text = pair.copyAdapter(chip->qsgmii(0));
+  text->handleAttrTransaction(259, Type::abort, 0);
+  EXPECT_EQ(demuxer.flowInCount(), 1u);
+
+  std::uint64_t const sent = pair.mirror.importerLink->stats().bytesSent;
+  adapter->handleAttrTransaction(522, Type::end, 0);
+  EXPECT_EQ(chip->portCount(), 0u);
+  EXPECT_FALSE(adapter->hasFlag(changeFromLog));
+  EXPECT_EQ(demuxer.flowInCount(), 0u);
+  EXPECT_EQ(Marks::openCount(), 0u);
+  pair.mirror.settle();
+  EXPECT_EQ(pair.mirror.importerLink->stats().bytesSent, sent);
+  EXPECT_TRUE(pair.arad->port(16)) << "the removal is the peer's own wish";
+}
+
 std::string internalText(std::function<void()> const& call) {
   try {
     call();
@@ -319,18 +355,22 @@ TEST(Refusals, TheFrameOfAMessageRefusesAndCleansUp) {
 
 TEST(Refusals, AReflectedMessageIsAnsweredAndChangesNothing) {
   Pair pair;
-  Ptr<NifSerdes> const lane = pair.arad->serdes(3);
-  Ptr<Sa> const adapter = pair.adapter(lane);
+  Ptr<Sa> const adapter = pair.adapter(pair.arad->qsgmii(0));
+  pair.copyArad()->qsgmii(0)->descriptionIs("");
+  pair.mirror.settle();
+  ASSERT_EQ(pair.arad->qsgmii(0)->description(), "");
   std::string const before = treeText(pair.mirror.root());
-  std::uint64_t const sent = pair.mirror.out().stats().framesReceived;
-  std::string const key = number(Hardware::Sand::serdesTuningCopper, 4);
+  Out& out = **pair.mirror.out().out();
+  ASSERT_EQ(out.committedSize(), 0u);
   Ptr<In> const& in = pair.mirror.out().in();
-  in->payloadIs(reinterpret_cast<unsigned char const*>(key.data()), key.size());
-  adapter->handleAttrDeserialization(266, {}, 4, in);
-  EXPECT_EQ(in->bytesAvailable(), 0u) << "the key is read, and the id is not";
+  std::string const half = more("half");
+  in->payloadIs(reinterpret_cast<unsigned char const*>(half.data()), half.size());
+  adapter->handleAttrDeserialization(259, {}, static_cast<unsigned int>(half.size()), in);
+  EXPECT_EQ(in->bytesAvailable(), half.size()) << "a piece isn't read";
+  EXPECT_EQ(out.committedSize(), frameOverhead) << "this end's empty text";
   EXPECT_FALSE(adapter->hasFlag(changeFromLog));
+  EXPECT_EQ(pair.mirror.out().flowInCount(), 0u);
   EXPECT_EQ(treeText(pair.mirror.root()), before);
-  EXPECT_EQ(pair.mirror.out().stats().framesReceived, sent);
 }
 
 }  // namespace
