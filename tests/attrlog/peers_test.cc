@@ -158,6 +158,25 @@ TEST(Relay, ARemovalUnderAnEnumeratorThatTheMiddleDoesNotKnowEndsNoConnection) {
   EXPECT_GT(chain.downs[1]->stats().handlerExceptions, 0u);
 }
 
+TEST(Relay, AChangeOfTheModeHoldsOnEveryConnectionOfTheEntity) {
+  Chain chain(3, {true, true});
+  start(chain);
+  Ptr<Entity> const middle(&chain.tree(1));
+  Ptr<Entity::MoxNboAttrLogSa> const up =
+      middle->moxNboAttrLogSa(Ptr<Out const>(chain.ups[1]->demuxer().out()));
+  Ptr<Entity::MoxNboAttrLogSa> const down =
+      middle->moxNboAttrLogSa(Ptr<Out const>(chain.downs[1]->demuxer().out()));
+  ASSERT_EQ(up->entityId(), down->entityId());
+  unsigned char const suspended[] = {0, 0, 0, 3};
+  chain.ups[1]->demuxer().in()->payloadIs(suspended, sizeof suspended);
+  up->handleAttrDeserialization(syncAttribute, {}, sizeof suspended, Ptr<In>());
+  for (auto const& adapter : {up, down}) {
+    EXPECT_EQ(adapter->syncMode(), StreamAdapter::SyncMode::suspended);
+    EXPECT_FALSE(adapter->hasFlag(applyingSync));
+  }
+  EXPECT_TRUE(chain.tree(1).fap("f")) << "nothing was marked, nothing goes";
+}
+
 TEST(Relay, TheMarksOfOneTransactionAreNotThoseOfAnother) {
   // Both neighbours of the middle send the same collection anew at the same time: each end's
   // marker deletes what its own side did not name.
