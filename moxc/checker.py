@@ -277,7 +277,7 @@ class _Checker:
         identifier.null = numbers.get('null')
         identifier.min = numbers.get('min', 0)
         identifier.max = numbers.get('null', numbers.get('max', limit))
-        if identifier.min > identifier.max:
+        if 'min' in numbers and identifier.min > identifier.max:
             self._report(node.limits['min'].position, "min of '%s' is %d, expected at most %d",
                          identifier.name, identifier.min, identifier.max)
         top = node.limits.get('max')

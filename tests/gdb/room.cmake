@@ -1,3 +1,4 @@
 add_executable(gdb_subject gdb/subject.cc)
 target_link_libraries(gdb_subject PRIVATE InvArad::InvArad)
-target_compile_options(gdb_subject PRIVATE -g -O0)
+target_compile_options(gdb_subject PRIVATE -g -O0
+                       $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)

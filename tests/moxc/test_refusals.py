@@ -164,6 +164,8 @@ TYPES = {
         "3:16: identifier over 'String8', expected U8, U16, U32 or U64"]),
     'identifier out of its field': (below('identifier I : U8 { null 256 }'), [
         "3:26: null of 'I' is 256, expected 0 to 255"]),
+    'identifier below its field': (below('identifier I : U8 { null -1 }'), [
+        "3:26: null of 'I' is -1, expected 0 to 255"]),
     'identifier with min above max': (below('identifier I : U8 { min 9 max 8 }'), [
         "3:25: min of 'I' is 9, expected at most 8"]),
     'identifier with null and max': (below('identifier I : U8 { null 9 max 8 max 7 }'), [
