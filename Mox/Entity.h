@@ -76,7 +76,8 @@ class Entity : public PtrInterface {
   /// Finds the attribute of an entity by id; null when there is no type registry.
   static MoxAttr const* (*moxAttrHook)(Entity const* entity, AttributeId attribute);
   /// The step of a path from an entity's parent to it, as in `serdes[5]`; null when there is no
-  /// type registry: then the name stands for the key. Asked for entities that stand in an attribute.
+  /// type registry: then the name stands for the key. Asked for entities that stand in an
+  /// attribute.
   static String8 (*moxPathStepHook)(Entity const& child);
 
   /// Defined with the type registry.

@@ -22,9 +22,9 @@ int main() {
 
   // By id: the key and the other arguments of a new child travel in a list.
   Mox::AttributeId const fap = slice->attributeId("fap");
-  Ptr<GenericIf> const chip = slice->attributeOp(
-      {fap, Op::attrSet}, nullptr,
-      new GenericIf::List_({Mox::carrier(Mox::Name("fap0")), Mox::carrier(7u)}));
+  Ptr<GenericIf> const chip =
+      slice->attributeOp({fap, Op::attrSet}, nullptr,
+                         new GenericIf::List_({Mox::carrier(Mox::Name("fap0")), Mox::carrier(7u)}));
   std::cout << chip->strRep() << " is a " << chip->type()->qualifiedName() << "\n";
 
   // By path and text, as a tool does it.

@@ -15,7 +15,8 @@
 namespace Mox {
 
 // Hidden: each module has its own, under names as long as the types that they are made of.
-namespace [[gnu::visibility("hidden")]] generic {
+#pragma GCC visibility push(hidden)
+namespace generic {
 
 // The parts of pointers to members.
 
@@ -251,5 +252,6 @@ Ptr<GenericIf> rootOfList(char const* typeName, char const* const* names, Generi
   return X::_fwkType()->genericIf(static_cast<PtrInterface*>(root.get()), false);
 }
 
-}  // namespace gnu::visibility("hidden")]]generic
+}  // namespace generic
+#pragma GCC visibility pop
 }  // namespace Mox

@@ -53,8 +53,8 @@ String8 textOf(T const& value) {
 [[noreturn]] void cannotConvert(String8::IteratorConst const& pos,
                                 String8::IteratorConst const& end, std::type_info const& type);
 
-/// One string token: a bare word of letters, digits and the characters _.-:/ or any bytes in apostrophes
-/// with backslash escapes. No blanks are skipped, here or in any other form.
+/// One string token: a bare word of letters, digits and the characters _.-:/ or any bytes in
+/// apostrophes with backslash escapes. No blanks are skipped, here or in any other form.
 ///
 /// Every form reads one value at `pos`, leaves `pos` behind it and returns it; the last argument
 /// only picks the overload. A text that can't be read leaves `pos` alone and goes to

@@ -71,7 +71,8 @@ TEST_F(Factory, TestsEachArgumentBeforeAnythingIsMade) {
   EXPECT_EQ(refusal<Qsgmii>({0, 97}), Hardware::Sand::QsgmiiId::rangeMessage);
   EXPECT_EQ(refusal<NifSerdes>({0, 5, 1, 0, 34, 4, 1, 2}),
             Hardware::Sand::SerdesCurrent::rangeMessage);
-  EXPECT_THROW(make<StatsSerdes>({0}), Mox::NboAttrLog::StreamException) << "a stream that ends too early";
+  EXPECT_THROW(make<StatsSerdes>({0}), Mox::NboAttrLog::StreamException)
+      << "a stream that ends too early";
 }
 
 TEST_F(Factory, MakesRootsAloneByName) {
