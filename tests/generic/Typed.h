@@ -195,25 +195,29 @@ inline Table const& table() {
     TYPED_IN(JerichoNifSerdesTuning)
     TYPED_GET(tuningMode) TYPED_SET(preCursor) TYPED_SET(mainCursor) TYPED_SET(postCursor)
     TYPED_END
+    using Fru::ConnectionEndpoint;
     TYPED_IN(ConnectionEndpoint)
     TYPED_GET(id)
     TYPED_END
+    using Inventory::Mdio::AccelBlock;
     TYPED_IN(AccelBlock)
     TYPED_GET(id) TYPED_GET(offset) TYPED_GET(busSpeed)
     TYPED_END
+    using Inventory::Si5327;
     TYPED_IN(Si5327)
     TYPED_GET(pllRole)
     TYPED_END
-    TYPED_IN
-    TYPED_END
     // clang-format on
+    for (auto const& [name, attribute] : types["FapBase"]) types["Arad"][name] = attribute;
+#undef TYPED_IN
+#undef TYPED_END
 #undef TYPED_GET
 #undef TYPED_SET
 #undef TYPED_CHILD
 #undef TYPED_KEYS
 #undef TYPED_CHILDREN
 #undef TYPED_VALUES
-        return types;
+    return types;
   }();
   return all;
 }
