@@ -584,6 +584,18 @@ class CommandTest(ProgramTest):
     ]
 
     def testASessionDoesWhatEachLineSaysAndTheServerHasIt(self):
+        self.sessionTest()
+
+    def testTheSameOnRealBoards(self):
+        for board in boards():
+            if 'linecard' in board[0]:  # The family's defaults have no ports.
+                with self.subTest(board=board):
+                    self.path = os.path.join(self.directory.name, os.path.basename(board[0]))
+                    self.unix = ['--unix', self.path]
+                    self.server('--listen', 'unix:%s,rw' % self.path, endpoint=[], board=board[0])
+                    self.sessionTest()
+
+    def sessionTest(self):
         session = self.command(stdin='\n'.join(line for line, _ in self.SESSION).encode())
         self.assertEqual(session.stdout.decode().splitlines(),
                          [line for _, answer in self.SESSION for line in answer or []])
