@@ -66,7 +66,8 @@ struct CaptureWriter::File {
 
   void put(void const* bytes, std::size_t size, bool flushes) {
     if (file == nullptr) return;
-    if (std::fwrite(bytes, 1, size, file) == size && (!flushes || std::fflush(file) == 0)) return;
+    bool const isWritten = size == 0 || std::fwrite(bytes, 1, size, file) == size;
+    if (isWritten && (!flushes || std::fflush(file) == 0)) return;
     std::string const cause = systemText(errno);
     close();
     if (onFailed) onFailed(path + ": " + cause + "; the capture ends here");
