@@ -34,8 +34,8 @@ std::string systemText(int number) { return std::generic_category().message(numb
 struct CaptureWriter::File {
   std::string path;
   Clock clockMs;
-  std::uint64_t beganMs;
-  std::FILE* file;
+  std::uint64_t beganMs = 0;
+  std::FILE* file = nullptr;
   std::uint32_t connections = 0;
   OnFailed onFailed;
 
