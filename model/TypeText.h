@@ -1,5 +1,6 @@
 // The attributes of a type as text, to show and to set, and one observer for entities of any type:
-// what tools work with that don't know the classes. Generated tables fill it in.
+// what the tests of the model and of the log reach any attribute with.
+// Programs use generic/Text.h. Generated tables fill it in.
 #pragma once
 
 #include <cstddef>

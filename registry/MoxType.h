@@ -179,7 +179,7 @@ class MoxType : public Entity {
   /// The key of an entity of this type, as paths show it.
   using KeyText = String8 (*)(Entity const& entity);
   KeyText keyText() const { return keyText_; }
-  /// The attributes as text.
+  /// The attributes as text, for tests of the model; programs use generic/Text.h.
   TypeText const* typeText() const { return typeText_; }
 
   /// Records the qualified name of a type. A second type of that name takes the first one's place.
