@@ -9,7 +9,7 @@
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// How the notifiees of one activity are to be called.
 struct ActivityConfig {

@@ -2,7 +2,9 @@
 // its code; never for damaged input or a caller's ordinary mistake.
 #pragma once
 
-namespace Mox {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
 
 /// Prints `source:line: function: Assertion 'expression' failed.` to standard error and aborts.
 [[noreturn]] void assertionFailed(char const* expression, char const* source, int line,

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 
-namespace Mox {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
 
 /// Means something only together with a type. Signed: the log negates it for deletions.
 using AttributeId = std::int32_t;

@@ -3,7 +3,7 @@
 
 #include "Mox/Assertion.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 template <int bits, class Word>
 class BitSet {

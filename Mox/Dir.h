@@ -5,7 +5,7 @@
 #include "Mox/Entity.h"
 #include "Mox/HashMap.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class Dir : public Entity {
  public:

@@ -6,7 +6,7 @@
 
 #include "Mox/Assertion.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 template <class V, class I, unsigned N, unsigned M>
 class DynArray {

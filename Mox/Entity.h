@@ -11,7 +11,7 @@
 #include "Mox/PtrInterface.h"
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class MoxAttr;
 class MoxType;

@@ -7,7 +7,7 @@
 
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class Exception : public std::exception {
  public:

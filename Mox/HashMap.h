@@ -15,7 +15,7 @@
 #include "Mox/PtrInterface.h"
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class Entity;
 

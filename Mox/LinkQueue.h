@@ -8,7 +8,7 @@
 #include "Mox/ListRaw.h"
 #include "Mox/Ptr.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Picks the counted form of `IteratorConst::ptr`.
 enum False { False_ };

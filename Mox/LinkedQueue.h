@@ -5,7 +5,7 @@
 #include "Mox/ListRaw.h"
 #include "Mox/Ptr.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Base of a link class: what is carried, and the link.
 template <class L, class V>

@@ -6,7 +6,7 @@
 
 #include "Mox/Ptr.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Base of the collections: the change stamp, which only ever grows, and the number of members.
 class BaseCollection {

@@ -2,7 +2,10 @@
 // rely on to the letter. Identifiers and enumerations carry theirs with their class.
 #pragma once
 
-namespace Mox::messages {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
+namespace messages {
 
 /// ValidPtr, and every call that takes one.
 inline constexpr char nullValidPtr[] = "null ValidPtr";
@@ -32,4 +35,5 @@ inline constexpr char reinstantiatingNew[] = " has a different value of ";
 inline constexpr char reinstantiatingOld[] = " than the current value of ";
 inline constexpr char reinstantiatingEnd[] = " not allowed";
 
-}  // namespace Mox::messages
+}  // namespace messages
+}  // namespace Mox

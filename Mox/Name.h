@@ -3,7 +3,7 @@
 
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class MoxType;
 

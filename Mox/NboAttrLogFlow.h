@@ -8,7 +8,7 @@
 #include "Mox/AttributeId.h"
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 inline constexpr char nboAttrLogFlowSource[] = "Mox/NboAttrLogFlow";
 

@@ -8,7 +8,7 @@
 #include "Mox/Notifiee.h"
 #include "Mox/Ptr.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Stream adapters go to the head, so that the log hears first; all others to the tail.
 template <class X>

@@ -10,7 +10,7 @@
 #include "Mox/Notifiee.h"
 #include "Mox/SnapshotIterator.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// The id under which the walk of `zeroReferencesIs` reports a failed handler.
 inline constexpr AttributeId zeroReferencesAttributeId = 5;

@@ -12,7 +12,7 @@
 #include "Mox/Messages.h"
 #include "Mox/PtrInterface.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 [[noreturn]] void throwRangeException(char const* message);
 

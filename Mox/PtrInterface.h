@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace Mox {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
 
 class MoxType;
 class PtrInterface;

@@ -7,7 +7,7 @@
 
 #include "Mox/PtrInterface.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class PtrTrack {
  public:

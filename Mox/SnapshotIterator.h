@@ -6,7 +6,7 @@
 #include "Mox/ListRaw.h"
 #include "Mox/Ptr.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// The frozen list in an array that the caller has: the walk's own fields then stay in registers.
 template <class T>

@@ -206,9 +206,7 @@ void StringN<unsigned char>::Iterator::append(char const* bytes, std::size_t len
   data->mutableBytes()[total] = '\0';
 }
 
-std::ostream& operator<<(std::ostream& out, StringN<unsigned char> const& text) {
-  return out << text.view();
-}
+std::ostream& operator<<(std::ostream& out, String8 const& text) { return out << text.view(); }
 
 String8 format(char const* fmt, ...) {
   char local[256];

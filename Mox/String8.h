@@ -14,7 +14,7 @@
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 template <class Char>
 class StringN;
@@ -151,8 +151,6 @@ class StringN<unsigned char> {
   }
   StringN& operator+=(StringN const& other) { return *this = *this + other; }
 
-  friend std::ostream& operator<<(std::ostream& out, StringN const& text);
-
  private:
   static StringN concatenation(std::string_view a, std::string_view b);
   static unsigned int checkedLength(std::size_t length);
@@ -221,6 +219,8 @@ class StringN<unsigned char>::Iterator : public IteratorBase {
   /// Puts bytes behind the text, the position stays. Amortised: the room doubles.
   void append(char const* bytes, std::size_t length);
 };
+
+std::ostream& operator<<(std::ostream& out, String8 const& text);
 
 /// printf into a string.
 [[gnu::format(printf, 1, 2)]] String8 format(char const* fmt, ...);

@@ -10,7 +10,8 @@
 #include "attrlog/Serialize.h"
 #include "attrlog/StreamAdapter.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// The notifiee of an adapter: forwards what the entity of type X tells. Owned by the adapter; the
 /// pointer back counts nothing and is cleared before the adapter goes.
@@ -148,4 +149,5 @@ Ptr<Sa> adapterIs(X& entity, PtrInterface::NotifieeConst::Mox_BitSet flags, unsi
   return made;
 }
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

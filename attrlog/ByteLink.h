@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <string>
 
-namespace Mox::NboAttrLog {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// What became of one read or write. `count` bytes moved in any case; with `open` fewer than asked
 /// for, or none, means that more would have to wait.
@@ -34,4 +37,5 @@ class ByteLink {
   virtual int fd() const { return -1; }
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -7,7 +7,10 @@
 #include <memory>
 #include <utility>
 
-namespace Mox::NboAttrLog {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class ByteQueue {
  public:
@@ -66,4 +69,5 @@ class ByteQueue {
   std::size_t end_ = 0;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

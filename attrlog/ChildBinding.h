@@ -8,7 +8,8 @@
 #include "attrlog/StreamAdapter.h"
 #include "registry/MoxAttr.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// One attribute of `Owner` that holds children.
 template <class Owner>
@@ -53,4 +54,5 @@ bool childAttrLogIs(ChildBinding<Owner> const (&bindings)[n], MoxAttr const* att
   return false;
 }
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

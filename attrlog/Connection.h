@@ -2,7 +2,9 @@
 // limits belong to. The real connection is NboAttrLog::Link.
 #pragma once
 
-namespace Mox {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
 
 class Connection {
  public:

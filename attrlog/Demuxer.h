@@ -27,7 +27,8 @@
 #include "attrlog/SlotTable.h"
 #include "attrlog/StreamAdapter.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 struct AttrRow;
 struct MessageScan;
@@ -390,9 +391,7 @@ class DemuxerManager {
 
 DemuxerManager& globalNboAttrLogDemuxerManager();
 
-}  // namespace Mox::NboAttrLog
-
-namespace Mox {
+}  // namespace NboAttrLog
 
 /// The demuxer that serves an In; null for none.
 inline NboAttrLog::Demuxer* demuxFor(Ptr<NboAttrLog::In> const& in) {

@@ -17,7 +17,8 @@
 #include "attrlog/SerializeCollection.h"
 #include "attrlog/StreamAdapter.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// The frame of every message: mode, reactor mark, permission, dispatch, clean-up.
 void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
@@ -368,4 +369,5 @@ void sweepMembers(Sa& adapter, StreamAdapter::AttrTransactionType type) {
   }
 }
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -5,7 +5,7 @@
 #include "Mox/Entity.h"
 #include "attrlog/Wire.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 namespace NboAttrLog {
 

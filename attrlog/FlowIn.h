@@ -6,7 +6,8 @@
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class FlowIn : public PtrInterface {
  public:
@@ -35,4 +36,5 @@ class FlowIn : public PtrInterface {
   bool handlingTransaction_ = false;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -9,7 +9,8 @@
 
 #include "attrlog/Wire.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// A stream that this end refuses; caught by the demuxer, which closes the connection.
 class StreamException : public std::exception {
@@ -66,4 +67,5 @@ std::size_t greeting(unsigned char const* bytes, std::size_t size, Greeting& res
 std::size_t frame(unsigned char const* bytes, std::size_t size, Frame& result);
 
 }  // namespace FrameParser
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -7,7 +7,8 @@
 #include "attrlog/Serialize.h"
 #include "attrlog/SerializeCollection.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 template <class D>
 std::uint32_t& wordOf(FlowOut& flowOut) {
@@ -212,4 +213,5 @@ AttributeId flowOutOfBase(Sa& adapter, AttributeId start) {
   return static_cast<Base&>(adapter).Base::handleAttrFlowOut(start);
 }
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

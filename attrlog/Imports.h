@@ -10,7 +10,8 @@
 #include "Mox/Entity.h"
 #include "Mox/Ptr.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class Demuxer;
 
@@ -55,4 +56,5 @@ class Imports {
   std::vector<Item> items_;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

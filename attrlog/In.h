@@ -15,7 +15,7 @@
 #include "attrlog/Connection.h"
 #include "attrlog/Wire.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// A position in received bytes. No read passes the end mark: a value that would is an internal
 /// exception, and the message that holds it is refused.

@@ -13,7 +13,8 @@
 #include "attrlog/ByteLink.h"
 #include "attrlog/Demuxer.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class Session;
 
@@ -90,4 +91,5 @@ class Link : public PtrInterface {
   std::uint64_t bytesSent_ = 0;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -10,7 +10,8 @@
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 struct AttrRow;
 class Demuxer;
@@ -32,4 +33,5 @@ void drop(Entity& entity, AttrRow const& row, Demuxer const* connection);
 std::size_t openCount();
 
 }  // namespace Marks
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

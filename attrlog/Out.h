@@ -15,7 +15,7 @@
 #include "attrlog/Connection.h"
 #include "attrlog/Wire.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// The part of an Out that knows bytes and sizes but no messages.
 class Connection::Out : public PtrInterface {

@@ -18,7 +18,8 @@
 #include "attrlog/Out.h"
 #include "attrlog/StreamAdapter.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 using Sa = Entity::MoxNboAttrLogSa;
 
@@ -154,4 +155,5 @@ struct TypeRows {
   bool ownsChildren() const;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -6,7 +6,8 @@
 #include "attrlog/Rows.h"
 #include "attrlog/StreamAdapter.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// What the gate says of a change.
 enum class Gate {
@@ -105,4 +106,5 @@ class HandlingScheduledFlowOutAnchor {
   bool noted_;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -22,7 +22,8 @@
 #include "attrlog/Serialize.h"
 #include "attrlog/WireValue.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 template <class D>
 typename D::Entity& entityOf(Sa& adapter) {
@@ -410,4 +411,5 @@ bool serializeStrings(Sa& adapter) {
                           [&](String8 const& key) { return serializeStringOf<D>(adapter, key); });
 }
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -13,7 +13,8 @@
 #include "attrlog/ByteLink.h"
 #include "attrlog/Link.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// Callbacks run inside of `service`, behind the dispatch; they may use the session and its links
 /// but not destroy it.
@@ -76,4 +77,5 @@ class Session {
   OnReport onReport_;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

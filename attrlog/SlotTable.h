@@ -13,7 +13,8 @@
 #include "Mox/AttributeId.h"
 #include "attrlog/Wire.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// An open-addressing table. Acknowledged entries are dead: they are passed over, and their places
 /// taken by new ones, so that a connection whose peer keeps up allocates nothing.
@@ -99,4 +100,5 @@ class SlotTable {
   std::uint64_t acknowledged_ = 0;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -15,7 +15,7 @@
 #include "attrlog/Out.h"
 #include "attrlog/Wire.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class MoxType;
 

@@ -12,7 +12,8 @@
 #include "attrlog/FrameParser.h"
 #include "attrlog/WireSchema.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// Each line begins with a word for what it is:
 ///
@@ -91,4 +92,5 @@ class StreamText {
   std::map<EntityId, Known> known_;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -12,7 +12,7 @@
 #include "Mox/HashMap.h"
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Names one entity on a connection: two 32-bit words. An odd low word marks a unified id, the
 /// same on every connection; 0 names nothing.

@@ -10,7 +10,8 @@
 #include "attrlog/Rows.h"
 #include "attrlog/WireValue.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// Reads one value and gives its text. Throws what the value's reader throws. Null: the value is a
 /// reference, an entity's id.
@@ -89,4 +90,5 @@ String8 nextPathText(In& in) {
   }
 }
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -16,7 +16,8 @@
 #include "values/SlotId.h"
 #include "values/Units.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// The id of a referenced entity on this connection; 0 for null. Throws
 /// `EntityIdUnavailableException` when the peer cannot know the entity yet.
@@ -144,4 +145,5 @@ const& operator<<(Ptr<Out> const& out, T value) {
   return out;
 }
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -12,7 +12,10 @@ function(invarad_library target)
   target_include_directories(
     ${target} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/InvArad>)
   target_compile_features(${target} PUBLIC cxx_std_20)
-  set_target_properties(${target} PROPERTIES
+  set(map ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/std.map)
+  target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map}
+                        CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
                         VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                         INSTALL_RPATH "$ORIGIN")
   if(NOT TARGET InvArad::${target})

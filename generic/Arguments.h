@@ -6,7 +6,7 @@
 #include "generic/GenericIf.h"
 #include "generic/Rows.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class GenericArguments {
  public:

@@ -7,7 +7,7 @@
 
 #include "generic/GenericIf.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Stands on a member or at the end. Survives whatever happens to the collection meanwhile: a
 /// member that is taken out keeps its place until the next step.

@@ -10,7 +10,7 @@
 #include "registry/ValueType.h"
 #include "values/EnumSupport.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// What all carriers of one value answer: the attribute `value`, id 1, and the value's address for
 /// its own type.

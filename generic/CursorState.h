@@ -8,7 +8,7 @@
 #include "Mox/HashMap.h"
 #include "generic/GenericIf.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 struct CursorState {
   /// The map's change stamp when the place was last known good.

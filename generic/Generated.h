@@ -12,7 +12,7 @@
 #include "generic/Rows.h"
 #include "values/ValueText.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 // Hidden: each module has its own, under names as long as the types that they are made of.
 #pragma GCC visibility push(hidden)

@@ -12,7 +12,7 @@
 #include "Mox/Ptr.h"
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class GenericIfListLink;
 class MoxType;

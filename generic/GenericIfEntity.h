@@ -5,7 +5,7 @@
 #include "Mox/Entity.h"
 #include "generic/GenericIf.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 struct GenericRow;
 struct GenericRows;

@@ -6,7 +6,7 @@
 #include "generic/GenericIfEntity.h"
 #include "generic/Rows.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Keeps an object that is still being made from being destroyed by whoever takes and drops a
 /// reference on it.

@@ -12,7 +12,7 @@
 #include "generic/GenericIf.h"
 #include "registry/MoxType.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 enum class GenericKind : std::uint8_t {
   constant,   ///< a key or a constructor parameter

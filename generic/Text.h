@@ -13,7 +13,7 @@
 #include "generic/GenericIfEntity.h"
 #include "registry/MoxType.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// How an attribute is worked with.
 enum class AttributeForm : unsigned char {

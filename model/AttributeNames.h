@@ -5,7 +5,7 @@
 
 #include "Mox/AttributeId.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 struct AttributeName {
   AttributeId id;

@@ -11,7 +11,7 @@
 #include "Mox/String8.h"
 #include "values/ValueText.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Throws the NameInUseException of a child that exists with another value of a constructor
 /// parameter; the new value comes first in its text.

@@ -6,7 +6,7 @@
 #include "Mox/Ptr.h"
 #include "model/Child.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// `xIs(key, params...)`: the member with this key, made if there is none. A member that exists
 /// must have the same parameters; then the parent's version rises, and nobody is told.

@@ -2,7 +2,9 @@
 // it, so that files of another version of the compiler don't meet these algorithms by accident.
 #pragma once
 
-namespace Mox {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
 
 inline constexpr int generatedFormat = 1;
 

@@ -7,7 +7,7 @@
 #include "Mox/AttributeId.h"
 #include "Mox/Notify.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Compares and stores. True: the value is another one, it is stored and the owner's version has
 /// risen by 1; nobody has been told yet.

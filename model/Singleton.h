@@ -6,7 +6,7 @@
 #include "Mox/Ptr.h"
 #include "model/Child.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// `xIs(params...)`: the child with these parameters. The first child counts 1, a replacement 2,
 /// the same child again 1 without notification.

@@ -5,7 +5,7 @@
 #include "Mox/HashMap.h"
 #include "Mox/Ptr.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// `newX(key, value)`: links a wrapper. No count, no notification.
 template <class Member, class Map>

@@ -8,7 +8,7 @@
 #include "Mox/Ptr.h"
 #include "model/ChildCollection.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// The fields of a wrapper: the child, null at first, and the link.
 template <class Self, class Child>

@@ -10,7 +10,7 @@
 #include "Mox/PtrInterface.h"
 #include "registry/MoxType.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class IntrospectionReactor : public PtrInterface {
  public:

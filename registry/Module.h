@@ -12,7 +12,7 @@
 #include "registry/MoxType.h"
 #include "registry/ValueType.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Gives a type object; makes it when it is asked first.
 using TypeAccess = MoxType* (*)();

@@ -12,7 +12,7 @@
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class MoxType;
 

@@ -14,7 +14,7 @@
 #include "Mox/Ptr.h"
 #include "registry/MoxAttr.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 class Dir;
 class GenericIf;

@@ -13,7 +13,7 @@
 #include "registry/MoxType.h"
 #include "values/ValueText.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// What can be done with a value by those who don't know its class. `room` is fit for one value.
 struct ValueOps {

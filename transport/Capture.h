@@ -10,7 +10,8 @@
 
 #include "attrlog/ByteLink.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// One thing that happened to a connection.
 struct CaptureRecord {
@@ -77,4 +78,5 @@ class CaptureReader {
   std::uint64_t beganMs_ = 0;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -3,7 +3,10 @@
 
 #include <utility>
 
-namespace Mox::NboAttrLog {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class Descriptor {
  public:
@@ -28,4 +31,5 @@ class Descriptor {
   int fd_ = -1;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

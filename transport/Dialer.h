@@ -10,7 +10,8 @@
 #include "attrlog/Session.h"
 #include "transport/PollLoop.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class Dialer {
  public:
@@ -60,4 +61,5 @@ class Dialer {
   std::uint64_t timer_ = 0;  ///< 0 for none
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -11,7 +11,8 @@
 #include "attrlog/ByteLink.h"
 #include "attrlog/ByteQueue.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// What one end writes and the other reads. Limits may change at any time.
 struct MemoryPipe {
@@ -52,4 +53,5 @@ class MemoryLink : public ByteLink {
   std::string error_;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -11,7 +11,8 @@
 #include "attrlog/Session.h"
 #include "transport/SocketLink.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class PollLoop {
  public:
@@ -84,4 +85,5 @@ class PollLoop {
   OnReport onReport_;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

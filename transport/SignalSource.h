@@ -5,7 +5,8 @@
 
 #include "transport/Descriptor.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class SignalSource {
  public:
@@ -23,4 +24,5 @@ class SignalSource {
   Descriptor descriptor_;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -4,7 +4,10 @@
 #include <stdexcept>
 #include <string>
 
-namespace Mox::NboAttrLog {
+#include "Mox/Api.h"
+
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 /// A socket that can't be had; the text is one line for people.
 class TransportError : public std::runtime_error {
@@ -27,4 +30,5 @@ struct SocketAddress {
   std::string text() const;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -9,7 +9,8 @@
 #include "transport/Descriptor.h"
 #include "transport/SocketAddress.h"
 
-namespace Mox::NboAttrLog {
+namespace MOX_API Mox {
+namespace NboAttrLog {
 
 class SocketLink : public ByteLink {
  public:
@@ -63,4 +64,5 @@ class Listener {
   unsigned long long inode_ = 0;
 };
 
-}  // namespace Mox::NboAttrLog
+}  // namespace NboAttrLog
+}  // namespace Mox

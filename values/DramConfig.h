@@ -5,7 +5,8 @@
 #include "values/RangedId.h"
 #include "values/ValueText.h"
 
-namespace Hardware::Sand {
+namespace MOX_API Hardware {
+namespace Sand {
 
 /// The number of a DRAM interface, 0 to 5.
 class DramInterfaceId : public Mox::LimitedId<DramInterfaceId, unsigned char, 5> {
@@ -52,4 +53,5 @@ Mox::String8 valueToStrep(DramConfig const& config);
 DramConfig sequenceToValue(Mox::String8::IteratorConst& pos, Mox::String8::IteratorConst const& end,
                            DramConfig*);
 
-}  // namespace Hardware::Sand
+}  // namespace Sand
+}  // namespace Hardware

@@ -6,7 +6,7 @@
 #include "Mox/Ptr.h"
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// Makes a tree known under its root's name for as long as this object lives, and keeps the root
 /// alive meanwhile. Of two roots with one name the one announced first is found.

@@ -13,7 +13,7 @@
 #include "Mox/String8.h"
 #include "values/ValueText.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// One enumerator with its bare name.
 template <class E>

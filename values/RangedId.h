@@ -6,7 +6,7 @@
 #include "Mox/Exception.h"
 #include "Mox/String8.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// The part common to all identifiers: `Number` is the width of the stored number and of its wire
 /// form, `Least` to `Largest` are accepted, `Default` is what the default constructor gives.

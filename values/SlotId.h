@@ -3,7 +3,7 @@
 
 #include "values/ValueText.h"
 
-namespace Fru {
+namespace MOX_API Fru {
 
 /// Any 32-bit number; 0 where nobody has set it.
 class SlotId {

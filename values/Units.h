@@ -3,7 +3,7 @@
 
 #include "values/ValueText.h"
 
-namespace Units {
+namespace MOX_API Units {
 
 /// A frequency. A plain number with a type; compared as a floating value.
 class Megahertz {

@@ -13,7 +13,7 @@
 #include "Mox/String8.h"
 #include "values/RangedId.h"
 
-namespace Mox {
+namespace MOX_API Mox {
 
 /// "true" or "false".
 String8 valueToStrep(bool value);
