@@ -349,6 +349,24 @@ inline void change(AradSlice& slice, Chance& chance) {
   if (!chip || chance.oneIn(12)) return all[chance.below(std::size(all))](slice, chance);
   change(**chip, chance);
 }
+
+/// What one tree refers to is referred to in another one as well.
+inline void share(AradSlice const& from, AradSlice& to, Chance& chance) {
+  Ptr<ChipArad> const source = from.fap("fap0");
+  Ptr<ChipArad> const target = to.fap("fap0");
+  if (!source || !target) return;
+  auto const port = source->port((unsigned short)chance.below(3));
+  switch (chance.below(4)) {
+    case 0: return target->hwResetUsingPlxIs(source->interruptController());
+    case 1: return target->hwResetUsingKyrIs(source->hwResetUsingKyr());
+    case 2: return target->pllClockIs(source->pllClock());
+    default:
+      if (!port) return;
+      auto const id = (unsigned short)chance.below(3);
+      replaced([&] { target->portIs(id, port->ethPort())->xcvrSlotIs(port->xcvrSlot()); },
+               [&] { target->portDel(id); });
+  }
+}
 // clang-format on
 #undef MOX_OP
 

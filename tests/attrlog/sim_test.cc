@@ -52,23 +52,29 @@ void react(Entity& entity, AttributeText const& attribute, String8 const* key) {
   }
 }
 
+/// One of the world's root trees as a process has it.
+struct Tree {
+  Ptr<AradSlice> own;   ///< in the process that it comes from
+  Ptr<AradSlice> seen;  ///< what the application has subscribed to, and shows to others
+  std::unique_ptr<Replica> replica;
+  std::uint64_t numPortsSeen = 0;
+};
+
 struct Process {
   std::string name;
   bool isPaused = false;
+  bool isDone = false;  ///< has told its peers that its roots are out
   std::unique_ptr<Session> session;
-  Ptr<AradSlice> own;  ///< of the one that the tree comes from
   Ptr<Dir> dir;
-  Ptr<Entity> relayed;
+  std::vector<Tree> trees;  ///< by the world's roots
   std::map<std::type_index, std::vector<Ptr<Entity>>> parties;
-  std::unique_ptr<Replica> replica;
   Replica::Watch watch;
-  std::uint64_t numPortsSeen = 0;
+};
 
-  AradSlice* slice() const {
-    if (own) return own.get();
-    Ptr<Dir::Entry> const entry = dir->entry("slice");
-    return entry ? static_cast<AradSlice*>(entry->target().get()) : nullptr;
-  }
+struct Root {
+  char const* name;
+  Process* home;
+  bool isShown = false;
 };
 
 struct Cable {
@@ -102,6 +108,10 @@ class World {
     for (auto const& [up, down] : plan.cables) {
       cables_.push_back({processes_[up].get(), processes_[down].get(), {}, {}, {}, {}});
     }
+    roots_.push_back({"slice", processes_.front().get()});
+    if (chance_.oneIn(2)) roots_.push_back({"spare", processes_.front().get()});
+    if (chance_.oneIn(2)) roots_.push_back({"back", processes_.back().get()});
+    waitsForPeers_ = chance_.oneIn(2);
     if (chance_.oneIn(3)) reactor_ = plan.manyWriters ? &anyProcess() : processes_.front().get();
     for (auto const& process : processes_) start(*process);
   }
@@ -120,34 +130,17 @@ class World {
   [[noreturn]] static void fail(std::string const& what) { throw std::runtime_error(what); }
 
   void start(Process& process) {
-    process.replica.reset();
+    process.trees.clear();
     process.session.reset();
     for (Cable& cable : cables_) {
       if (cable.up == &process) cable.upLink = nullptr;
       if (cable.down == &process) cable.downLink = nullptr;
     }
-    process.relayed = nullptr;
     process.parties.clear();
-    process.numPortsSeen = 0;
-    process.isPaused = false;
+    process.isPaused = process.isDone = false;
     process.session = std::make_unique<Session>(process.name, options_);
     process.session->onReport([&process](std::string const& line) { tell(process.name, line); });
     tell(process.name, "starts");
-    if (&process == processes_.front().get()) {
-      process.own = new AradSlice("slice");
-      if (!chance_.oneIn(4)) {
-        process.own->fapIs("fap0", 0);
-        useParties(process);
-        for (unsigned int count = chance_.below(80); count != 0; --count) {
-          ops::change(**process.own, chance_);
-        }
-      }
-      process.session->exportIs(process.own);
-      process.session->exportsDone();
-    } else {
-      process.dir = new Dir;
-      process.session->importDirIs(process.dir);
-    }
     process.watch.seen = [this, &process](Entity const& entity, AttributeText const& attribute,
                                           String8 const& text) {
       see(process, entity, attribute, text);
@@ -155,28 +148,85 @@ class World {
     process.watch.react = [this, &process](Entity& entity, AttributeText const& attribute,
                                            String8 const* key) {
       tell(process.name, "is told " + process.watch.last);
-      if (reactor_ == &process) react(entity, attribute, key);
+      if (reactor_ == &process && mayChange(process, entity)) react(entity, attribute, key);
     };
+    process.dir = new Dir;
+    process.session->importDirIs(process.dir);
+    process.trees.resize(roots_.size());
+    for (Root& root : roots_) {
+      if (root.home != &process) continue;
+      plant(root);
+      root.isShown = !chance_.oneIn(8);
+      if (root.isShown) process.session->exportIs(ownTree(root));
+    }
     watch(process);
+  }
+
+  Tree& treeOf(Process& process, Root const& root) { return process.trees[&root - roots_.data()]; }
+  Ptr<AradSlice>& ownTree(Root const& root) { return treeOf(*root.home, root).own; }
+  /// Null while the process hasn't got the root.
+  AradSlice* slice(Process& process, Root const& root) {
+    if (root.home == &process) return ownTree(root).get();
+    Ptr<Dir::Entry> const entry = process.dir->entry(root.name);
+    return entry ? static_cast<AradSlice*>(entry->target().get()) : nullptr;
+  }
+
+  /// A new tree for the root.
+  void plant(Root const& root) {
+    Ptr<AradSlice>& tree = ownTree(root);
+    tree = new AradSlice(root.name);
+    if (chance_.oneIn(4)) return;
+    tree->fapIs("fap0", 0);
+    useParties(*root.home);
+    for (unsigned int count = chance_.below(80); count != 0; --count) {
+      ops::change(**tree, chance_);
+    }
+  }
+
+  /// The root is withdrawn, or comes back: the same tree or another one.
+  void toggle(Root& root) {
+    Process& home = *root.home;
+    if (home.isPaused) return;
+    root.isShown = !root.isShown;
+    tell(home.name, std::string(root.isShown ? "shows " : "withdraws ") + root.name);
+    if (!root.isShown) return home.session->exportDel(ownTree(root));
+    if (chance_.oneIn(2)) plant(root);
+    home.session->exportIs(ownTree(root));
+    watch(home);
   }
 
   /// What an application does when a tree has come or gone: it subscribes, and shows it to others.
   void watch(Process& process) {
-    AradSlice* const slice = process.slice();
-    if ((process.replica ? process.replica->entity() : nullptr) != slice) {
-      process.replica.reset();
-      if (slice) process.replica = std::make_unique<Replica>(*slice, process.watch);
+    bool const isRelay = linksOf(process).size() > 1;
+    for (Root const& root : roots_) {
+      AradSlice* const now = slice(process, root);
+      Tree& tree = treeOf(process, root);
+      if (tree.seen.get() == now) continue;
+      tree.replica.reset();
+      if (isRelay && !tree.own && tree.seen) process.session->exportDel(tree.seen);
+      tree.seen = now;
+      tree.numPortsSeen = 0;
+      if (now == nullptr) continue;
+      tree.replica = std::make_unique<Replica>(*now, process.watch);
+      if (isRelay && !tree.own) process.session->exportIs(tree.seen);
     }
-    if (!process.own && process.relayed.get() != slice) {
-      if (process.relayed) process.session->exportDel(process.relayed);
-      process.relayed = slice;
-      bool isRelay = false;
-      for (Cable const& cable : cables_) isRelay = isRelay || cable.up == &process;
-      if (isRelay && slice) {
-        process.session->exportIs(process.relayed);
-        process.session->exportsDone();
+    if (process.isDone) return;
+    if (isRelay && waitsForPeers_) {
+      for (Link const* link : linksOf(process)) {
+        if (link == nullptr || !link->demuxer().peerExportsDone()) return;
       }
     }
+    process.isDone = true;
+    process.session->exportsDone();
+  }
+  /// One for each of its cables; null for one that isn't connected.
+  std::vector<Link const*> linksOf(Process const& process) const {
+    std::vector<Link const*> links;
+    for (Cable const& cable : cables_) {
+      if (cable.up == &process) links.push_back(cable.upLink.get());
+      if (cable.down == &process) links.push_back(cable.downLink.get());
+    }
+    return links;
   }
 
   void see(Process& process, Entity const& entity, AttributeText const& attribute,
@@ -188,9 +238,11 @@ class World {
     }
     if (plan_.manyWriters || std::string_view(attribute.name) != "numPorts") return;
     std::uint64_t const number = std::stoull(std::string(text.view()));
-    if (number < process.numPortsSeen)
-      fail(process.name + " sees an older value after a newer one");
-    process.numPortsSeen = number;
+    for (Tree& tree : process.trees) {
+      if (tree.seen.get() != &entity) continue;
+      if (number < tree.numPortsSeen) fail(process.name + " sees an older value after a newer one");
+      tree.numPortsSeen = number;
+    }
   }
 
   /// SIMULATION_TELL=1: what happens, for a single history.
@@ -213,18 +265,23 @@ class World {
     cable.downLink = cable.down->session->linkIs(std::move(ends.second));
     std::string const names = cable.up->name + cable.down->name;
     auto const text = std::make_shared<StreamText>([](auto, std::string const&) {});
-    cable.downLink->demuxer().frameObserverIs([names, text](Frame const& frame) {
-      if (isTelling()) tell(names + " >", text->frameLine(StreamText::Direction::sent, frame));
-    });
-    cable.upLink->demuxer().frameObserverIs([this, names, text](Frame const& frame) {
-      if (isTelling()) tell(names + " <", text->frameLine(StreamText::Direction::received, frame));
-      bool const isCounted = frame.kind == FrameKind::message || frame.kind == FrameKind::marker ||
-                             (frame.kind == FrameKind::complete && frame.entityId != orphanTarget);
-      if (isCounted && !plan_.manyWriters) {
+    for (Ptr<Link> const& link : {cable.downLink, cable.upLink}) {
+      bool const isDown = link == cable.downLink;
+      Demuxer& demuxer = link->demuxer();
+      demuxer.frameObserverIs([this, names, text, isDown, &demuxer](Frame const& frame) {
+        if (isTelling()) {
+          using Direction = StreamText::Direction;
+          tell(names + (isDown ? " >" : " <"),
+               text->frameLine(isDown ? Direction::sent : Direction::received, frame));
+        }
+        bool const isAbout = frame.kind == FrameKind::message || frame.kind == FrameKind::marker ||
+                             frame.kind == FrameKind::complete;
+        Entity::MoxNboAttrLogSa const* const adapter = demuxer.reactor(frame.entityId);
+        if (plan_.manyWriters || !isAbout || !adapter || adapter->hasFlag(notAuthority)) return;
         fail("a frame goes back to the only writer, attribute " +
              std::to_string(frame.attributeId));
-      }
-    });
+      });
+    }
   }
   void throttle(MemoryPipe& pipe) {
     auto const size = [this](unsigned int bits) -> std::size_t {
@@ -281,21 +338,32 @@ class World {
   }
 
   void change(Process& process) {
-    AradSlice* const slice = process.slice();
-    if (process.isPaused || !slice) return;
-    if (!plan_.manyWriters && !process.own) return;
+    if (process.isPaused) return;
+    Root const& root = anyRoot();
+    AradSlice* const tree = slice(process, root);
+    if (!tree || !mayChange(process, *tree)) return;
     useParties(process);
-    ops::change(*slice, chance_);
+    if (!chance_.oneIn(16)) return ops::change(*tree, chance_);
+    if (AradSlice* const from = slice(process, anyRoot())) ops::share(*from, *tree, chance_);
+  }
+  bool mayChange(Process& process, Entity const& entity) {
+    if (plan_.manyWriters) return true;
+    Entity const* root = &entity;
+    while (root->parent()) root = root->parent().get();
+    auto const isOwn = [root](Tree const& tree) { return tree.own.get() == root; };
+    return std::any_of(process.trees.begin(), process.trees.end(), isOwn);
   }
 
   void useParties(Process& process) {
-    bool const may = references_ == ofAll || (references_ == ofExporter && process.own);
+    bool const may =
+        references_ == ofAll || (references_ == ofExporter && &process == processes_.front().get());
     chance_.parties = may ? &process.parties : nullptr;
   }
 
   Process& anyProcess() {
     return *processes_[chance_.below(static_cast<unsigned int>(processes_.size()))];
   }
+  Root& anyRoot() { return roots_[chance_.below(static_cast<unsigned int>(roots_.size()))]; }
   Cable& anyCable() { return cables_[chance_.below(static_cast<unsigned int>(cables_.size()))]; }
 
   void step() {
@@ -303,7 +371,7 @@ class World {
     unsigned int const draw = chance_.below(1000);
     if (draw < 550) {
       for (unsigned int count = chance_.oneIn(6) ? chance_.below(12) : 1; count != 0; --count) {
-        change(plan_.manyWriters ? anyProcess() : *processes_.front());
+        change(anyProcess());
       }
     } else if (draw < 930) {
       service(anyProcess());
@@ -321,6 +389,10 @@ class World {
       if (cable.mayConnect()) connect(cable);
     } else if (draw < 996) {
       start(anyProcess());
+    } else {
+      Root& root = anyRoot();
+      toggle(root);
+      if (chance_.oneIn(2)) toggle(root);
     }
   }
   std::shared_ptr<MemoryPipe> anyPipe() {
@@ -370,12 +442,21 @@ class World {
 
   void check() {
     for (auto const& process : processes_) {
-      AradSlice const* const slice = process->slice();
-      if (!slice) fail(process->name + " has no tree");
-      std::string found = difference(**processes_.front()->own, *slice, "slice");
-      if (!found.empty()) fail("A and " + process->name + " differ: " + found);
-      found = process->replica->difference(*slice, "slice");
-      if (!found.empty()) fail("a subscriber in " + process->name + " was not told: " + found);
+      unsigned int imported = 0;
+      for (Root const& root : roots_) {
+        AradSlice* const tree = slice(*process, root);
+        bool const isHome = root.home == process.get();
+        if (bool(tree) != (isHome || root.isShown)) {
+          fail(process->name + (tree ? " still has " : " has no ") + root.name);
+        }
+        if (!tree) continue;
+        imported += !isHome;
+        std::string found = difference(**ownTree(root), *tree, root.name);
+        if (!found.empty()) fail(root.home->name + " and " + process->name + " differ: " + found);
+        found = treeOf(*process, root).replica->difference(*tree, root.name);
+        if (!found.empty()) fail("a subscriber in " + process->name + " was not told: " + found);
+      }
+      if (process->dir->entryCount() != imported) fail(process->name + " has a tree too many");
     }
     for (Cable const& cable : cables_) {
       std::string const found =
@@ -383,6 +464,7 @@ class World {
       if (!found.empty())
         fail("only one of " + cable.up->name + cable.down->name + " has " + found);
       if (!cable.downLink->demuxer().inStep()) fail(cable.down->name + " is not in step");
+      if (!cable.upLink->demuxer().inStep()) fail(cable.up->name + " is not in step");
     }
     PtrTrack::forEach([](PtrInterface const* object) {
       if (object->moxMarkedForDeletion()) fail("a mark is left");
@@ -435,7 +517,8 @@ class World {
     settle();
     check();
     // What an importer referred to comes back to it as the exporter's.
-    if (plan_.manyWriters && references_ == ofAll) return;
+    bool const isOneHome = roots_.back().home == processes_.front().get();
+    if (references_ != none && (plan_.manyWriters || !isOneHome)) return;
     for (auto const& [process, count] : before) {
       if (process->watch.notifications != count)
         fail("a second transfer is told in " + process->name + ": " + process->watch.last);
@@ -447,6 +530,8 @@ class World {
   LinkOptions options_;
   std::vector<std::unique_ptr<Process>> processes_;
   std::vector<Cable> cables_;
+  std::vector<Root> roots_;
+  bool waitsForPeers_ = false;  ///< a relay tells its peers of its roots when it has heard theirs
   Process* reactor_ = nullptr;
   enum References { none, ofExporter, ofAll } references_ = none;
   std::uint64_t now_ = 1;
