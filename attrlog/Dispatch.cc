@@ -382,8 +382,7 @@ void Demuxer::dispatchComplete(Frame const& frame) {
   if (frame.payloadSize != 0) throw StreamException(StreamError::badLength);
   if (frame.entityId == orphanTarget) {
     peerExportsDone_ = true;
-    imports_->dropStaleRoots(peerName());
-    return dropStaleShelved();
+    return imports_->dropStaleRoots(peerName());
   }
   Sa* adapter = reactor(frame.entityId);
   if (adapter == nullptr) {
@@ -394,14 +393,6 @@ void Demuxer::dispatchComplete(Frame const& frame) {
   holdIs(*adapter, false);
   settleFlags(*adapter);
   if (adapter->flowOut_ && !adapter->queued_ && !adapter->parked_) queue(*adapter);
-  dropStaleShelved();
-}
-
-/// Once, when all that the peer had at first has come.
-void Demuxer::dropStaleShelved() {
-  if (isShelfSwept_ || !inStep()) return;
-  isShelfSwept_ = true;
-  imports_->dropStaleShelved(peerName());
 }
 
 void Demuxer::dispatchError(Frame const& frame) {

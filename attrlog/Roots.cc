@@ -207,6 +207,13 @@ void Demuxer::dispatchOrphan(Frame const& frame) {
   frameStartsHold_ = false;
 }
 
+/// Once, when all that the peer had at first has come, or was taken back before it came.
+void Demuxer::dropStaleShelved() {
+  if (isShelfSwept_ || !inStep()) return;
+  isShelfSwept_ = true;
+  imports_->dropStaleShelved(peerName());
+}
+
 /// True when this or another connection has brought the root and still stands.
 bool Demuxer::isMounted(Entity& root) const {
   for (Ptr<Demuxer> const& demuxer : globalNboAttrLogDemuxerManager().nboDemuxerIterator()) {

@@ -123,6 +123,7 @@ void Demuxer::wakeAll() {
 }
 
 void Demuxer::runFlowOuts(std::function<void()> const& flush) {
+  dropStaleShelved();
   out_->withheldIs(0);
   flush();
   exportWaiting();

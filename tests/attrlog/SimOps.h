@@ -350,6 +350,22 @@ inline void change(AradSlice& slice, Chance& chance) {
   change(**chip, chance);
 }
 
+/// What a tree refers to and nulls, in an order that equal trees share.
+inline std::vector<Entity const*> references(AradSlice const& slice) {
+  std::vector<Entity const*> all;
+  for (char const* const name : {"fap0", "fap1"}) {
+    Ptr<ChipArad> const chip = slice.fap(name);
+    if (!chip) continue;
+    all.insert(all.end(), {chip->hwResetUsingPlx().get(), chip->hwResetUsingKyr().get(),
+                           chip->interruptController().get(), chip->pllClock().get()});
+    for (unsigned short id = 0; id != 3; ++id) {
+      Ptr<EthPort> const port = chip->port(id);
+      if (port) all.insert(all.end(), {port->ethPort().get(), port->xcvrSlot().get()});
+    }
+  }
+  return all;
+}
+
 /// What one tree refers to is referred to in another one as well.
 inline void share(AradSlice const& from, AradSlice& to, Chance& chance) {
   Ptr<ChipArad> const source = from.fap("fap0");

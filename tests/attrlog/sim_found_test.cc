@@ -58,5 +58,24 @@ TEST(SimulationFound, AnEntityThatBothEndsAnnounceHasTheSameIdsAtBoth) {
   EXPECT_EQ(mirror.out().reactorCount(), mirror.in().reactorCount());
 }
 
+// The root comes back, and is withdrawn before its transfer has ended.
+TEST(SimulationFound, WhatOnlyAWithdrawnRootReferredToIsLetGo) {
+  Ptr<AradSlice> slice(new AradSlice("slice"));
+  slice->fapIs("fap0", 0)->interruptControllerIs(Ptr<GpioPin>(new GpioPin("pin")));
+  slice->fap("fap0")->descriptionIs(String8(std::string(1 << 20, 'x').c_str()));
+  Mirror mirror(slice);
+  mirror.connect();
+  mirror.settle();
+  Ptr<GpioPin> const pin = chipOf(mirror.copy())->interruptController();
+  mirror.cut();
+  mirror.connect(MemoryPipe::unlimited, 200);
+  while (!mirror.in().greeted() || mirror.in().reactorCount() == 0) mirror.turn();
+  mirror.exporter().exportDel(slice);
+  mirror.settle();
+  EXPECT_FALSE(mirror.copy());
+  EXPECT_TRUE(mirror.in().inStep());
+  EXPECT_EQ(pin->references() & PtrInterface::countMask, 1U);
+}
+
 }  // namespace
 }  // namespace Mox::NboAttrLog::test

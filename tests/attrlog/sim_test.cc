@@ -457,7 +457,9 @@ class World {
         if (!found.empty()) fail("a subscriber in " + process->name + " was not told: " + found);
       }
       if (process->dir->entryCount() != imported) fail(process->name + " has a tree too many");
+      if (!mayReferencesReturn()) checkReferences(*process);
     }
+    checkLeftOver();
     for (Cable const& cable : cables_) {
       std::string const found =
           strange(checkEnd(*cable.up, **cable.upLink), checkEnd(*cable.down, **cable.downLink));
@@ -468,6 +470,57 @@ class World {
     }
     PtrTrack::forEach([](PtrInterface const* object) {
       if (object->moxMarkedForDeletion()) fail("a mark is left");
+    });
+  }
+
+  /// What a reference of one writer led to comes back to it as another one's.
+  bool mayReferencesReturn() const {
+    bool const isOneHome = roots_.back().home == processes_.front().get();
+    return references_ != none && (plan_.manyWriters || !isOneHome);
+  }
+  /// References that lead to one entity at home lead to one here, and to none that others lead to.
+  void checkReferences(Process& process) {
+    std::map<Entity const*, Entity const*> here;
+    std::map<Entity const*, Entity const*> there;
+    for (Root const& root : roots_) {
+      if (!root.isShown) continue;
+      auto const theirs = ops::references(**ownTree(root));
+      auto const ours = ops::references(*slice(process, root));
+      for (std::size_t at = 0; at != ours.size(); ++at) {
+        Entity const* const one = theirs[at];
+        Entity const* const other = ours[at];
+        if (here.emplace(one, other).first->second == other &&
+            there.emplace(other, one).first->second == one) {
+          continue;
+        }
+        fail("not the same entity in " + process.name + ": " + std::string(one->name().view()));
+      }
+    }
+  }
+  /// What references alone have brought is gone when nobody refers to it any more.
+  void checkLeftOver() {
+    std::unordered_set<PtrInterface const*> known;
+    for (auto const& process : processes_) {
+      for (auto const& [type, parties] : process->parties) {
+        for (Ptr<Entity> const& party : parties) known.insert(party.get());
+      }
+      for (Root const& root : roots_) {
+        AradSlice const* const tree = slice(*process, root);
+        if (!tree) continue;
+        for (Entity const* target : ops::references(*tree)) known.insert(target);
+      }
+      for (Ptr<Link> const& link : process->session->links()) {
+        link->demuxer().reactorsVisit(
+            [&](Entity::MoxNboAttrLogSa const& adapter) { known.insert(adapter.rawEntity()); });
+      }
+    }
+    PtrTrack::forEach([&](PtrInterface const* object) {
+      auto const* const entity = dynamic_cast<Entity const*>(object);
+      if (!entity || dynamic_cast<Dir const*>(entity) || known.contains(entity)) return;
+      Entity const* root = entity;
+      while (root->moxRawParent()) root = root->moxRawParent();
+      if (root == entity && !dynamic_cast<AradSlice const*>(root))
+        fail("is left over: " + std::string(entity->name().view()));
     });
   }
 
@@ -516,9 +569,7 @@ class World {
     cut(anyCable());
     settle();
     check();
-    // What an importer referred to comes back to it as the exporter's.
-    bool const isOneHome = roots_.back().home == processes_.front().get();
-    if (references_ != none && (plan_.manyWriters || !isOneHome)) return;
+    if (mayReferencesReturn()) return;
     for (auto const& [process, count] : before) {
       if (process->watch.notifications != count)
         fail("a second transfer is told in " + process->name + ": " + process->watch.last);
