@@ -67,7 +67,7 @@ struct LinkDebt {
   std::uint64_t entities = 0;
   std::uint64_t attributes = 0;  ///< scalars, references, children, collections not yet walked
   std::uint64_t keys = 0;        ///< single members of collections
-  std::uint64_t oldestMs = 0;    ///< how long the entity that waits longest has been waiting
+  std::uint64_t oldestMs = 0;    ///< age of the oldest mark, within one walk over its entity
 };
 
 /// A frame as an observer sees it, behind its processing.

@@ -85,8 +85,9 @@ class FlowOut : public PtrInterface {
   bool isFull() const { return full_; }
   /// Where the next run begins.
   AttributeId resumeAt() const;
-  /// When something became owed, on the clock of the link's turns.
-  std::uint64_t bornMs() const { return bornMs_; }
+  /// What is owed has become so since then, on the clock of the link's turns: since the first mark,
+  /// or the beginning of the last walk over all attributes that came to its end.
+  std::uint64_t owedSinceMs() const { return owedSinceMs_; }
   void runResultIs(AttributeId result) { runResult_ = result; }
   AttributeId runResult() const { return runResult_; }
 
@@ -112,7 +113,8 @@ class FlowOut : public PtrInterface {
   StreamAdapter* adapter_;
   bool full_;
   bool completeSent_ = false;
-  std::uint64_t bornMs_ = 0;
+  std::uint64_t owedSinceMs_ = 0;
+  std::uint64_t walkBeganMs_ = 0;
 };
 
 }  // namespace NboAttrLog

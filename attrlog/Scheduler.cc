@@ -12,7 +12,7 @@ FlowOut* Demuxer::createFlowOut(Sa& adapter, ConnectDesc const& desc, bool full,
   if (mode_ != Mode::running || adapter.retired_) return nullptr;
   if (adapter.flowOut_) flowOutDel(adapter);
   adapter.flowOut_ = adapter.flowOutIs(out_, desc, full, start);
-  adapter.flowOut_->bornMs_ = nowMs_;
+  adapter.flowOut_->owedSinceMs_ = adapter.flowOut_->walkBeganMs_ = nowMs_;
   ++flowOutCount_;
   adapter.flagsIs(noFlowOut, false);
   if (!full && !adapter.hold_) queue(adapter);
@@ -26,7 +26,7 @@ LinkDebt Demuxer::debt() const {
     if (!adapter.flowOut_) continue;
     FlowOut& flowOut = **adapter.flowOut_;
     ++debt.entities;
-    debt.oldestMs = std::max(debt.oldestMs, nowMs_ - flowOut.bornMs());
+    debt.oldestMs = std::max(debt.oldestMs, nowMs_ - flowOut.owedSinceMs());
     for (TypeRows const* rows = &adapter.rows(); rows != nullptr; rows = rows->base) {
       for (AttrRow const& row : *rows) {
         debt.attributes += row.owesItself(flowOut) ? 1 : 0;
@@ -160,6 +160,7 @@ bool Demuxer::runOne(Sa& adapter) {
     runStart_ = out_->bytesWritten();
   }
   AttributeId const start = flowOut->resumeAt();
+  if (start == 0) flowOut->walkBeganMs_ = nowMs_;
   std::uint64_t const framesBefore = stats_.framesSent;
   AttributeId result = 0;
   bool threw = false;
@@ -183,6 +184,8 @@ bool Demuxer::runOne(Sa& adapter) {
         flowOut->completeSent_ = true;
         sendComplete(adapter.entityId());
       }
+      // What a whole walk leaves was marked while it went on.
+      if (result == 0) flowOut->owedSinceMs_ = flowOut->walkBeganMs_;
       if (result == 0 && !flowOut->hasDirtyAttributes()) {
         flowOutDel(adapter);
       } else if (idle) {

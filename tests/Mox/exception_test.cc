@@ -102,7 +102,6 @@ TEST(Exceptions, AnExpectScopeMarksExactlyItsKindAsPlanned) {
 }
 
 TEST(Assertions, AFailurePrintsItsPlaceAndAborts) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(assertionFailed("a == b", "InvArad", 10, "void f()"),
               testing::KilledBySignal(SIGABRT),
               "^InvArad:10: void f\\(\\): Assertion 'a == b' failed\\.\n$");

@@ -311,12 +311,7 @@ TEST(Queues, AFailedAllocationLeavesThemAsTheyWere) {
   EXPECT_EQ(failed, 2);
 }
 
-class BoundChecks : public testing::Test {
- protected:
-  void SetUp() override { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
-};
-
-TEST_F(BoundChecks, ABitSetTakesItsPositionsAndNoOther) {
+TEST(BoundChecks, ABitSetTakesItsPositionsAndNoOther) {
   using Set = BitSet<29, unsigned int>;
   EXPECT_EQ(Set(28).word(), 1u << 28);
   EXPECT_EQ(Set(0).word(), 1u);
@@ -331,7 +326,7 @@ TEST_F(BoundChecks, ABitSetTakesItsPositionsAndNoOther) {
   EXPECT_DEATH(set.reset(29), "^Mox/BitSet:43: .*: Assertion 'pos>=0 && pos<bits' failed\\.");
 }
 
-TEST_F(BoundChecks, ADynArrayMustHaveGivenItsDynamicPartBack) {
+TEST(BoundChecks, ADynArrayMustHaveGivenItsDynamicPartBack) {
   DynArray<bool, unsigned int, 6, 0> fixed;
   EXPECT_EQ(fixed.size(), 6u);
   fixed[5u] = true;

@@ -82,7 +82,6 @@ TEST(FlowSlots, GiveBackWhatWasPutInOnceAndADefaultThen) {
 }
 
 TEST(FlowSlots, FillingOneTwiceEndsTheProcess) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
   Flow flow;
   moxFlowOutBookmarkEnq(flow, 1u);
   moxFlowOutValueEnq(flow, Position());

@@ -275,7 +275,6 @@ TEST_F(Ptrs, AnObjectWhoseZeroHandlingThrowsIsDestroyedAllTheSame) {
 }
 
 TEST_F(Ptrs, AReleaseInADestructorThatThrowsEndsTheProcess) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_DEATH(
       {
         Ptr<Object> a(new Object("a"));

@@ -66,8 +66,11 @@ inline AradNifSerdesId lane(Chance& c) { return AradNifSerdesId((unsigned short)
 inline Hardware::Sand::XlgeId block(Chance& c) {
   return Hardware::Sand::XlgeId((unsigned short)c.below(3));
 }
+// No two draws stand among the arguments of one call: compilers differ in their order.
 inline String8 key(Chance& c) {
-  return c.oneIn(30) ? String8() : format(c.oneIn(20) ? "k%0400u" : "k%u", c.below(5));
+  if (c.oneIn(30)) return {};
+  auto const number = c.below(5);
+  return format(c.oneIn(20) ? "k%0400u" : "k%u", number);
 }
 inline bool flag(Chance& c) { return c.below(2) != 0; }
 template <class Enum>
@@ -86,7 +89,8 @@ Ptr<T> party(Chance& c) {
   Ptr<Entity>& one = kept[c.below(3)];
   if (!one || c.oneIn(8)) {
     if constexpr (std::is_same_v<T, Si5327>) {
-      one = new T(format("pll%u", c.counter()), c.below(2));
+      auto const role = c.below(2);
+      one = new T(format("pll%u", c.counter()), role);
     } else {
       one = new T(format("part%u", c.counter()));
     }
@@ -113,8 +117,8 @@ using Op = void (*)(T&, Chance&);
 // clang-format off
 inline void change(SocProperties& entity, Chance& chance) {
   static constexpr Op<SocProperties> all[] = {
-      MOX_OP(SocProperties) { e.propertyIs(key(c), c.text()); },
-      MOX_OP(SocProperties) { e.propertyIs(key(c), c.text()); },
+      MOX_OP(SocProperties) { auto const text = c.text(); e.propertyIs(key(c), text); },
+      MOX_OP(SocProperties) { auto const text = c.text(); e.propertyIs(key(c), text); },
       MOX_OP(SocProperties) { e.propertyDel(key(c)); },
       MOX_OP(SocProperties) { if (c.oneIn(4)) e.propertyDelAll(); },
   };
@@ -174,7 +178,9 @@ void changeBlock(Block& e, Chance& c) {
     case 0: return e.descriptionIs(c.text());
     case 1:
       if constexpr (requires { e.serdesAllocatedDelAll(); }) {
-        return c.oneIn(8) ? e.serdesAllocatedDelAll() : e.serdesAllocatedIs(lane(c), flag(c));
+        if (c.oneIn(8)) return e.serdesAllocatedDelAll();
+        bool const on = flag(c);
+        return e.serdesAllocatedIs(lane(c), on);
       } else if constexpr (requires { e.phyLaneSwapIs(true); }) {
         return c.oneIn(2) ? e.phyLaneSwapIs(flag(c))
                           : e.laneWithLowMDIOAddrInQuadIs((unsigned char)c.below(256));
@@ -185,9 +191,15 @@ void changeBlock(Block& e, Chance& c) {
       }
     case 2:
     case 3:
-      if constexpr (requires { e.serdesUsedDelAll(); }) return e.serdesUsedIs(lane(c), flag(c));
-      else if constexpr (requires { e.serdesDelAll(); }) return e.serdesIs(lane(c), flag(c));
-      else return e.serdesIs(lane(c));
+      if constexpr (requires { e.serdesUsedDelAll(); }) {
+        bool const on = flag(c);
+        return e.serdesUsedIs(lane(c), on);
+      } else if constexpr (requires { e.serdesDelAll(); }) {
+        bool const on = flag(c);
+        return e.serdesIs(lane(c), on);
+      } else {
+        return e.serdesIs(lane(c));
+      }
     case 4:
       if constexpr (requires { e.serdesUsedDelAll(); }) return void(e.serdesUsedDel(lane(c)));
       else if constexpr (requires { e.serdesDelAll(); }) return void(e.serdesDel(lane(c)));
@@ -245,8 +257,9 @@ inline void change(ChipArad& entity, Chance& chance) {
       MOX_OP(ChipArad) { e.pciDeviceDel(); },
       MOX_OP(ChipArad) {
         AradNifSerdesId const id = lane(c);
-        replaced([&] { e.serdesIs(id, flag(c), false, Hardware::Sand::SerdesCurrent(1),
-                                  Hardware::Sand::SerdesCurrent(2), (unsigned short)c.below(2)); },
+        replaced([&] { auto const last = (unsigned short)c.below(2);
+                       e.serdesIs(id, flag(c), false, Hardware::Sand::SerdesCurrent(1),
+                                  Hardware::Sand::SerdesCurrent(2), last); },
                  [&] { e.serdesDel(id); });
       },
       MOX_OP(ChipArad) { e.serdesDel(lane(c)); },
@@ -281,7 +294,7 @@ inline void change(ChipArad& entity, Chance& chance) {
       MOX_OP(ChipArad) { if (auto p = e.port((unsigned short)c.below(3))) change(**p, c); },
       MOX_OP(ChipArad) { if (auto p = e.port((unsigned short)c.below(3))) change(**p, c); },
       MOX_OP(ChipArad) { if (auto p = e.port((unsigned short)c.below(3))) change(**p, c); },
-      MOX_OP(ChipArad) { e.ddrTuneSettingIs(key(c), c.text()); },
+      MOX_OP(ChipArad) { auto const text = c.text(); e.ddrTuneSettingIs(key(c), text); },
       MOX_OP(ChipArad) { e.ddrTuneSettingDel(key(c)); },
       MOX_OP(ChipArad) { if (c.oneIn(6)) e.ddrTuneSettingDelAll(); },
       MOX_OP(ChipArad) { change(**e.elkAllUnitsSocPropertiesIs(flag(c) ? "a" : "b", 0), c); },
@@ -292,8 +305,8 @@ inline void change(ChipArad& entity, Chance& chance) {
       MOX_OP(ChipArad) { if (auto g = e.elkGlobalSocProperties()) change(**g, c); },
       MOX_OP(ChipArad) { if (auto g = e.elkGlobalSocProperties()) change(**g, c); },
       MOX_OP(ChipArad) { e.elkGlobalSocPropertiesDel(); },
-      MOX_OP(ChipArad) { e.serdesClockSocPropertyValueIs(key(c), c.text()); },
-      MOX_OP(ChipArad) { e.serdesClockSocPropertyValueIs(key(c), c.text()); },
+      MOX_OP(ChipArad) { auto const text = c.text(); e.serdesClockSocPropertyValueIs(key(c), text); },
+      MOX_OP(ChipArad) { auto const text = c.text(); e.serdesClockSocPropertyValueIs(key(c), text); },
       MOX_OP(ChipArad) { e.serdesClockSocPropertyValueDel(key(c)); },
       MOX_OP(ChipArad) {
         Hardware::Sand::AradStatsSerdesId const id((unsigned short)(28 + c.below(3)));

@@ -552,6 +552,40 @@ TEST(FlowRun, ResultsTellWhereToComeBack) {
   EXPECT_FALSE(adapter->hasFlag(inScheduledRun));
 }
 
+TEST(FlowRun, TheOldestDebtIsNoOlderThanWhatIsStillOwed) {
+  GateScene scene;
+  Demuxer& out = scene.mirror.out();
+  Ptr<Qsgmii> const qsgmii = chip(**scene.slice)->qsgmii(1);
+  Stepper stepper(scene.mirror);
+  auto const mark = [&](unsigned short lane) {
+    stepper.fill(runRoom - blockSize / 2);
+    qsgmii->descriptionIs(format("lane %u", lane));
+    qsgmii->serdesIs(AradNifSerdesId(lane));
+  };
+  // A turn in which one message goes.
+  auto const turn = [&](std::uint64_t now) {
+    stepper.drain();
+    stepper.fill();
+    scene.mirror.exporterLink->service(now);
+    return out.debt();
+  };
+  scene.mirror.exporterLink->service(100);
+  mark(1);
+  EXPECT_EQ(out.debt().oldestMs, 0u);
+  EXPECT_EQ(turn(200).attributes, 1u);
+  EXPECT_EQ(out.debt().oldestMs, 100u);
+  // The entity owes something all the time, but nothing for long.
+  std::uint64_t now = 200;
+  for (unsigned short lane = 2; lane < 12; ++lane) {
+    mark(lane);
+    turn(now += 100);
+  }
+  EXPECT_GT(out.debt().attributes, 0u);
+  EXPECT_LE(out.debt().oldestMs, 300u);
+  while (out.debt().entities != 0 && now < 9000) turn(now += 100);
+  EXPECT_EQ(out.debt().attributes, 0u);
+}
+
 using FlowDeathTest = testing::Test;
 
 TEST(FlowDeathTest, SlotsOfOneAttributeAreNeverReadUnderAnother) {

@@ -380,7 +380,6 @@ TEST(Notifications, AClockOfTheRightRoleIsLookedAtBeforeAnybodyHears) {
 }
 
 TEST(NotificationsDeathTest, AClockOfAnotherRoleEndsTheProcessBeforeAnybodyHears) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
   struct Listener : Arad::Notifiee {
     void onPllClock() override { std::fputs("heard of it\n", stderr); }
   };
