@@ -123,11 +123,9 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   auto const kind = static_cast<std::uint8_t>(bytes[0]);
   auto const flags = static_cast<std::uint8_t>(bytes[1]);
   std::size_t const length = getBytes(bytes + 2, 4);
-  auto const tag = static_cast<std::uint32_t>(getBytes(bytes + 18, 4));
   if (kind < static_cast<std::uint8_t>(FrameKind::message) ||
       kind > static_cast<std::uint8_t>(FrameKind::repeat) ||
-      (flags & ~(frameVariableLength | frameFullTransferFollows)) != 0 ||
-      (tag != 0 && tag != creationTag) || bytes[26] != 0) {
+      (flags & ~(frameVariableLength | frameFullTransferFollows | frameCreatesChild)) != 0) {
     refuse(StreamError::badHeader);
   }
   if (length > maxPayload) refuse(StreamError::tooLong);
@@ -139,8 +137,8 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   result.fullTransferFollows = (flags & frameFullTransferFollows) != 0;
   result.entityId = EntityId(getBytes(bytes + 6, 8));
   result.attributeId = static_cast<AttributeId>(getBytes(bytes + 14, 4));
-  result.instantiateTag = tag;
-  result.ack = static_cast<std::uint32_t>(getBytes(bytes + 22, 4));
+  result.instantiateTag = (flags & frameCreatesChild) != 0 ? creationTag : 0;
+  result.ack = static_cast<std::uint32_t>(getBytes(bytes + 18, 4));
   result.payload = bytes + headerSize + 1;
   result.payloadSize = length;
   checkFields(result);

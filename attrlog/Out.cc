@@ -51,14 +51,13 @@ void Out::frameIs(FrameKind kind, MsgHeader const& header) {
   unsigned char* bytes = buffer_.room(headerSize);
   std::uint8_t flags = header.isVariableLength ? frameVariableLength : 0;
   if (header.trailingFlag) flags |= frameTrailing;
+  if (header.instantiateTag == creationTag) flags |= frameCreatesChild;
   putBytes(bytes, static_cast<std::uint8_t>(kind), 1);
   putBytes(bytes + 1, flags, 1);
   putBytes(bytes + 2, 0, 4);
   putBytes(bytes + 6, header.entityId.value(), 8);
   putBytes(bytes + 14, static_cast<std::uint32_t>(header.attributeId), 4);
-  putBytes(bytes + 18, header.instantiateTag, 4);
-  putBytes(bytes + 22, 0, 4);
-  putBytes(bytes + 26, 0, 1);
+  putBytes(bytes + 18, 0, 4);
   buffer_.grow(headerSize);
 }
 
@@ -82,7 +81,7 @@ void Out::tokenIs(TransactToken token) {
   std::uint8_t flags = bytes[1];
   if (demuxer_ != nullptr) {
     flags |= demuxer_->flagsOfCommitted(kind_, header_);
-    putBytes(bytes + 22, demuxer_->framesBegun(), 4);
+    putBytes(bytes + 18, demuxer_->framesBegun(), 4);
   }
   bytes[1] = flags;
   putBytes(bytes + 2, payload, 4);

@@ -70,9 +70,10 @@ constexpr bool isCounted(FrameKind kind) {
 inline constexpr std::uint8_t frameVariableLength = 0x1;
 inline constexpr std::uint8_t frameTrailing = 0x2;
 inline constexpr std::uint8_t frameFullTransferFollows = 0x4;
+inline constexpr std::uint8_t frameCreatesChild = 0x8;  ///< `instantiateTag` is `creationTag`
 
 /// Sizes in bytes. A frame is header, begin token, payload, end token.
-inline constexpr std::size_t headerSize = 27;
+inline constexpr std::size_t headerSize = 22;
 inline constexpr std::size_t frameOverhead = headerSize + 2;
 inline constexpr std::size_t greetingFixedSize = 42;
 inline constexpr std::size_t greetingMaxSize = 1024;
@@ -92,9 +93,10 @@ inline constexpr std::size_t runBudget = 65536;
 /// Withheld from writers outside of runs while a flow-out waits for room.
 inline constexpr std::size_t queueReserve = 16384;
 
-/// Longest key-only message that fits a block: the estimate of a deletion is K + 33.
-inline constexpr std::size_t keyedOverhead = frameOverhead + 4;
-inline constexpr std::size_t keyedValueOverhead = frameOverhead + 8;
+/// What a message about a string key, without and with a value, is reckoned to take beside them.
+inline constexpr std::size_t keyedOverhead = 33;
+inline constexpr std::size_t keyedValueOverhead = 37;
+static_assert(frameOverhead + 4 <= keyedOverhead && frameOverhead + 8 <= keyedValueOverhead);
 
 /// The largest size that a message about a string key (and value) of these lengths can have.
 constexpr std::size_t pessimisticMessageSizeEstimate(std::size_t keyLength) {

@@ -64,18 +64,19 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(unsigned char* bytes, std::size_t
       std::memcpy(header + 6, other.data() + 6, 8);
       break;
     case 3:
-      std::memcpy(header + 14, other.data() + 14, 8);
+      std::memcpy(header + 14, other.data() + 14, 4);
+      header[1] = static_cast<unsigned char>(other[1]);
       break;
     case 4:
       Log::putBytes(header + 14, 0 - Log::getBytes(header + 14, 4), 4);
       break;
     default: {
-      std::string payload = frame.substr(28, frame.size() - Log::frameOverhead);
+      std::string payload = frame.substr(Log::headerSize + 1, frame.size() - Log::frameOverhead);
       std::size_t const old = payload.size();
       payload.resize(old + 32);
       payload.resize(
           LLVMFuzzerMutate(reinterpret_cast<unsigned char*>(payload.data()), old, payload.size()));
-      frame = frame.substr(0, 28) + payload + '\3';
+      frame = frame.substr(0, Log::headerSize + 1) + payload + '\3';
       Log::putBytes(reinterpret_cast<unsigned char*>(frame.data()) + 2, payload.size(), 4);
     }
   }

@@ -25,10 +25,11 @@ std::string newId() { return number(freshId.value(), 8); }
 
 std::string frame(FrameKind kind, EntityId entity, AttributeId attribute,
                   std::string const& payload, std::uint32_t tag, bool isVariable) {
-  return number(static_cast<std::uint8_t>(kind), 1) + number(isVariable ? 1 : 0, 1) +
+  return number(static_cast<std::uint8_t>(kind), 1) +
+         number((isVariable ? 1 : 0) | (tag == creationTag ? 8 : 0), 1) +
          number(payload.size(), 4) + number(entity.value(), 8) +
-         number(static_cast<std::uint32_t>(attribute), 4) + number(tag, 4) + number(0, 4) +
-         number(0, 1) + number(1, 1) + payload + number(3, 1);
+         number(static_cast<std::uint32_t>(attribute), 4) + number(0, 4) + number(1, 1) + payload +
+         number(3, 1);
 }
 std::string message(EntityId entity, AttributeId attribute, std::string const& payload,
                     std::uint32_t tag = 0) {
@@ -83,7 +84,7 @@ struct Pair {
   }
   /// Says it to the exporter, as an importer that has seen `seen` frames.
   void write(std::string bytes, std::uint32_t seen) {
-    bytes.replace(22, 4, number(seen, 4));
+    bytes.replace(18, 4, number(seen, 4));
     mirror.toExporter->bytes.append(bytes.data(), bytes.size());
     mirror.exporterLink->service(1);
   }

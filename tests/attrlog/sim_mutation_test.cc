@@ -66,7 +66,7 @@ std::string damaged(std::string stream, std::vector<std::size_t> const& starts, 
           frame[0] = static_cast<unsigned char>(1 + chance.below(5));
           break;
         case 1:
-          frame[1] ^= static_cast<unsigned char>(chance.below(8));
+          frame[1] ^= static_cast<unsigned char>(chance.below(16));
           break;
         case 2:  // another entity
           std::memcpy(frame + 6, other + 6, 8);
@@ -82,10 +82,10 @@ std::string damaged(std::string stream, std::vector<std::size_t> const& starts, 
           putBytes(frame + 14, 0 - getBytes(frame + 14, 4), 4);
           break;
         case 5:
-          putBytes(frame + 18, frame[21] ? 0 : creationTag, 4);
+          frame[1] ^= frameCreatesChild;
           break;
         case 6:
-          putBytes(frame + 22, chance.below(200), 4);
+          putBytes(frame + 18, chance.below(200), 4);
           break;
         default:
           if (payload != 0) {

@@ -562,10 +562,8 @@ TEST(WireParser, MalformedFramesAreRefusedAsSoonAsTheirHeaderIsThere) {
       {"long payload", 2, maxPayload + 1, 4, StreamError::tooLong},
       {"longest payload", 2, maxPayload, 4, StreamError::none},
       {"negative payload", 2, 0xffffffff, 4, StreamError::tooLong},
-      {"tag 1", 18, 1, 4, StreamError::badHeader},
-      {"reserved byte", 26, 1, 1, StreamError::badHeader},
-      {"token 0", 27, 0, 1, StreamError::badToken},
-      {"token 3 for 1", 27, 3, 1, StreamError::badToken},
+      {"token 0", 22, 0, 1, StreamError::badToken},
+      {"token 3 for 1", 22, 3, 1, StreamError::badToken},
   };
   for (Malformed const& malformed : cases) {
     std::string bytes = documented("u32").substr(0, headerSize + 1);
@@ -583,13 +581,13 @@ bool isFixed(FrameKind kind, AttributeId attribute) {
 /// A frame, right in all that isn't said.
 std::string frameOf(FrameKind kind, EntityId entity, AttributeId attribute,
                     std::string const& payload, std::uint32_t tag = 0, std::uint32_t ack = 0) {
-  bool const announces =
-      tag == creationTag || (entity == orphanTarget && attribute == orphanAttribute);
-  int const flags = announces ? 5 : isFixed(kind, attribute) ? 0 : 1;
+  int flags = isFixed(kind, attribute) ? 0 : 1;
+  if (entity == orphanTarget && attribute == orphanAttribute) flags = 0x5;
+  if (tag == creationTag) flags = 0xd;
   return number(static_cast<std::uint8_t>(kind), 1) + number(static_cast<unsigned int>(flags), 1) +
          number(payload.size(), 4) + number(entity.value(), 8) +
-         number(static_cast<std::uint32_t>(attribute), 4) + number(tag, 4) + number(ack, 4) +
-         number(0, 1) + number(1, 1) + payload + number(3, 1);
+         number(static_cast<std::uint32_t>(attribute), 4) + number(ack, 4) + number(1, 1) +
+         payload + number(3, 1);
 }
 std::string message(EntityId entity, AttributeId attribute, std::string const& payload,
                     std::uint32_t tag = 0) {
@@ -648,7 +646,7 @@ Hostile const hostiles[] = {
     {"full transfer of nothing", StreamError::badHeader,
      [](Scene& s) { return with(message(slice(s), 258, number(1, 4)), 1, 5, 1); }},
     {"tag on a marker", StreamError::badHeader,
-     [](Scene& s) { return with(marker(arad(s), 522, 0), 18, creationTag, 4); }},
+     [](Scene& s) { return with(marker(arad(s), 522, 0), 1, 0x9, 1); }},
     {"ack about an entity", StreamError::badHeader,
      [](Scene& s) { return frameOf(FrameKind::ack, slice(s), 0, ""); }},
     {"ack with a payload", StreamError::badLength,
@@ -656,7 +654,7 @@ Hostile const hostiles[] = {
     {"ack of what wasn't sent", StreamError::badAck,
      [](Scene&) { return frameOf(FrameKind::ack, EntityId(), 0, "", 0, 1); }},
     {"ack of minus one", StreamError::badAck,
-     [](Scene& s) { return with(message(slice(s), 258, number(1, 4)), 22, 0xffffffff, 4); }},
+     [](Scene& s) { return with(message(slice(s), 258, number(1, 4)), 18, 0xffffffff, 4); }},
     {"complete with a payload", StreamError::badLength,
      [](Scene& s) { return frameOf(FrameKind::complete, slice(s), 0, "x"); }},
     {"complete of an even id", StreamError::badId,
@@ -903,7 +901,7 @@ TEST(WireHostile, AnExporterThatGrantsWritesStillOwnsTheMode) {
   Scene scene(options);
   auto const write = [&](AttributeId attribute, unsigned int value) {
     std::string const frame = message(slice(scene), attribute, number(value, 4));
-    scene.give(scene.mirror.toExporter, with(frame, 22, scene.mirror.in().framesBegun(), 4));
+    scene.give(scene.mirror.toExporter, with(frame, 18, scene.mirror.in().framesBegun(), 4));
   };
   write(258, 9);
   write(135, 1);
@@ -970,7 +968,7 @@ TEST(WireDocument, ARefusedChangeIsFollowedByARequest) {
   Out& out = **scene.mirror.in().out();
   std::string const bytes(reinterpret_cast<char const*>(out.committed()), out.committedSize());
   // Its ack is of no interest here.
-  expectBlock("repeat", with(bytes, 22, 0, 4), scene.id(scene.arad));
+  expectBlock("repeat", with(bytes, 18, 0, 4), scene.id(scene.arad));
   scene.mirror.toExporter->capacity = 65536;
   scene.mirror.settle();
   EXPECT_EQ(treeText(scene.mirror.copy()), treeText(scene.mirror.root()));

@@ -156,7 +156,7 @@ TEST(Link, WholeFramesBeforeTheEndAreAppliedAndHalfOnesDropped) {
     root->numPortsIs(2);
     mirror.exporterLink->service(2);
     std::size_t const size = mirror.toImporter->bytes.size();
-    EXPECT_EQ(size, 33u);
+    EXPECT_EQ(size, 28u);
     mirror.toImporter->bytes.truncate(size - missing);
     mirror.toImporter->isEnded = true;
     mirror.importerLink->service(2);
