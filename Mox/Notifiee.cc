@@ -2,16 +2,6 @@
 
 namespace Mox {
 
-PtrInterface::NotifieeConst::NotifieeConst() : NotifieeConst(Mox_BitSet()) {}
-
-PtrInterface::NotifieeConst::NotifieeConst(Mox_BitSet flags) : flags_(flags) {
-  references_ |= notificationActiveMask;
-}
-
-PtrInterface::NotifieeConst::~NotifieeConst() {
-  if (PtrInterface const* const notifier = moxLiveNotifier()) ptrDec(notifier);
-}
-
 void PtrInterface::NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
   if (active) {

@@ -82,7 +82,9 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   virtual Activity const* moxFwkActivity() const;
   virtual ActivitySm* actsm();
 
-  ~NotifieeConst() override;
+  ~NotifieeConst() override {
+    if (PtrInterface const* const notifier = moxLiveNotifier()) ptrDec(notifier);
+  }
 
   /// One more handler is about to run within a deferred notification.
   void redispatch(ActivitySm* sm);
@@ -111,8 +113,10 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   void moxRegisteredIs(bool registered) const { isRegisteredNotifiee_ = registered; }
 
  protected:
-  NotifieeConst();
-  explicit NotifieeConst(Mox_BitSet flags);
+  NotifieeConst() : NotifieeConst(Mox_BitSet()) {}
+  explicit NotifieeConst(Mox_BitSet flags) : flags_(flags) {
+    references_ |= notificationActiveMask;
+  }
 
  private:
   Mox_BitSet flags_;

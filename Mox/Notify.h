@@ -22,32 +22,35 @@ struct HandlerClass<void (H::*)(Args...)> {
   using Type = H;
 };
 
+/// Requires: somebody is listed.
 template <auto Handler, class T, class... Key>
 [[gnu::noinline]] void notifyWalk(ListRaw<T> const& list, AttributeId attribute,
                                   Key const&... key) {
   using H = typename HandlerClass<decltype(Handler)>::Type;
-  struct Open {
-    explicit Open(Expect& scope) : scope_(scope) { scope_.openIs(true); }
-    ~Open() { scope_.openIs(false); }
-    Expect& scope_;
-  };
-  // One for all handlers: opened around each of them, it doesn't wait for what the last one stored.
-  Expect expect(Exception::anyId);
-  expect.openIs(false);
   typename Snapshot<T>::Room room;
-  for (Snapshot<T> snapshot(list, room); snapshot; snapshot.advance()) {
-    T* const notifiee = snapshot.member();
+  Snapshot<T> snapshot(list, room);
+  // Open around every handler, closed around everything else that can throw: one scope for all of
+  // them leaves two stores out of each step.
+  Expect expect(Exception::anyId);
+  auto const closed = [&expect](T* notifiee) {
+    expect.openIs(false);
+    notifiee->handleZeroRef();
+    expect.openIs(true);
+  };
+  do {
+    T* const notifiee = *snapshot;
     try {
-      Open const open(expect);
       if constexpr (std::is_base_of_v<H, T>) {
         (notifiee->*Handler)(key...);
       } else if (auto* const handling = dynamic_cast<H*>(notifiee)) {
         (handling->*Handler)(key...);
       }
     } catch (...) {
+      expect.openIs(false);
       notifiee->onNotificationException(attribute);
+      expect.openIs(true);
     }
-  }
+  } while (snapshot.step(closed));
 }
 
 /// Calls `Handler`, a pointer to a member of the subscriber class, on every listed notifiee, with

@@ -25,7 +25,7 @@ inline void ptrInc(T const* object) {
 /// Gives a reference on `object` back; at zero the object is handled and, as a rule, destroyed.
 template <class T>
 inline void ptrDec(T const* object) {
-  if (static_cast<VFPtrInterface const&>(*object).moxReferencesSub() != 0) [[likely]]
+  if (!static_cast<VFPtrInterface const&>(*object).moxReferenceIsLast()) [[likely]]
     return;
   if constexpr (std::is_base_of_v<PtrInterface, T>) {
     static_cast<PtrInterface const&>(*object).handleZeroRef();
@@ -122,6 +122,8 @@ class Ptr {
 
   /// Hands the reference held to the caller, who now owns it.
   T* moxRelease() { return std::exchange(object_, nullptr); }
+  /// Takes over a reference that the caller has. Requires: this is null.
+  void moxAdopt(T* object) { object_ = object; }
 
  private:
   T* object_ = nullptr;

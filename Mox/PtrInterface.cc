@@ -86,11 +86,6 @@ void PtrInterface::zeroReferencesIs(bool) {}
 
 MoxType const* PtrInterface::fwkType() const { return nullptr; }
 
-PtrInterface::~PtrInterface() {
-  if (ptrifTrackOn_) [[unlikely]]
-    PtrTrack::ptrifDel(this);
-}
-
 std::uint32_t PtrInterface::referencesDec() const {
   std::uint32_t const left = moxReferencesSub();
   if (left == 0) handleZeroRef();
@@ -114,25 +109,9 @@ void PtrInterface::moxMarkedForDeletionIs(bool marked) const {
   }
 }
 
-void PtrInterface::handleZeroRef() const {
-  // Held, so that a reference that is taken and dropped in here doesn't come here again.
-  if (!enableThreadSafePointers) {
-    references_ |= heldMask;
-  } else {
-    std::atomic_ref<std::uint32_t>(references_).fetch_or(heldMask, std::memory_order_relaxed);
-  }
-  try {
-    const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
-  } catch (...) {
-    finishZeroRef();
-    throw;
-  }
-  finishZeroRef();
-}
-
 /// Either nobody holds the object: it stays held and goes. Or somebody does, and lets go of it by
 /// an ordinary release: one step decides, since that release may come from another thread.
-void PtrInterface::finishZeroRef() const {
+[[gnu::always_inline]] inline void PtrInterface::finishZeroRef() const {
   if (!enableThreadSafePointers) {
     if ((references_ & countMask) != 0) {
       references_ &= ~heldMask;
@@ -151,6 +130,23 @@ void PtrInterface::finishZeroRef() const {
   destruction.run(this);
 }
 
+void PtrInterface::handleZeroRef() const {
+  // Held, so that a reference that is taken and dropped in here doesn't come here again.
+  if (!enableThreadSafePointers) {
+    references_ |= heldMask;
+  } else {
+    std::atomic_ref<std::uint32_t>(references_).fetch_or(heldMask, std::memory_order_relaxed);
+  }
+  try {
+    const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
+  } catch (...) {
+    finishZeroRef();
+    throw;
+  }
+  finishZeroRef();
+}
+
 void PtrInterface::trackAdd() const { PtrTrack::ptrifAdd(this); }
+void PtrInterface::trackDel() const { PtrTrack::ptrifDel(this); }
 
 }  // namespace Mox

@@ -58,6 +58,18 @@ class VFPtrInterface {
            zeroTestMask;
   }
 
+  /// Subtracts 1. True: that was the last reference. Takes no action.
+  bool moxReferenceIsLast() const {
+    // Two tests: one behind both ways would cost the usual one an instruction.
+    if (!enableThreadSafePointers) [[likely]] {
+      if ((--references_ & zeroTestMask) != 0) [[likely]]
+        return false;
+    } else if (moxReferencesSub() != 0) {
+      return false;
+    }
+    return true;
+  }
+
   static void operator delete(void* memory, std::size_t size);
 
  protected:
@@ -89,7 +101,10 @@ class PtrInterface : public VFPtrInterface {
   virtual void zeroReferencesIs(bool zero);
   /// The run-time type object, immortal. Null where a class has none.
   virtual MoxType const* fwkType() const;
-  virtual ~PtrInterface();
+  virtual ~PtrInterface() {
+    if (ptrifTrackOn_) [[unlikely]]
+      trackDel();
+  }
 
   /// Defined with the type registry.
   static MoxType* _fwkType();
@@ -122,6 +137,7 @@ class PtrInterface : public VFPtrInterface {
 
  private:
   void trackAdd() const;
+  void trackDel() const;
   void finishZeroRef() const;
 };
 

@@ -19,40 +19,57 @@ class Snapshot {
   /// Holds every member, head to tail. Allocates once for a long list, not at all for a usual one.
   Snapshot(ListRaw<T> const& list, Room& room)
       : many_(list.size() <= usual ? nullptr : new T*[list.size()]),
-        members_(many_ ? many_ : room) {
+        at_(many_ ? many_ : room),
+        end_(at_) {
     for (T* member = list.head(); member; member = member->next) {
       ptrInc(member);
-      members_[count_++] = member;
+      *end_++ = member;
     }
   }
-  ~Snapshot() {
-    while (*this) release();
+  // In line even where exceptions pass, which GCC takes for cold: a call would want the fields in
+  // memory, on the way that is taken too.
+  [[gnu::always_inline]] ~Snapshot() {
+    while (*this) release(handled);
     delete[] many_;
   }
   Snapshot(Snapshot const&) = delete;
   Snapshot& operator=(Snapshot const&) = delete;
 
-  explicit operator bool() const { return index_ < count_; }
+  explicit operator bool() const { return at_ != end_; }
   /// The member in turn; null at the end.
-  T* member() const { return *this ? members_[index_] : nullptr; }
+  T* member() const { return *this ? *at_ : nullptr; }
 
   /// Lets the member in turn go, then steps to the next one that somebody else holds too. Those
-  /// that the snapshot alone holds died during the walk: they are released and passed over.
-  void advance() {
-    if (!*this) return;
-    release();
-    while (*this && (members_[index_]->references() & VFPtrInterface::countMask) == 1)
-      [[unlikely]] release();
+  /// that the snapshot alone holds died during the walk: they are released and passed over. False
+  /// at the end.
+  bool advance() { return *this && step(handled); }
+  /// The same with a member in turn. `lastReference` handles one whose last reference goes.
+  template <class LastReference>
+  bool step(LastReference const& lastReference) {
+    release(lastReference);
+    while (*this) {
+      if (((*at_)->references() & VFPtrInterface::countMask) != 1) [[likely]]
+        return true;
+      release(lastReference);
+    }
+    return false;
   }
+  /// The member in turn, of which there is one.
+  T* operator*() const { return *at_; }
 
  private:
+  static void handled(T* member) { member->handleZeroRef(); }
   /// The step comes before the release, which may run a destructor.
-  void release() { ptrDec(members_[index_++]); }
+  template <class LastReference>
+  [[gnu::always_inline]] void release(LastReference const& lastReference) {
+    T* const member = *at_++;
+    if (member->moxReferenceIsLast()) [[unlikely]]
+      lastReference(member);
+  }
 
   T** const many_;
-  T** const members_;
-  std::int32_t index_ = 0;
-  std::int32_t count_ = 0;
+  T** at_;
+  T** end_;
 };
 
 template <class List>

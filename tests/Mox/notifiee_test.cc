@@ -90,7 +90,10 @@ template <class Base>
 class BasicActor : public Base {
  public:
   explicit BasicActor(char const* id) : id_(id) {}
-  ~BasicActor() override { trace += "~" + id_ + " "; }
+  ~BasicActor() override {
+    if (onEnd) onEnd();
+    trace += "~" + id_ + " ";
+  }
   void onLevel() override {
     trace += id_ + "=" + (this->notifier() ? std::to_string(this->notifier()->level()) : "?") + " ";
     if (onEvent) onEvent();
@@ -108,7 +111,7 @@ class BasicActor : public Base {
     if (onZero) onZero();
   }
   bool isStreamAdapter() const override { return isAdapter; }
-  std::function<void()> onEvent, onException, onZero;
+  std::function<void()> onEvent, onException, onZero, onEnd;
   bool isAdapter = false;
 
  private:
@@ -423,6 +426,27 @@ TEST_F(Notifiees, AnExceptionOutOfTheExceptionHandlerLeavesTheSetter) {
   EXPECT_EQ(board->level(), 4u);
   EXPECT_EQ(board->version(), 1u);
   for (auto const& each : {a, b, c}) EXPECT_EQ(each->references() & 0x1fffffff, 2u);
+}
+
+TEST_F(Notifiees, OnlyHandlersAreCalledInAScopeForExpectedExceptions) {
+  auto const tells = [](char const* where) {
+    return [where] { trace += RangeException("x").isPlanned() ? where : std::string("-") + where; };
+  };
+  auto const a = actor("a");
+  auto dies = actor("dies");
+  auto const c = actor("c");
+  a->onEvent = [&] {
+    tells("handler ")();
+    Expect const inner(Exception::anyId);
+    dies = nullptr;
+    throw 1;
+  };
+  a->onException = tells("reaction ");
+  dies->onEnd = tells("end ");
+  c->onEvent = tells("handler ");
+  EXPECT_EQ(next(), "a=1 handler a!258 -reaction -end ~dies c=1 handler ");
+  tells("after ")();
+  EXPECT_EQ(trace.substr(trace.size() - 7), "-after ");
 }
 
 TEST_F(Notifiees, ASubscriberThatDestroysTheSubjectHearsTheRestOfTheWalk) {
