@@ -51,11 +51,25 @@ class HashMapGeneric::GenericOrder {
  public:
   explicit GenericOrder(HashMapGeneric const& map) : map_(map) {}
   std::uint32_t hash(PtrInterface const* member) const { return map_.vtable_->hash(member); }
-  bool keyLessThan(void const* key, PtrInterface const* member, PtrInterface const* other) const {
-    return map_.vtable_->keyLessThan(key, member, other);
+  std::uint32_t bucket(HashMapGeneric const&, std::uint32_t hash) const {
+    return map_.bucketOf(hash);
+  }
+  bool isLess(std::uint32_t a, std::uint32_t b) const { return a < b; }
+  bool keyLess(PtrInterface const* a, PtrInterface const* b) const {
+    return map_.vtable_->keyLessThan(nullptr, b, a);
   }
   void setNext(PtrInterface* member, PtrInterface* next) const {
     map_.vtable_->setNext(member, next);
+  }
+  void adoptNext(PtrInterface* member, PtrInterface* next) const {
+    setNext(member, next);
+    ptrDec(next);
+  }
+  PtrInterface* releaseNext(PtrInterface* member) const {
+    PtrInterface* const next = nextOf(member);
+    ptrInc(next);
+    setNext(member, nullptr);
+    return next;
   }
   PtrInterface* nextOf(PtrInterface const* member) const { return map_.nextOf(member); }
 

@@ -3,6 +3,7 @@
 // The order and why it is so: docs/hash-map.md. One thread changes a map at a time.
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -25,6 +26,12 @@ constexpr unsigned int bitReverse(unsigned int value) {
   value = (value >> 2 & 0x33333333) | (value & 0x33333333) << 2;
   value = (value >> 4 & 0x0f0f0f0f) | (value & 0x0f0f0f0f) << 4;
   return __builtin_bswap32(value);
+}
+
+/// Whether `bitReverse(a) < bitReverse(b)`: the lowest bit in which they differ decides.
+constexpr bool isReversedLess(std::uint32_t a, std::uint32_t b) {
+  std::uint32_t const differing = a ^ b;
+  return (b & differing & (0 - differing)) != 0;
 }
 
 /// The hash of a key, before the reversal. Numbers, enumerations and identifiers hash to their own
@@ -93,10 +100,6 @@ class HashMapVTable final : public HashMapVTableGeneric {
     typed->next.ptrAssign(static_cast<V*>(next));
     if constexpr (std::is_base_of_v<Entity, V>) typed->moxVersionInc();
   }
-  /// Where a member's link is.
-  static PtrInterface* nextOf(PtrInterface const* member) {
-    return static_cast<V const*>(member)->next.get();
-  }
 
  private:
   static decltype(auto) keyOf(PtrInterface const* member) {
@@ -125,6 +128,14 @@ class HashMapGeneric {
   /// The bucket of a reversed hash: its top `bits()` bits.
   std::uint32_t bucketOf(std::uint32_t reversedHash) const {
     return static_cast<std::uint32_t>(std::uint64_t{reversedHash} << bits_ >> 32);
+  }
+  /// The same of a hash that wasn't reversed: tables of up to 2^16 buckets look at two bytes of it.
+  std::uint32_t bucketOfHash(std::uint32_t hash) const {
+    if (bits_ > 16) [[unlikely]]
+      return bucketOf(bitReverse(hash));
+    return static_cast<std::uint32_t>(reversedBytes[hash & 0xff] << 8 |
+                                      reversedBytes[hash >> 8 & 0xff]) >>
+           (16 - bits_);
   }
   PtrInterface* bucketHead(std::uint32_t bucket) const { return buckets_[bucket]; }
 
@@ -171,7 +182,9 @@ class HashMapGeneric {
   }
 
   // Insertion and deletion, for both sides: `Order` is what tells hashes, order and links. The
-  // generic side's asks the vtable; the typed side's is expanded in line.
+  // generic side's asks the vtable; the typed side's is expanded in line. `adoptNext` hands a
+  // counted reference over to a link that is null, `releaseNext` takes that of a link, which is
+  // null then; both count as link changes.
   template <class Order>
   void link(Order const& order, PtrInterface* fresh);
   template <class Order>
@@ -179,14 +192,21 @@ class HashMapGeneric {
 
  private:
   class GenericOrder;
+  static constexpr std::array<std::uint8_t, 256> reversedBytes = [] {
+    std::array<std::uint8_t, 256> bytes{};
+    for (unsigned int byte = 0; byte < 256; ++byte) {
+      bytes[byte] = static_cast<std::uint8_t>(bitReverse(byte) >> 24);
+    }
+    return bytes;
+  }();
 
-  /// Whether `candidate` stands behind the position of `member`, whose reversed hash is `hash`.
+  /// Whether `candidate` stands behind the position of `member`, whose hash is `hash`.
   template <class Order>
   static bool isBehind(Order const& order, PtrInterface const* candidate, std::uint32_t hash,
                        PtrInterface const* member) {
     std::uint32_t const candidateHash = order.hash(candidate);
-    return candidateHash > hash ||
-           (candidateHash == hash && order.keyLessThan(nullptr, candidate, member));
+    return order.isLess(hash, candidateHash) ||
+           (candidateHash == hash && order.keyLess(member, candidate));
   }
   PtrInterface* nextOf(PtrInterface const* member) const;
   /// The most members that a table of this size is left with.
@@ -221,7 +241,7 @@ void HashMapGeneric::link(Order const& order, PtrInterface* fresh) {
   std::uint32_t const hash = order.hash(fresh);
   if (buckets_ == noMembers_) [[unlikely]]
     tableIs();
-  std::uint32_t const bucket = bucketOf(hash);
+  std::uint32_t const bucket = order.bucket(*this, hash);
   unsigned int length = 1;
   PtrInterface* previous = nullptr;
   PtrInterface* following = buckets_[bucket];
@@ -232,14 +252,16 @@ void HashMapGeneric::link(Order const& order, PtrInterface* fresh) {
   }
   ++version_;
   ++size_;
-  if (following || order.nextOf(fresh)) order.setNext(fresh, following);
+  if (order.nextOf(fresh)) [[unlikely]]
+    order.setNext(fresh, nullptr);
   if (previous) {
+    if (following) order.setNext(fresh, following);
     order.setNext(previous, fresh);
   } else {
     ptrInc(fresh);
     buckets_[bucket] = fresh;
-    // The bucket's reference on the old head; the new head has its own.
-    if (following) ptrDec(following);
+    // The bucket's reference on the old head becomes the new head's.
+    if (following) order.adoptNext(fresh, following);
   }
   if (size_ > most() || length > longChain) [[unlikely]]
     growFor(bucket, length);
@@ -247,7 +269,7 @@ void HashMapGeneric::link(Order const& order, PtrInterface* fresh) {
 
 template <class Order>
 void HashMapGeneric::unlink(Order const& order, PtrInterface* member) {
-  std::uint32_t const bucket = bucketOf(order.hash(member));
+  std::uint32_t const bucket = order.bucket(*this, order.hash(member));
   PtrInterface* previous = nullptr;
   PtrInterface* at = buckets_[bucket];
   for (; at && at != member; at = order.nextOf(at)) previous = at;
@@ -256,17 +278,50 @@ void HashMapGeneric::unlink(Order const& order, PtrInterface* member) {
   PtrInterface* const following = order.nextOf(at);
   if (previous) {
     order.setNext(previous, following);
+    // A removed member keeps no sibling alive.
+    if (following) order.setNext(at, nullptr);
   } else {
-    if (following) ptrInc(following);
-    buckets_[bucket] = following;
+    buckets_[bucket] = following ? order.releaseNext(at) : nullptr;
     ptrDec(at);
   }
-  // A removed member keeps no sibling alive.
-  if (following) order.setNext(at, nullptr);
   ++version_;
   --size_;
   if (size_ < bucketCount() / 4) shrinkIfSparse();
 }
+
+/// What the typed side asks, in line: hashes stay as they are, and counts that would rise and fall
+/// again stay too.
+template <class V, class K>
+class HashMapOrder {
+ public:
+  static std::uint32_t hash(PtrInterface const* member) { return KeyHash<K>::hash(keyOf(member)); }
+  static std::uint32_t bucket(HashMapGeneric const& map, std::uint32_t hash) {
+    return map.bucketOfHash(hash);
+  }
+  static bool isLess(std::uint32_t a, std::uint32_t b) { return isReversedLess(a, b); }
+  static bool keyLess(PtrInterface const* a, PtrInterface const* b) { return keyOf(a) < keyOf(b); }
+  static PtrInterface* nextOf(PtrInterface const* member) {
+    return static_cast<V const*>(member)->next.get();
+  }
+  static void setNext(PtrInterface* member, PtrInterface* next) {
+    HashMapVTable<V, K>().setNext(member, next);
+  }
+  static void adoptNext(PtrInterface* member, PtrInterface* next) {
+    auto* const typed = static_cast<V*>(member);
+    typed->next.moxAdopt(static_cast<V*>(next));
+    if constexpr (std::is_base_of_v<Entity, V>) typed->moxVersionInc();
+  }
+  static PtrInterface* releaseNext(PtrInterface* member) {
+    auto* const typed = static_cast<V*>(member);
+    if constexpr (std::is_base_of_v<Entity, V>) typed->moxVersionInc();
+    return typed->next.moxRelease();
+  }
+
+ private:
+  static decltype(auto) keyOf(PtrInterface const* member) {
+    return HashMapMember<V>::key(*static_cast<V const*>(member));
+  }
+};
 
 /// `V`: the member class, with `K key() const` and a public `Ptr<V> next`; PtrInterface stands at
 /// its start. `H`: what a lookup of the owning attribute hands out.
@@ -292,17 +347,16 @@ class HashMap : public HashMapGeneric {
 
   /// The member with this key, or null. Not counted: the caller takes the reference that it needs.
   V* operator[](K const& key) const {
-    std::uint32_t const hash = bitReverse(KeyHash<K>::hash(key));
-    for (auto* member = static_cast<V*>(bucketHead(bucketOf(hash))); member;
-         member = member->next.get()) {
+    std::uint32_t const bucket = bucketOfHash(KeyHash<K>::hash(key));
+    for (auto* member = static_cast<V*>(bucketHead(bucket)); member; member = member->next.get()) {
       if (HashMapMember<V>::key(*member) == key) return member;
     }
     return nullptr;
   }
 
-  void newMember(Ptr<V> const& member) { link(HashMapVTable<V, K>(), member.get()); }
+  void newMember(Ptr<V> const& member) { link(HashMapOrder<V, K>(), member.get()); }
   using HashMapGeneric::deleteMember;
-  void deleteMember(Ptr<V> const& member) { unlink(HashMapVTable<V, K>(), member.get()); }
+  void deleteMember(Ptr<V> const& member) { unlink(HashMapOrder<V, K>(), member.get()); }
   void deleteMember(V* member) { deleteMember(Ptr<V>(member)); }
 
   Iterator iterator() { return Iterator(this); }
