@@ -5,6 +5,34 @@ namespace {
 
 constexpr AttributeId valueId = 1;
 
+/// Memory of carriers that have gone, for the next ones of this thread.
+class Places {
+ public:
+  ~Places() {
+    while (count_ != 0) ::operator delete(places_[--count_]);
+    // What goes later still finds no room.
+    count_ = limit;
+    isOver_ = true;
+  }
+  void* take() { return count_ != 0 && !isOver_ ? places_[--count_] : nullptr; }
+  bool put(void* place) {
+    if (count_ == limit) return false;
+    places_[count_++] = place;
+    return true;
+  }
+
+ private:
+#ifdef __SANITIZE_ADDRESS__
+  static constexpr unsigned limit = 0;  // A carrier that is used too late is to be found.
+#else
+  static constexpr unsigned limit = 8;
+#endif
+  void* places_[limit + 1] = {};
+  unsigned count_ = 0;
+  bool isOver_ = false;
+};
+[[gnu::tls_model("initial-exec")]] thread_local constinit Places places;
+
 }  // namespace
 
 void* GenericIfValue::voidPtrIs(Ptr<MoxType const> const& asked) const {
@@ -48,8 +76,22 @@ ValueCarrier::ValueCarrier(PlainValueType const& type, String8 const& text, bool
 }
 
 ValueCarrier::~ValueCarrier() {
-  type_.ops().destroy(moxAddress());
+  if (auto const destroy = type_.ops().destroy) destroy(moxAddress());
   if (!isInline()) ::operator delete(heap_);
+}
+
+void* ValueCarrier::operator new(std::size_t size) {
+  void* const place = places.take();
+  return place ? place : PtrInterface::operator new(size);
+}
+void ValueCarrier::operator delete(void* memory, std::size_t size) {
+  if (!places.put(memory)) PtrInterface::operator delete(memory, size);
+}
+
+void* ValueCarrier::voidPtrIs(Ptr<MoxType const> const& asked) const {
+  if (asked.get() == &type_) [[likely]]
+    return moxAddress();
+  throwTypeException(type_.name().charPtr());
 }
 
 void* ValueCarrier::room() {

@@ -24,7 +24,7 @@ class GenericIfValue : public GenericIf {
                              Ptr<GenericIf> const& value) override;
 
  protected:
-  explicit GenericIfValue(bool isConst) : GenericIf(isConst) { isRegisteredNotifieeIs(true); }
+  explicit GenericIfValue(bool isConst) : GenericIf(isConst) { moxRegisteredIs(true); }
   virtual void* moxAddress() const = 0;
 };
 
@@ -37,7 +37,12 @@ class ValueCarrier final : public GenericIfValue {
   ValueCarrier(PlainValueType const& type, String8 const& text, bool isConst);
   ~ValueCarrier() override;
 
+  // Carriers come and go with every read and write: a few places of each thread are used again.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* memory, std::size_t size);
+
   Ptr<MoxType const> type() const override { return &type_; }
+  void* voidPtrIs(Ptr<MoxType const> const& type) const override;
   String8 strRep() const override { return type_.ops().text(moxAddress()); }
   Ptr<GenericIf> clone() override { return new ValueCarrier(type_, moxAddress(), isConst()); }
   using GenericIf::clone;

@@ -12,13 +12,14 @@ namespace {
 using Op = GenericIf::AttributeOp;
 using Index = Ptr<GenericIf const>;
 
-/// One operation on its way: everything that the algorithms of the kinds need.
+/// One operation on its way: everything that the algorithms of the kinds need. Index and value are
+/// the caller's, who may let go of them once a setter runs: nothing looks at them after that.
 struct Call {
   GenericRow const& row;
-  Ptr<Entity> entity;
+  Ptr<Entity> const& entity;
   Op::OpId op;
-  Index index;
-  Ptr<GenericIf> value;
+  Index const& index;
+  Ptr<GenericIf> const& value;
   bool isConst;
 
   Entity& live() const {

@@ -8,9 +8,6 @@
 namespace Mox {
 namespace {
 
-/// What subscribers that relay carry from the start.
-constexpr std::uint32_t relayFlags = 0x4000000;
-
 char const* opName(GenericIf::AttributeOp::OpId op) {
   switch (op) {
     case GenericIf::AttributeOp::attrGet:
@@ -30,9 +27,6 @@ char const* opName(GenericIf::AttributeOp::OpId op) {
 }
 
 }  // namespace
-
-GenericIf::GenericIf(bool isConst) : Notifiee(Mox_BitSet(relayFlags)), isConst_(isConst) {}
-GenericIf::~GenericIf() = default;
 
 void GenericIf::onAttribute(AttributeId attribute) {
   if (listener_) listener_->handleAttribute(*this, attribute, Ptr<GenericIf const>());

@@ -51,7 +51,7 @@ class GenericIf : public PtrInterface::Notifiee {
   };
   using AttributeIterator = AttributeIteratorConst;
 
-  ~GenericIf() override;
+  ~GenericIf() override = default;
 
   void onAttribute(AttributeId attribute) override;
   Activity* moxFwkActivity() override;
@@ -121,9 +121,12 @@ class GenericIf : public PtrInterface::Notifiee {
                                                         bool);
 
  protected:
-  explicit GenericIf(bool isConst);
+  explicit GenericIf(bool isConst) : Notifiee(Mox_BitSet(relayFlags)), isConst_(isConst) {}
 
  private:
+  /// What subscribers that relay carry from the start.
+  static constexpr std::uint32_t relayFlags = 0x4000000;
+
   bool isConst_;
   Listener* listener_ = nullptr;
   Ptr<Activity> activity_;

@@ -22,6 +22,7 @@ struct ValueOps {
   void (*copy)(void* room, void const* value);
   /// Makes the value in `room` that `text` tells; throws what the text's reading throws.
   void (*read)(void* room, String8 const& text);
+  /// Null where there is nothing to do.
   void (*destroy)(void* value);
   String8 (*text)(void const* value);
   bool isNumber;
@@ -33,7 +34,10 @@ inline constexpr ValueOps valueOps = {
     .copy = [](void* room,
                void const* value) { new (room) T(value ? *static_cast<T const*>(value) : T()); },
     .read = [](void* room, String8 const& text) { new (room) T(strepToValue<T>(text)); },
-    .destroy = [](void* value) { static_cast<T*>(value)->~T(); },
+    .destroy = std::is_trivially_destructible_v<T> ? nullptr
+                                                   : static_cast<void (*)(void*)>([](void* value) {
+                                                       static_cast<T*>(value)->~T();
+                                                     }),
     .text = [](void const* value) { return textOf(*static_cast<T const*>(value)); },
     .isNumber = std::is_arithmetic_v<T> || requires {T::isMoxIdentifier;
 }  // namespace Mox
