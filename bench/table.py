@@ -95,10 +95,11 @@ def main(path):
     if growth is not None:
         row("R4-T1", "rss_growth_kib", growth, "", "", "", "at most 64", growth <= 64)
 
-    print("| workload | metric | here | beside | there | ratio | target | met |")
-    print("|---|---|---:|---|---:|---:|---|---|")
-    print("\n".join(dict.fromkeys(rows)))
-    told = {key: v for key, v in medians.items() if key[0].startswith(("memory", "chips"))}
+    if rows:
+        print("| workload | metric | here | beside | there | ratio | target | met |")
+        print("|---|---|---:|---|---:|---:|---|---|")
+        print("\n".join(dict.fromkeys(rows)))
+    told = {key: v for key, v in medians.items() if key[0].startswith(("memory", "chips", "build"))}
     if told:
         print("\n| tree | of | metric | value |\n|---|---|---|---:|")
         for (workload, peer, metric), value in sorted(told.items(), key=lambda e: natural(e[0][0])):
