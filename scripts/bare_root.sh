@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Tries the Debian packages as a new user would: in a bare Debian root of its own it installs them,
-# builds the greenhouse example against them, runs its two processes, and looks at one in GDB.
+# builds the greenhouse example against them and installs it, runs its two processes, and looks at one
+# in GDB.
 #   bare_root.sh PACKAGE_DIRECTORY WORK_DIRECTORY     as root
 set -eu
 packages=$(realpath "$1")
@@ -31,7 +32,9 @@ inventoryd --help >/dev/null
 moxtypes /usr/lib/*/libInvArad.so | grep -qx Inventory::Arad::Arad
 cmake -S greenhouse -B build -DCMAKE_BUILD_TYPE=Debug
 cmake --build build
-timeout 60 greenhouse/try.sh build | tee shown
+cmake --install build
+ldconfig
+timeout 60 greenhouse/try.sh /usr/local/bin | tee shown
 grep -qx 21.5 shown
 echo 30 >degrees
 gdb -nx -batch -ex 'break Greenhouse::House::temperatureIs' -ex 'run socket <degrees' -ex 'print *this' \
