@@ -6,6 +6,7 @@
 
 #include "attrlog/EntityIds.h"
 #include "attrlog/Rows.h"
+#include "registry/MoxType.h"
 
 namespace Mox::NboAttrLog {
 
@@ -219,7 +220,14 @@ void Demuxer::close() {
   for (HashMap<MoxReactor, EntityId, Ptr<Sa>>::Iterator entry(&reactors_); entry; ++entry) {
     adapters.push_back(entry->value());
   }
-  for (auto const& adapter : adapters) retire(**adapter);
+  for (auto const& adapter : adapters) {
+    Ptr<Entity> const entity = adapter->moxNotifierEntity();
+    bool const isAnnounced = adapter->origin_ == StreamAdapter::Origin::exportedOrphan;
+    if (mayWrite() && isAnnounced && entity && !entity->fwkType()->isRootType()) {
+      imports_->lend(peerName(), entity);
+    }
+    retire(**adapter);
+  }
   imports_->staleIs(this);
   quick_.clear();
   bulk_.clear();

@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "attrlog/Demuxer.h"
+#include "model/TypeText.h"
+#include "registry/MoxType.h"
 
 namespace Mox::NboAttrLog {
 
@@ -14,20 +16,42 @@ void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
   std::erase_if(items_, [&](Item const& item) {
     return item.entry && (!item.entry->target() || item.entry == entry);
   });
-  items_.push_back({peer, entry, {}, {}, connection});
+  items_.push_back({peer, entry, {}, connection});
 }
 
 void Imports::shelve(std::string const& peer, Ptr<Entity> const& entity,
-                     std::string const& arguments, Demuxer const* connection) {
-  items_.push_back({peer, {}, entity, arguments, connection});
+                     Demuxer const* connection) {
+  items_.push_back({peer, {}, entity, connection});
 }
 
-Ptr<Entity> Imports::claim(std::string const& peer, MoxType const* type,
-                           std::string const& arguments, Demuxer const* connection) {
+void Imports::lend(std::string const& peer, Ptr<Entity> const& entity) {
+  auto const isKnown = [&](Item const& item) {
+    return item.shelved == entity && item.peer == peer;
+  };
+  if (std::none_of(items_.begin(), items_.end(), isKnown)) shelve(peer, entity, nullptr);
+}
+
+namespace {
+
+/// True for one type, one name, and the same key and parameters; references among them lead to
+/// entities of one name.
+bool hasSameArguments(Entity const& a, Entity const& b) {
+  if (a.fwkType() != b.fwkType() || a.name() != b.name()) return false;
+  bool isSame = true;
+  a.fwkType()->typeText()->forEach([&](AttributeText const& attribute) {
+    bool const isArgument = attribute.form == AttributeText::Form::scalar && !attribute.set;
+    isSame = isSame && (!isArgument || attribute.value(a) == attribute.value(b));
+  });
+  return isSame;
+}
+
+}  // namespace
+
+Ptr<Entity> Imports::claim(std::string const& peer, Entity const& made, Demuxer const* connection) {
   for (Item& item : items_) {
     // One that this end has announced to the peer meanwhile has its id on this connection.
     if (item.shelved && item.connection == nullptr && item.peer == peer &&
-        item.arguments == arguments && item.shelved->fwkType() == type &&
+        hasSameArguments(**item.shelved, made) &&
         !item.shelved->moxNboAttrLogSa(Ptr<Out const>(connection->out()))) {
       item.connection = connection;
       return item.shelved;
@@ -42,9 +66,10 @@ bool Imports::isRootFrom(Entity const* entity, std::string const& peer) const {
   });
 }
 
-void Imports::drop(Entity const* entity) {
-  auto const at = std::find_if(items_.begin(), items_.end(),
-                               [entity](Item const& item) { return item.entity() == entity; });
+void Imports::drop(Entity const* entity, Demuxer const* connection) {
+  auto const at = std::find_if(items_.begin(), items_.end(), [&](Item const& item) {
+    return item.entity() == entity && item.connection == connection;
+  });
   if (at == items_.end()) return;
   Item const item = std::move(*at);
   items_.erase(at);

@@ -19,18 +19,18 @@ class Imports {
  public:
   /// A root of `peer` has been entered in a directory, or is bound again.
   void rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry, Demuxer const* connection);
-  /// An entity without a place of its own is kept; `arguments`: its constructor arguments as they
-  /// came.
-  void shelve(std::string const& peer, Ptr<Entity> const& entity, std::string const& arguments,
-              Demuxer const* connection);
-  /// The entity of that type and those arguments which the peer brought over an earlier
-  /// connection, and which is in use on none; null without one.
-  Ptr<Entity> claim(std::string const& peer, MoxType const* type, std::string const& arguments,
-                    Demuxer const* connection);
+  /// An entity without a place of its own is kept.
+  void shelve(std::string const& peer, Ptr<Entity> const& entity, Demuxer const* connection);
+  /// This end may write what the peer shows, and has announced the entity to it: the peer's next
+  /// connection may bring it back.
+  void lend(std::string const& peer, Ptr<Entity> const& entity);
+  /// The entity made of the same arguments as `made` which an earlier connection with the peer
+  /// knew, and this one doesn't; null without one.
+  Ptr<Entity> claim(std::string const& peer, Entity const& made, Demuxer const* connection);
   /// True when the entity is a root that this peer brought.
   bool isRootFrom(Entity const* entity, std::string const& peer) const;
   /// The peer has withdrawn the entity: a root leaves its directory, another one is let go.
-  void drop(Entity const* entity);
+  void drop(Entity const* entity, Demuxer const* connection);
   /// The connection is gone: what came over it is stale.
   void staleIs(Demuxer const* connection);
   /// The peer has announced all its roots: the stale ones are dropped.
@@ -42,9 +42,8 @@ class Imports {
  private:
   struct Item {
     std::string peer;
-    Ptr<Dir::Entry> entry;  ///< of a root
-    Ptr<Entity> shelved;    ///< of anything else
-    std::string arguments;
+    Ptr<Dir::Entry> entry;      ///< of a root
+    Ptr<Entity> shelved;        ///< of anything else
     Demuxer const* connection;  ///< null: stale
 
     Entity const* entity() const { return entry ? entry->target().get() : shelved.get(); }

@@ -162,17 +162,14 @@ void Demuxer::dispatchOrphan(Frame const& frame) {
   bool const isRoot = type != nullptr && type->isRootType();
   bool const isTaken = type != nullptr && (importDir_ || (!isRoot && mayPeerWrite()));
   Ptr<Entity> made;
-  std::string arguments;
   section(Section::constructorSection, [&] {
     if (!isTaken) return;
-    unsigned char const* const begin = in_->position();
     try {
       made = type->newEntity(in_, PtrInterface::NotifieeConst::Mox_BitSet(rootFlags(false)), 1,
                              nullptr);
     } catch (Exception const&) {
       throw StreamException(StreamError::badValue);
     }
-    arguments.assign(begin, in_->position());
     if (made && in_->bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
   });
   EntityId id;
@@ -194,10 +191,10 @@ void Demuxer::dispatchOrphan(Frame const& frame) {
     if (!entry) entry = importDir_->entryIs(made->name(), made);
     entity = entry->target();
     imports_->rootIs(peerName(), entry, this);
-  } else if (Ptr<Entity> present = imports_->claim(peerName(), type, arguments, this)) {
+  } else if (Ptr<Entity> present = imports_->claim(peerName(), **made, this)) {
     entity = present;
   } else {
-    imports_->shelve(peerName(), made, arguments, this);
+    imports_->shelve(peerName(), made, this);
   }
   Ptr<Sa> adapter = entity->moxNboAttrLogSaIs(
       PtrInterface::NotifieeConst::Mox_BitSet(rootFlags(false)), 1, out_, nullptr);
@@ -237,7 +234,7 @@ void Demuxer::dispatchWithdrawal() {
   }
   Ptr<Entity> const entity = adapter->moxNotifierEntity();
   adapter->doRemountSelf(Ptr<Out>());
-  if (entity) imports_->drop(entity.get());
+  if (entity) imports_->drop(entity.get(), this);
 }
 
 }  // namespace Mox::NboAttrLog
