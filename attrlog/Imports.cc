@@ -9,6 +9,23 @@
 #include "registry/MoxType.h"
 
 namespace Mox::NboAttrLog {
+namespace {
+
+/// The type and what an entity was made of, references by what they name.
+std::string argumentsOf(Entity const& entity) {
+  MoxType const& type = *entity.fwkType();
+  std::string text(type.qualifiedName().view());
+  auto const add = [&text](String8 const& value) { text.append(1, ' ').append(value.view()); };
+  add(textOf(entity.name()));
+  type.typeText()->forEach([&](AttributeText const& attribute) {
+    if (attribute.form == AttributeText::Form::scalar && !attribute.set) {
+      add(attribute.value(entity));
+    }
+  });
+  return text;
+}
+
+}  // namespace
 
 void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
                      Demuxer const* connection) {
@@ -16,12 +33,12 @@ void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
   std::erase_if(items_, [&](Item const& item) {
     return item.entry && (!item.entry->target() || item.entry == entry);
   });
-  items_.push_back({peer, entry, {}, connection});
+  items_.push_back({peer, entry, {}, {}, connection});
 }
 
 void Imports::shelve(std::string const& peer, Ptr<Entity> const& entity,
                      Demuxer const* connection) {
-  items_.push_back({peer, {}, entity, connection});
+  items_.push_back({peer, {}, entity, argumentsOf(**entity), connection});
 }
 
 void Imports::lend(std::string const& peer, Ptr<Entity> const& entity) {
@@ -31,27 +48,12 @@ void Imports::lend(std::string const& peer, Ptr<Entity> const& entity) {
   if (std::none_of(items_.begin(), items_.end(), isKnown)) shelve(peer, entity, nullptr);
 }
 
-namespace {
-
-/// True for one type, one name, and the same key and parameters; references among them lead to
-/// entities of one name.
-bool hasSameArguments(Entity const& a, Entity const& b) {
-  if (a.fwkType() != b.fwkType() || a.name() != b.name()) return false;
-  bool isSame = true;
-  a.fwkType()->typeText()->forEach([&](AttributeText const& attribute) {
-    bool const isArgument = attribute.form == AttributeText::Form::scalar && !attribute.set;
-    isSame = isSame && (!isArgument || attribute.value(a) == attribute.value(b));
-  });
-  return isSame;
-}
-
-}  // namespace
-
 Ptr<Entity> Imports::claim(std::string const& peer, Entity const& made, Demuxer const* connection) {
+  std::string const arguments = argumentsOf(made);
   for (Item& item : items_) {
     // One that this end has announced to the peer meanwhile has its id on this connection.
     if (item.shelved && item.connection == nullptr && item.peer == peer &&
-        hasSameArguments(**item.shelved, made) &&
+        item.arguments == arguments &&
         !item.shelved->moxNboAttrLogSa(Ptr<Out const>(connection->out()))) {
       item.connection = connection;
       return item.shelved;

@@ -44,6 +44,7 @@ class Imports {
     std::string peer;
     Ptr<Dir::Entry> entry;      ///< of a root
     Ptr<Entity> shelved;        ///< of anything else
+    std::string arguments;      ///< of that
     Demuxer const* connection;  ///< null: stale
 
     Entity const* entity() const { return entry ? entry->target().get() : shelved.get(); }
