@@ -104,7 +104,7 @@ TEST(Exceptions, AnExpectScopeMarksExactlyItsKindAsPlanned) {
 TEST(Assertions, AFailurePrintsItsPlaceAndAborts) {
   EXPECT_EXIT(assertionFailed("a == b", "InvArad", 10, "void f()"),
               testing::KilledBySignal(SIGABRT),
-              "^InvArad:10: void f\\(\\): Assertion 'a == b' failed\\.\n$");
+              "^InvArad:10: void f\\(\\): Assertion 'a == b' failed\\.\n");
 }
 
 }  // namespace

@@ -391,7 +391,7 @@ TEST(NotificationsDeathTest, AClockOfAnotherRoleEndsTheProcessBeforeAnybodyHears
       arad->pllClockIs(new Inventory::Si5327("other", 2)), testing::KilledBySignal(SIGABRT),
       "^InvArad:10: void Inventory::Arad::Arad::handlePllClock\\(\\): Assertion "
       "'pllClock\\(\\)->pllRole\\(\\) == Hardware::Dpll::pllTimeSync\\(\\) \\|\\| "
-      "pllClock\\(\\)->pllRole\\(\\) == Hardware::Dpll::pllTimeSyncStandalone\\(\\)' failed\\.\n$");
+      "pllClock\\(\\)->pllRole\\(\\) == Hardware::Dpll::pllTimeSyncStandalone\\(\\)' failed\\.\n");
   listener->notifierIs(nullptr);
 }
 
