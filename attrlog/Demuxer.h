@@ -7,6 +7,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -42,6 +43,8 @@ struct LinkOptions {
   std::uint64_t schemaHash = 0;
   std::size_t outCapacity = defaultCapacity;
   std::uint64_t greetingTimeoutMs = 10000;
+  /// How long an ack may wait for a frame that takes it along.
+  std::uint64_t ackDelayMs = 20;
 };
 
 /// Counts since the connection began.
@@ -149,6 +152,8 @@ class Demuxer : public PtrInterface {
   std::size_t flowOutCount() const { return flowOutCount_; }
   /// Counts what is owed, entity by entity: for people, not for hot paths.
   LinkDebt debt() const;
+  /// When an ack frame must go out, unless another frame takes the ack along before.
+  std::optional<std::uint64_t> ackDueMs() const;
   /// The link's clock, told at the beginning of each turn.
   void nowMsIs(std::uint64_t nowMs) { nowMs_ = nowMs; }
   /// The id of a referenced entity for a message. 0 for null. An entity that stands in no tree of
@@ -175,6 +180,8 @@ class Demuxer : public PtrInterface {
   /// Applies the whole frames at the front of what was received. Throws nothing: a refused
   /// stream is told by `error()`.
   void dispatchReceived();
+  /// True while a message is being applied through this adapter.
+  bool isApplying(StreamAdapter const& adapter) const { return applyingAdapter_ == &adapter; }
   /// True while a message about this attribute is being applied through this adapter.
   bool isApplying(StreamAdapter const& adapter, AttributeId attribute) const {
     return applyingAdapter_ == &adapter && applyingAttribute_ == attribute;
@@ -247,10 +254,15 @@ class Demuxer : public PtrInterface {
 
   // Called by `Out` when a frame is ended.
 
-  std::uint8_t flagsOfCommitted(FrameKind kind, MsgHeader const& header) const;
   std::uint32_t framesBegun() const { return static_cast<std::uint32_t>(framesBegun_); }
   void handleCommitted(FrameKind kind, MsgHeader const& header, unsigned char const* payload,
-                       std::size_t size);
+                       std::size_t size) {
+    ++stats_.framesSent;
+    ackSent_ = framesBegun_;
+    if (!isCounted(kind)) return;
+    ++framesCommitted_;
+    if (kind == FrameKind::message && mayPeerWrite()) noteSent(header, payload, size);
+  }
 
  private:
   class MoxReactor : public ValueMember<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>> {
@@ -273,6 +285,7 @@ class Demuxer : public PtrInterface {
 
   // Reading.
   void dispatch(Frame const& frame);
+  std::size_t fetchAhead(unsigned char const* bytes, std::size_t size) const;
   void dispatchGreeting(Greeting const& greeting);
   void dispatchMessage(Frame const& frame);
   void dispatchOrphan(Frame const& frame);
@@ -282,7 +295,11 @@ class Demuxer : public PtrInterface {
   void dispatchRepeat(Frame const& frame);
   void dispatchError(Frame const& frame);
   void dropStaleShelved();
-  void acknowledgedIs(std::uint32_t ack);
+  void acknowledgedIs(std::uint32_t ack) {
+    if (ack != static_cast<std::uint32_t>(peerAck_) || !goneTold_.empty()) handleAck(ack);
+  }
+  void handleAck(std::uint32_t ack);
+  void apply(Sa& adapter, Frame const& frame, AttributeId attribute);
   void passOver(Frame const& frame);
   bool isConflict(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
   bool isReadOnlyElsewhere(Entity const& entity) const;
@@ -292,7 +309,10 @@ class Demuxer : public PtrInterface {
   template <class Apply>
   void applying(Sa& adapter, AttributeId attribute, Apply const& apply);
   /// Tells what subscribers changed about the slot in hand, now that its message is through.
-  void tellNoted();
+  void tellNoted() {
+    if (!noted_.empty()) tellAllNoted();
+  }
+  void tellAllNoted();
   template <class WriteKey>
   void sendRepeat(Sa& adapter, AttributeId attribute, WriteKey const& writeKey);
   void reportUnknown(Sa const& adapter, AttributeId attribute);
@@ -302,8 +322,12 @@ class Demuxer : public PtrInterface {
   void queueStopped();
   void queue(Sa& adapter);
   void sendComplete(EntityId id);
+  bool owesAck() const;
   void sendAck();
-  bool isAuthority(Sa const& adapter) const;
+  void noteSent(MsgHeader const& header, unsigned char const* payload, std::size_t size);
+  bool isAuthority(Sa const& adapter) const {
+    return !adapter.hasFlag(notAuthority | readOnlyRemote);
+  }
 
   // Roots.
   void exportWaiting();
@@ -350,6 +374,7 @@ class Demuxer : public PtrInterface {
   std::uint64_t framesCommitted_ = 0;  ///< own counted frames
   std::uint64_t peerAck_ = 0;          ///< those that the peer has begun to process
   std::uint64_t ackSent_ = 0;
+  std::optional<std::uint64_t> ackDueMs_;  ///< of the first frame that isn't acknowledged
   SlotTable slots_;
   std::uint64_t streamOffset_ = 0;
   std::size_t holds_ = 0;
@@ -383,7 +408,7 @@ class DemuxerManager {
   void demuxerDel(Demuxer* demuxer);
   /// A snapshot to walk.
   std::vector<Ptr<Demuxer>> nboDemuxerIterator() const;
-  bool empty() const { return demuxers_.empty(); }
+  std::vector<Demuxer*> const& demuxers() const { return demuxers_; }
 
  private:
   std::vector<Demuxer*> demuxers_;

@@ -64,8 +64,9 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
                  StreamAdapter::DeserializationOptions const& options, unsigned int length,
                  Ptr<In> const& in) {
   bool const reflect = static_cast<bool>(in);
-  Ptr<In> const from = reflect ? in : adapter.nboAttrLogOut()->reverseLog();
-  if (!from) return;
+  Demuxer* const demuxer = adapter.connection();
+  if (!reflect && !demuxer) return;
+  Ptr<In> const& from = reflect ? in : demuxer->in();
   if (!reflect && adapter.hasFlag(changeFromLog)) {
     throwInternalException(messages::reactorActive);
   }
@@ -79,7 +80,6 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
     adapter.flagsIs(changeFromLog, true);
     if (adapter.hasFlag(readOnlyRemote) && !adapter.readOnlyRemoteOk(attribute) &&
         !adapter.convertedToWritable(false)) {
-      Demuxer const* demuxer = adapter.streamDemuxer();
       throwInternalException(messages::readOnlyProxy + adapter.rawEntity()->fullName() +
                              messages::readOnlyProxyPeer +
                              String8(demuxer ? demuxer->peerName().c_str() : ""));
@@ -90,7 +90,7 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
     message.compound = readCompound(**from, type, attribute);
     message.attribute = message.compound.attribute;
   }
-  if (Demuxer* demuxer = adapter.streamDemuxer()) {
+  if (demuxer && demuxer->flowInCount() != 0) {
     message.flowIn = demuxer->flowIn(adapter.entityId());
   }
   bool const deletes = message.attribute < 0;

@@ -39,7 +39,7 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
 
 /// From here on the message counts as applied.
 inline void applying(MessageIn& message) {
-  if (Demuxer* demuxer = message.adapter.streamDemuxer()) demuxer->appliedIs();
+  if (Demuxer* demuxer = message.adapter.connection()) demuxer->appliedIs();
 }
 
 /// Nothing but `rest` bytes may stand behind the values that were read.

@@ -23,8 +23,33 @@ std::string hex(std::uint64_t value) {
 
 }  // namespace
 
+/// Looks up the entities of the frames that come next, all at once: in a tree that no cache holds,
+/// each costs several waits for memory, which then overlap. Gives the number of frames.
+std::size_t Demuxer::fetchAhead(unsigned char const* bytes, std::size_t size) const {
+  constexpr std::size_t mostFrames = 16;
+  Sa const* ahead[mostFrames];
+  std::size_t frames = 0;
+  std::size_t found = 0;
+  for (std::size_t at = 0; frames < mostFrames && at + headerSize < size; ++frames) {
+    Sa const* const adapter = reactor(EntityId(getBytes(bytes + at + 6, 8)));
+    if (adapter != nullptr) {
+      __builtin_prefetch(adapter);
+      ahead[found++] = adapter;
+    }
+    at += getBytes(bytes + at + 2, 4) + frameOverhead;
+  }
+  for (std::size_t i = 0; i < found; ++i) {
+    auto const* const entity = reinterpret_cast<char const*>(ahead[i]->rawEntity());
+    for (std::size_t line = 0; line < 3; ++line) __builtin_prefetch(entity + 64 * line);
+  }
+  return std::max<std::size_t>(frames, 1);
+}
+
 void Demuxer::dispatchReceived() {
+  // What is smaller stays in the cache by itself.
+  constexpr std::size_t largeTree = 4096;
   ByteQueue& received = in_->received();
+  std::size_t fetched = 0;
   while (mode_ != Mode::closed && errorCode_ == StreamError::none && !received.empty()) {
     Frame frame;
     std::size_t size = 0;
@@ -38,6 +63,9 @@ void Demuxer::dispatchReceived() {
         size = FrameParser::frame(received.data(), received.size(), frame);
         if (size == 0) return;
         ++stats_.framesReceived;
+        if (reactors_.size() > largeTree && fetched-- == 0) {
+          fetched = fetchAhead(received.data(), received.size()) - 1;
+        }
         isDispatching_ = true;
         dispatch(frame);
         isDispatching_ = false;
@@ -78,10 +106,9 @@ void Demuxer::dispatch(Frame const& frame) {
 }
 
 /// An ack counts upward and never beyond what was sent, modulo 2^32.
-void Demuxer::acknowledgedIs(std::uint32_t ack) {
+void Demuxer::handleAck(std::uint32_t ack) {
   std::uint32_t const more = ack - static_cast<std::uint32_t>(peerAck_);
   if (more > framesCommitted_ - peerAck_) throw StreamException(StreamError::badAck);
-  if (more == 0 && goneTold_.empty()) return;
   peerAck_ += more;
   slots_.acknowledgedIs(peerAck_);
   for (; !goneTold_.empty() && goneTold_.front().first <= peerAck_; goneTold_.pop_front()) {
@@ -130,28 +157,39 @@ void Demuxer::applying(Sa& adapter, AttributeId attribute, Apply const& apply) {
 }
 
 void Demuxer::dispatchMessage(Frame const& frame) {
-  Ptr<Sa> adapter(reactor(frame.entityId));
-  if (!adapter) {
+  // Adapters that retire meanwhile stay until the turn ends; the entity must outlive its handlers.
+  Sa* const adapter = reactor(frame.entityId);
+  if (adapter == nullptr) {
     ++stats_.strays;
     return passOver(frame);
   }
   if (adapter->hasFlag(readOnlyRemote)) throw StreamException(StreamError::notPermitted);
-  Ptr<Entity> const entity = adapter->moxNotifierEntity();
+  Ptr<Entity> const entity(adapter->rawEntity());
+  AttributeId attribute = std::abs(frame.attributeId);
+  AttrRow const* row = adapter->rows().find(attribute);
+  if (row != nullptr && row->read != nullptr && row->form == AttrForm::plain &&
+      row->fixedLength != 0 && frame.attributeId > 0 && !isAuthority(*adapter)) {
+    // A number from the end that owns the tree: its size says all.
+    if (frame.isVariableLength || frame.instantiateTag != 0) {
+      throw StreamException(StreamError::badHeader);
+    }
+    if (frame.payloadSize != row->fixedLength) throw StreamException(StreamError::badLength);
+    return apply(*adapter, frame, attribute);
+  }
   in_->payloadIs(frame.payload, frame.payloadSize);
   // A compound message is held to the same rules as the plain one that it stands for.
   Frame about = frame;
   Compound compound;
-  bool const isCompound =
-      std::abs(frame.attributeId) == compoundAttribute && adapter->rows().ownsChildren();
+  bool const isCompound = attribute == compoundAttribute && adapter->rows().ownsChildren();
   if (isCompound) {
     compound = readCompound(**in_, adapter->rows(), frame.attributeId);
     about.attributeId = compound.attribute;
     about.payload = in_->position();
     about.payloadSize = in_->bytesAvailable();
+    attribute = std::abs(about.attributeId);
+    row = adapter->rows().find(attribute);
   }
   bool const deletes = about.attributeId < 0;
-  AttributeId const attribute = std::abs(about.attributeId);
-  AttrRow const* const row = adapter->rows().find(attribute);
   if (row && (deletes ? row->readDel : row->read)) {
     bool const creates = row->ownsChildren() && !deletes;
     if (isCompound) {
@@ -163,32 +201,37 @@ void Demuxer::dispatchMessage(Frame const& frame) {
     MessageScan scan{**in_, *this, row->keyOf(about.payload, about.payloadSize), compound};
     row->scan(scan, deletes);
     in_->payloadIs(about.payload, about.payloadSize);
-    if (isAuthority(**adapter)) {
-      if (isConflict(**adapter, *row, about, scan)) {
+    if (isAuthority(*adapter)) {
+      if (isConflict(*adapter, *row, about, scan)) {
         ++stats_.conflicts;
-        dropOpenValue(**adapter, *row, scan);
+        dropOpenValue(*adapter, *row, scan);
         return passOver(about);
       }
       if (isReadOnlyElsewhere(**entity)) scan.namesGone = true;
     }
-    if (scan.namesGone) return reflect(**adapter, *row, about, scan);
+    if (scan.namesGone) return reflect(*adapter, *row, about, scan);
     if (row->isCollection()) Marks::enter(**entity, *row, this);
   } else if (frame.attributeId == syncAttribute) {
     if (!adapter->hasFlag(notAuthority)) throw StreamException(StreamError::notPermitted);
   } else if (attribute != compoundAttribute) {
-    reportUnknown(**adapter, attribute);
+    reportUnknown(*adapter, attribute);
     if (frame.instantiateTag == creationTag && frame.payloadSize >= 8) {
       refused_.insert(getBytes(frame.payload + frame.payloadSize - 8, 8));
     }
   }
+  apply(*adapter, frame, attribute);
+}
+
+/// The message has been found sound.
+void Demuxer::apply(Sa& adapter, Frame const& frame, AttributeId attribute) {
   frameStartsHold_ = frame.fullTransferFollows;
   in_->payloadIs(frame.payload, frame.payloadSize);
-  applying(**adapter, attribute, [&] {
+  applying(adapter, attribute, [&] {
     StreamAdapter::DeserializationOptions options;
     options.sequenceNumber = framesBegun();
     options.flags = frame.fullTransferFollows ? frameFullTransferFollows : 0;
-    adapter->handleAttrDeserialization(frame.attributeId, options,
-                                       static_cast<unsigned int>(frame.payloadSize), Ptr<In>());
+    adapter.handleAttrDeserialization(frame.attributeId, options,
+                                      static_cast<unsigned int>(frame.payloadSize), Ptr<In>());
   });
   tellNoted();
 }
@@ -207,8 +250,8 @@ bool Demuxer::isConflict(Sa& adapter, AttrRow const& row, Frame const& frame,
 
 /// True when this end serves a copy that it may not change itself.
 bool Demuxer::isReadOnlyElsewhere(Entity const& entity) const {
-  for (Ptr<Demuxer> const& demuxer : globalNboAttrLogDemuxerManager().nboDemuxerIterator()) {
-    if (demuxer.get() == this || !demuxer->importsReadOnly()) continue;
+  for (Demuxer const* demuxer : globalNboAttrLogDemuxerManager().demuxers()) {
+    if (demuxer == this || !demuxer->importsReadOnly()) continue;
     Ptr<Sa const> const adapter = entity.moxNboAttrLogSa(Ptr<Out const>(demuxer->out()));
     if (adapter && adapter->hasFlag(readOnlyHere)) return true;
   }
@@ -365,8 +408,7 @@ void Demuxer::noteSlot(Sa& adapter, std::function<void()> tell) {
   noted_.emplace_back(Ptr<Sa>(&adapter), std::move(tell));
 }
 
-void Demuxer::tellNoted() {
-  if (noted_.empty()) return;
+void Demuxer::tellAllNoted() {
   for (auto& [noted, tell] : std::exchange(noted_, {})) {
     if (noted->retired_) continue;
     try {

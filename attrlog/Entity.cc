@@ -24,7 +24,7 @@ namespace {
 
 /// A child that has left its parent says nothing more, whoever still holds it.
 void handleUnparent(Entity* entity) {
-  if (globalNboAttrLogDemuxerManager().empty()) return;
+  if (globalNboAttrLogDemuxerManager().demuxers().empty()) return;
   for (auto const& demuxer : globalNboAttrLogDemuxerManager().nboDemuxerIterator()) {
     Ptr<Sa> const adapter = entity->moxNboAttrLogSa(Ptr<Out const>(demuxer->out()));
     if (adapter && adapter->origin() != StreamAdapter::Origin::exportedOrphan) {

@@ -15,24 +15,18 @@ constexpr std::size_t nameOffset = greetingFixedSize;
 
 /// What a frame's fields must be, whatever the entity is.
 void checkFields(Frame const& frame) {
-  bool const announces = frame.instantiateTag == creationTag ||
-                         (frame.entityId == orphanTarget && frame.attributeId == orphanAttribute);
-  switch (frame.kind) {
-    case FrameKind::message:
-      if (frame.fullTransferFollows && !announces) refuse(StreamError::badHeader);
-      break;
-    case FrameKind::ack:
-      if (frame.entityId || frame.attributeId != 0 || frame.isVariableLength) {
-        refuse(StreamError::badHeader);
-      }
-      if (frame.payloadSize != 0) refuse(StreamError::badLength);
-      [[fallthrough]];
-    case FrameKind::marker:
-    case FrameKind::complete:
-    case FrameKind::error:
-    case FrameKind::repeat:
-      if (frame.fullTransferFollows || frame.instantiateTag != 0) refuse(StreamError::badHeader);
-      break;
+  if (frame.kind == FrameKind::ack) {
+    if (frame.entityId || frame.attributeId != 0 || frame.isVariableLength) {
+      refuse(StreamError::badHeader);
+    }
+    if (frame.payloadSize != 0) refuse(StreamError::badLength);
+  }
+  bool const creates = frame.instantiateTag == creationTag;
+  if (frame.kind != FrameKind::message) {
+    if (frame.fullTransferFollows || creates) refuse(StreamError::badHeader);
+  } else if (frame.fullTransferFollows && !creates &&
+             !(frame.entityId == orphanTarget && frame.attributeId == orphanAttribute)) {
+    refuse(StreamError::badHeader);
   }
   // The one number without a counterpart of the other sign.
   if (frame.attributeId == std::numeric_limits<AttributeId>::min()) refuse(StreamError::badHeader);

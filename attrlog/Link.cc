@@ -128,6 +128,10 @@ void Link::flush() {
   }
 }
 
+void Link::send() {
+  if (!isServicing && state_ != State::closed && end_ == End::none) flush();
+}
+
 void Link::closeIs(std::string const& reason) { endIs(End::here, reason); }
 
 void Link::endIs(End end, std::string const& reason) {
@@ -162,7 +166,7 @@ bool Link::wantsWrite() const {
 std::optional<std::uint64_t> Link::dueMs() const {
   if (state_ == State::closed) return std::nullopt;
   if (end_ != End::none || !greetingDueMs_) return 0;
-  return state_ == State::greeting ? greetingDueMs_ : std::nullopt;
+  return state_ == State::greeting ? greetingDueMs_ : demuxer_->ackDueMs();
 }
 
 }  // namespace Mox::NboAttrLog

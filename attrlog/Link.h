@@ -47,6 +47,9 @@ class Link : public PtrInterface {
   /// of this thread is on the stack. Throws nothing.
   void service(std::uint64_t nowMs);
 
+  /// Gives the pipe what is in the buffer, without a turn. Does nothing inside of `service`.
+  void send();
+
   /// Ends the connection in the next `service`, after a try to send what is in the buffer.
   void closeIs(std::string const& reason);
 

@@ -16,11 +16,6 @@ void Connection::Out::sent(std::size_t count) {
   committedSize_ -= count;
 }
 
-std::size_t Connection::Out::freeSpace() const {
-  std::size_t const taken = buffer_.size() + withheld_;
-  return !open_ || taken >= capacity_ ? 0 : capacity_ - taken;
-}
-
 namespace NboAttrLog {
 
 Out::Out(Demuxer* demuxer, std::size_t capacity)
@@ -43,30 +38,8 @@ void Out::rawIs(void const* bytes, std::size_t count) {
   bytesWritten_ += count;
 }
 
-void Out::frameIs(FrameKind kind, MsgHeader const& header) {
-  buffer_.truncate(committedSize_);
-  kind_ = kind;
-  header_ = header;
-  sectionStart_ = 0;
-  unsigned char* bytes = buffer_.room(headerSize);
-  std::uint8_t flags = header.isVariableLength ? frameVariableLength : 0;
-  if (header.trailingFlag) flags |= frameTrailing;
-  if (header.instantiateTag == creationTag) flags |= frameCreatesChild;
-  putBytes(bytes, static_cast<std::uint8_t>(kind), 1);
-  putBytes(bytes + 1, flags, 1);
-  putBytes(bytes + 2, 0, 4);
-  putBytes(bytes + 6, header.entityId.value(), 8);
-  putBytes(bytes + 14, static_cast<std::uint32_t>(header.attributeId), 4);
-  putBytes(bytes + 18, 0, 4);
-  buffer_.grow(headerSize);
-}
-
-void Out::tokenIs(TransactToken token) {
-  if (token == TransactToken::tokenBegin) {
-    numberIs(static_cast<std::uint8_t>(token), 1);
-    return;
-  }
-  sectionEnd();
+void Out::commit() {
+  if (sectionStart_ != 0) sectionEnd();
   std::size_t const payload = frameSize() - headerSize - 1;
   if (!header_.isVariableLength && payload != header_.fixedLength) {
     buffer_.truncate(committedSize_);
@@ -76,31 +49,25 @@ void Out::tokenIs(TransactToken token) {
     buffer_.truncate(committedSize_);
     throwRangeException("message too long for the log");
   }
-  numberIs(static_cast<std::uint8_t>(token), 1);
-  unsigned char* bytes = buffer_.data() + committedSize_;
-  std::uint8_t flags = bytes[1];
-  if (demuxer_ != nullptr) {
-    flags |= demuxer_->flagsOfCommitted(kind_, header_);
-    putBytes(bytes + 18, demuxer_->framesBegun(), 4);
-  }
-  bytes[1] = flags;
+  numberIs(static_cast<std::uint8_t>(TransactToken::tokenEnd), 1);
+  unsigned char* const bytes = buffer_.data() + committedSize_;
   putBytes(bytes + 2, payload, 4);
-  bytesWritten_ += frameSize();
+  bytesWritten_ += payload + frameOverhead;
   committedSize_ = buffer_.size();
   if (demuxer_ != nullptr) {
+    putBytes(bytes + 18, demuxer_->framesBegun(), 4);
     demuxer_->handleCommitted(kind_, header_, bytes + headerSize + 1, payload);
   }
 }
 
 void Out::currentPayloadSectionIs(PayloadSection section) {
-  sectionEnd();
+  if (sectionStart_ != 0) sectionEnd();
   numberIs(static_cast<std::uint8_t>(section), 1);
   numberIs(0, 4);
   sectionStart_ = frameSize();
 }
 
 void Out::sectionEnd() {
-  if (sectionStart_ == 0) return;
   putBytes(buffer_.data() + committedSize_ + sectionStart_ - 4, frameSize() - sectionStart_, 4);
   sectionStart_ = 0;
 }

@@ -30,7 +30,10 @@ class Connection::Out : public PtrInterface {
 
   bool hasBuffer() const { return open_; }
   /// Bytes that may still be written before the soft capacity is reached; 0 when closed.
-  std::size_t freeSpace() const;
+  std::size_t freeSpace() const {
+    std::size_t const taken = buffer_.size() + withheld_;
+    return !open_ || taken >= capacity_ ? 0 : capacity_ - taken;
+  }
   std::size_t capacity() const { return capacity_; }
   /// Committed bytes since the connection began: a clock of what was written.
   std::uint64_t bytesWritten() const { return bytesWritten_; }
@@ -94,7 +97,10 @@ class Out : public Connection::Out {
   /// The begin token opens the payload; the end token commits the frame.
   /// Throws an internal exception when a fixed message's payload has another length, a range
   /// exception "message too long for the log" when the peer would not take it.
-  void tokenIs(TransactToken token);
+  void tokenIs(TransactToken token) {
+    if (token == TransactToken::tokenEnd) return commit();
+    numberIs(static_cast<std::uint8_t>(token), 1);
+  }
 
   /// The most bytes that a message of several pieces has.
   virtual std::size_t maxMessageSize() const { return defaultMaxMessageSize; }
@@ -128,6 +134,7 @@ class Out : public Connection::Out {
 
  private:
   std::size_t frameSize() const { return buffer_.size() - committedSize_; }
+  void commit();
   void sectionEnd();
 
   Demuxer* demuxer_;
@@ -136,6 +143,28 @@ class Out : public Connection::Out {
   FrameKind kind_ = FrameKind::message;
   MsgHeader header_;
 };
+
+inline void Out::frameIs(FrameKind kind, MsgHeader const& header) {
+  buffer_.truncate(committedSize_);
+  kind_ = kind;
+  header_ = header;
+  sectionStart_ = 0;
+  unsigned char* bytes = buffer_.room(headerSize);
+  bool const creates = header.instantiateTag == creationTag;
+  std::uint8_t flags = header.isVariableLength ? frameVariableLength : 0;
+  if (header.trailingFlag) flags |= frameTrailing;
+  if (creates) flags |= frameCreatesChild;
+  if (kind == FrameKind::message && (creates || header.attributeId == orphanAttribute)) {
+    flags |= frameFullTransferFollows;
+  }
+  bytes[0] = static_cast<std::uint8_t>(kind);
+  bytes[1] = flags;
+  putBytes(bytes + 2, 0, 4);
+  putBytes(bytes + 6, header.entityId.value(), 8);
+  putBytes(bytes + 14, static_cast<std::uint32_t>(header.attributeId), 4);
+  putBytes(bytes + 18, 0, 4);
+  buffer_.grow(headerSize);
+}
 
 // Value kinds. One overload for each kind, so that a value never changes its width silently.
 

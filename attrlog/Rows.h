@@ -150,7 +150,16 @@ struct TypeRows {
   AttrRow const* begin() const { return rows; }
   AttrRow const* end() const { return rows + count; }
   /// The row of an id, bases included; null for none.
-  AttrRow const* find(AttributeId id) const;
+  AttrRow const* find(AttributeId id) const {
+    // Most types' rows have consecutive ids from the first on.
+    if (count != 0) {
+      std::size_t const guess = static_cast<std::size_t>(id) - static_cast<std::size_t>(rows->id);
+      if (guess < count && rows[guess].id == id) return rows + guess;
+    }
+    return search(id);
+  }
+  /// The same without the guess.
+  AttrRow const* search(AttributeId id) const;
   /// True for a type that takes compound messages. Its bases don't count.
   bool ownsChildren() const;
 };

@@ -215,37 +215,37 @@ void Demuxer::sendComplete(EntityId id) {
   out_ << Out::TransactToken::tokenBegin << Out::TransactToken::tokenEnd;
 }
 
-/// An end that the peer keeps anything for says how far it has got, if nothing else has said it.
+/// Does the peer keep anything that waits for an ack?
+bool Demuxer::owesAck() const {
+  return mode_ == Mode::running && ackSent_ != framesBegun_ &&
+         (mayWrite() || framesCommitted_ != 0);
+}
+
+std::optional<std::uint64_t> Demuxer::ackDueMs() const {
+  // Without room, what makes room calls.
+  return owesAck() && out_->freeSpace() >= runReserve ? ackDueMs_ : std::nullopt;
+}
+
+/// Where nothing else says how far this end has got, an ack frame does. A frame for each turn would
+/// wake a peer that waits for nothing.
 void Demuxer::sendAck() {
-  if (mode_ != Mode::running || ackSent_ == framesBegun_ || out_->freeSpace() < runReserve ||
-      !(mayWrite() || framesCommitted_ != 0)) {
+  if (!owesAck()) {
+    ackDueMs_.reset();
     return;
   }
+  if (!ackDueMs_) ackDueMs_ = nowMs_ + options_.ackDelayMs;
+  bool const isDue = nowMs_ >= *ackDueMs_ || framesBegun_ - ackSent_ >= mostUnacknowledged;
+  if (!isDue || out_->freeSpace() < runReserve) return;
+  ackDueMs_.reset();
   MsgHeader header;
   header.isVariableLength = false;
   out_->frameIs(FrameKind::ack, header);
   out_ << Out::TransactToken::tokenBegin << Out::TransactToken::tokenEnd;
 }
 
-std::uint8_t Demuxer::flagsOfCommitted(FrameKind kind, MsgHeader const& header) const {
-  bool const announces = kind == FrameKind::message && (header.attributeId == orphanAttribute ||
-                                                        header.instantiateTag == creationTag);
-  return announces ? frameFullTransferFollows : 0;
-}
-
-bool Demuxer::isAuthority(Sa const& adapter) const {
-  return !adapter.hasFlag(notAuthority | readOnlyRemote);
-}
-
-void Demuxer::handleCommitted(FrameKind kind, MsgHeader const& header, unsigned char const* payload,
-                              std::size_t size) {
-  ++stats_.framesSent;
-  ackSent_ = framesBegun_;
-  if (!isCounted(kind)) return;
-  ++framesCommitted_;
-  if (kind != FrameKind::message || !mayPeerWrite()) return;
-  // What the peer writes about the slot before it has seen this frame is void. During an entity's
-  // first transfer the peer writes nothing about it.
+/// What the peer writes about the slot before it has seen this frame is void. During an entity's
+/// first transfer the peer writes nothing about it.
+void Demuxer::noteSent(MsgHeader const& header, unsigned char const* payload, std::size_t size) {
   Sa const* adapter = reactor(header.entityId);
   if (adapter == nullptr || !isAuthority(*adapter)) return;
   if (FlowOut const* flowOut = adapter->flowOut_.get()) {

@@ -70,9 +70,17 @@ bool isOpen(Sa& adapter, AttrRow const& row, Gate passed) {
 }  // namespace
 
 Gate gate(Sa& adapter, AttrRow const& row, void const* key) {
+  // What most changes meet: the entity is announced, nothing of it is being applied.
+  constexpr std::uint32_t unusual =
+      applyingSync | changeFromLog | writingOff | boundByTransaction | readOnlyHere;
+  Demuxer* const demuxer = adapter.connection();
+  if (demuxer && (adapter.flags() & (unusual | writingOn)) == writingOn &&
+      !demuxer->isApplying(adapter)) {
+    return Gate::open;
+  }
   if (adapter.hasFlag(applyingSync)) return Gate::declined;
   bool const fromLog = adapter.hasFlag(changeFromLog);
-  if (Demuxer* demuxer = adapter.streamDemuxer()) {
+  if (demuxer) {
     // The mark speaks for the attribute of the message in hand alone.
     if (fromLog ? demuxer->isApplyingOther(adapter, row.id) : adapter.handlingFlowInFor(row.id)) {
       return Gate::noted;
@@ -90,7 +98,7 @@ Gate gate(Sa& adapter, AttrRow const& row, void const* key) {
   }
   if (bind) return Gate::fromLog;
   if (adapter.hasFlag(readOnlyHere) && !adapter.convertedToWritable(false)) {
-    if (Demuxer* demuxer = adapter.streamDemuxer()) demuxer->refusedHere(adapter, row, key);
+    if (demuxer) demuxer->refusedHere(adapter, row, key);
     adapter.doThrowReadOnly(row.id);
   }
   return Gate::open;
@@ -415,12 +423,9 @@ bool TypeRows::ownsChildren() const {
   return std::any_of(begin(), end(), [](AttrRow const& row) { return row.ownsChildren(); });
 }
 
-AttrRow const* TypeRows::find(AttributeId id) const {
+AttrRow const* TypeRows::search(AttributeId id) const {
   for (TypeRows const* type = this; type != nullptr; type = type->base) {
     if (type->count == 0 || id < type->rows[0].id) continue;
-    // Most types' rows have consecutive ids from the first on.
-    auto const guess = static_cast<std::size_t>(id - type->rows[0].id);
-    if (guess < type->count && type->rows[guess].id == id) return type->rows + guess;
     std::size_t low = 0;
     std::size_t high = type->count;
     while (low < high) {

@@ -31,7 +31,7 @@ StreamAdapter::StreamAdapter(Mox_BitSet flags, Ptr<NboAttrLog::Out> const& out,
                              PtrInterface* channel)
     : Notifiee(constructedFlags(flags.word())), out_(out), channel_(channel) {
   // On a live connection every announcement is followed by the entity's whole state.
-  NboAttrLog::Demuxer const* owner = demuxer();
+  NboAttrLog::Demuxer const* owner = connection();
   if (owner && owner->greeted()) syncMode_ = SyncMode::live;
 }
 
@@ -63,7 +63,7 @@ Entity::MoxNboAttrLogSa::MoxNboAttrLogSa(Mox_BitSet flags, unsigned int,
 Entity::MoxNboAttrLogSa::~MoxNboAttrLogSa() = default;
 
 void Entity::MoxNboAttrLogSa::startLocalTransactions() {
-  NboAttrLog::Demuxer const* owner = demuxer();
+  NboAttrLog::Demuxer const* owner = connection();
   if (!owner || owner->mode() == NboAttrLog::Demuxer::Mode::closed ||
       !hasFlag(NboAttrLog::changeFromLog)) {
     return;
@@ -80,7 +80,7 @@ void Entity::MoxNboAttrLogSa::startLocalTransactions() {
 void Entity::MoxNboAttrLogSa::moxOnInit() { doAssignEntityId(); }
 
 void Entity::MoxNboAttrLogSa::doAssignEntityId() {
-  if (NboAttrLog::Demuxer* owner = demuxer()) owner->assignEntityId(*this);
+  if (NboAttrLog::Demuxer* owner = connection()) owner->assignEntityId(*this);
 }
 
 Ptr<Entity const> Entity::MoxNboAttrLogSa::moxNotifierEntity() const {
@@ -113,7 +113,7 @@ void Entity::MoxNboAttrLogSa::handleAttrTransaction(AttributeId attribute, AttrT
 }
 
 void Entity::MoxNboAttrLogSa::doRemountSelf(Ptr<NboAttrLog::Out> const& out) {
-  NboAttrLog::Demuxer* owner = demuxer();
+  NboAttrLog::Demuxer* owner = connection();
   if (!owner) return;
   Ptr<Entity> const entity = moxNotifierEntity();
   // The derived walk still finds the children through the Out, which stays readable.
@@ -123,15 +123,15 @@ void Entity::MoxNboAttrLogSa::doRemountSelf(Ptr<NboAttrLog::Out> const& out) {
 }
 
 void Entity::MoxNboAttrLogSa::onNotificationException(AttributeId) {
-  if (NboAttrLog::Demuxer* owner = demuxer()) owner->handlerExceptionsInc();
+  if (NboAttrLog::Demuxer* owner = connection()) owner->handlerExceptionsInc();
 }
 
 void Entity::MoxNboAttrLogSa::onZeroReferences() {
-  if (NboAttrLog::Demuxer* owner = demuxer()) owner->retire(*this);
+  if (NboAttrLog::Demuxer* owner = connection()) owner->retire(*this);
 }
 
 bool Entity::MoxNboAttrLogSa::handlingFlowInFor(AttributeId attribute) const {
-  NboAttrLog::Demuxer const* owner = demuxer();
+  NboAttrLog::Demuxer const* owner = connection();
   return owner && owner->isApplying(*this, attribute);
 }
 
@@ -151,12 +151,13 @@ bool Entity::MoxNboAttrLogSa::prepareImmediateTransmission(AttributeId attribute
     // A string in pieces has changed: its tail must not follow.
     freeResyncState(Ptr<NboAttrLog::FlowOut>(flowOut));
     flowOut->pendingAbortIs(attribute, true);
-    demuxer()->unpark(*this);
+    connection()->unpark(*this);
     return false;
   }
-  demuxer()->unpark(*this);
+  connection()->unpark(*this);
+  if (shortOfBuffer || hasFlag(NboAttrLog::deferAll)) return false;
   AttrRow const* row = rows_.find(attribute);
-  return row && row->form == AttrForm::plain && !shortOfBuffer && !hasFlag(NboAttrLog::deferAll);
+  return row && row->form == AttrForm::plain;
 }
 
 void Entity::MoxNboAttrLogSa::sendTransactionMarker(AttributeId attribute, AttrTransactionType type,
@@ -171,12 +172,12 @@ void Entity::MoxNboAttrLogSa::sendTransactionMarker(AttributeId attribute, AttrT
 }
 
 bool Entity::MoxNboAttrLogSa::continueFlowOut() const {
-  NboAttrLog::Demuxer* owner = demuxer();
+  NboAttrLog::Demuxer* owner = connection();
   return owner && owner->continueFlowOut();
 }
 
 void Entity::MoxNboAttrLogSa::doFixChildFlags(Ptr<StreamAdapter> const& child) {
-  if (NboAttrLog::Demuxer* owner = demuxer()) {
+  if (NboAttrLog::Demuxer* owner = connection()) {
     owner->settleFlags(static_cast<MoxNboAttrLogSa&>(**child));
   }
 }
@@ -187,12 +188,12 @@ void Entity::MoxNboAttrLogSa::doEntityIdIs(EntityId const& id, NboAttrLog::Demux
 }
 
 void Entity::MoxNboAttrLogSa::doThis() {
-  if (NboAttrLog::Demuxer* owner = demuxer()) owner->transferIs(*this);
+  if (NboAttrLog::Demuxer* owner = connection()) owner->transferIs(*this);
 }
 
 void Entity::MoxNboAttrLogSa::doBaseMoxNboAttrLogSaMsg(AttributeId, DeserializationOptions const&,
                                                        unsigned int, Ptr<NboAttrLog::In> const&) {
-  if (NboAttrLog::Demuxer* owner = demuxer()) owner->unknownAttrsInc();
+  if (NboAttrLog::Demuxer* owner = connection()) owner->unknownAttrsInc();
 }
 
 std::uint32_t Entity::MoxNboAttrLogSa::childFlags() const {
@@ -200,7 +201,7 @@ std::uint32_t Entity::MoxNboAttrLogSa::childFlags() const {
 }
 
 NboAttrLog::FlowOut* Entity::MoxNboAttrLogSa::createFlowOut(AttributeId attribute) {
-  NboAttrLog::Demuxer* owner = demuxer();
+  NboAttrLog::Demuxer* owner = connection();
   if (!owner) return nullptr;
   NboAttrLog::FlowOut* made =
       owner->createFlowOut(*this, NboAttrLog::ConnectDesc(), false, 0x7fffffff);

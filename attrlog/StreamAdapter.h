@@ -87,8 +87,8 @@ class StreamAdapter : public PtrInterface::Notifiee {
   /// Sends all that creates children, with no regard to dirty marks.
   virtual void moxInstantiateSerialize() = 0;
   /// Null when the connection is gone.
-  virtual NboAttrLog::Demuxer const* streamDemuxer() const { return demuxer(); }
-  virtual NboAttrLog::Demuxer* streamDemuxer() { return demuxer(); }
+  virtual NboAttrLog::Demuxer const* streamDemuxer() const { return connection(); }
+  virtual NboAttrLog::Demuxer* streamDemuxer() { return connection(); }
   virtual Ptr<Entity const> moxNotifierEntity() const = 0;
   virtual Ptr<Entity> moxNotifierEntity() = 0;
   /// Sends the entity without a parent: types, constructor arguments, id.
@@ -147,6 +147,8 @@ class StreamAdapter : public PtrInterface::Notifiee {
     StreamAdapter::mox_bitSetIs(merged);
   }
 
+  /// The demuxer of the adapter's connection; null when it is gone.
+  NboAttrLog::Demuxer* connection() const { return out_ ? out_->demuxer() : nullptr; }
   /// The record of what this adapter owes; null while it is in step.
   NboAttrLog::FlowOut* flowOut() const { return flowOut_.get(); }
 
@@ -165,7 +167,6 @@ class StreamAdapter : public PtrInterface::Notifiee {
 
   /// Stores the notifier; a weak adapter's count stays with the entity.
   void ownNotifierIs(Ptr<PtrInterface const> const& notifier);
-  NboAttrLog::Demuxer* demuxer() const { return out_ ? out_->demuxer() : nullptr; }
 
  private:
   friend class NboAttrLog::Demuxer;

@@ -90,6 +90,8 @@ inline constexpr std::size_t runReserve = 4096;
 inline constexpr std::size_t runRoom = blockSize + runReserve;
 /// Bytes that one scheduled run may write.
 inline constexpr std::size_t runBudget = 65536;
+/// Frames of the peer after which an ack waits no longer.
+inline constexpr std::uint64_t mostUnacknowledged = 64;
 /// Withheld from writers outside of runs while a flow-out waits for room.
 inline constexpr std::size_t queueReserve = 16384;
 

@@ -92,6 +92,8 @@ void PollLoop::turn(int maxWaitMs) {
   std::vector<Served> served;
   for (Session* session : sessions_) {
     for (Ptr<Link> const& link : session->links()) {
+      // What was written since the last turn goes out before anything is waited for.
+      link->send();
       int const fd = link->bytes().fd();
       short const events =
           static_cast<short>((link->wantsRead() ? POLLIN : 0) | (link->wantsWrite() ? POLLOUT : 0));

@@ -78,6 +78,7 @@ class BareEnd {
   static LinkOptions optionsOf(bool writable) {
     LinkOptions options;
     options.grantsWrite = options.wantsWrite = writable;
+    options.ackDelayMs = 0;
     return options;
   }
   void flush() {

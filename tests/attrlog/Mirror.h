@@ -61,13 +61,19 @@ inline std::string treeText(Ptr<Entity> const& root) {
   return out.str();
 }
 
+/// Every turn acknowledges what came in it: no clock has to move.
+inline LinkOptions prompt(LinkOptions options = {}) {
+  options.ackDelayMs = 0;
+  return options;
+}
+
 /// Two sessions and the pipe between them. The exporter's tree is mirrored into `dir`.
 class Mirror {
  public:
   explicit Mirror(Ptr<Entity> const& root, LinkOptions const& options = {})
       : root_(root),
-        exporter_("exporter", options),
-        importer_("importer", options),
+        exporter_("exporter", prompt(options)),
+        importer_("importer", prompt(options)),
         dir(new Dir(Name("import"))) {
     exporter_.exportIs(root);
     exporter_.exportsDone();

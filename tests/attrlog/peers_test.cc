@@ -19,7 +19,7 @@ class Chain {
   explicit Chain(std::size_t length, std::vector<bool> const& writable)
       : slice(new AradSlice("s")) {
     for (std::size_t i = 0; i < length; ++i) {
-      LinkOptions options;
+      LinkOptions options = prompt();
       options.grantsWrite = i < writable.size() && writable[i];
       options.wantsWrite = true;
       sessions.push_back(std::make_unique<Session>(std::string(1, char('A' + i)), options));
@@ -259,13 +259,13 @@ TEST(Peers, OfOneTreeSeeEachOthersWritesButThoseThatMayNotAreUndone) {
   };
   std::vector<Client> clients(4);
   for (std::size_t i = 0; i < clients.size(); ++i) {
-    LinkOptions options;
+    LinkOptions options = prompt();
     options.wantsWrite = true;
     clients[i].session = std::make_unique<Session>("client" + std::to_string(i), options);
     clients[i].session->importDirIs(clients[i].dir);
     auto ends = MemoryLink::pair(65536);
     // The server's permission is its listening socket's.
-    LinkOptions accepted;
+    LinkOptions accepted = prompt();
     accepted.grantsWrite = i % 2 == 0;
     server.linkIs(std::move(ends.first), accepted);
     clients[i].session->linkIs(std::move(ends.second));

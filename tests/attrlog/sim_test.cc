@@ -410,7 +410,8 @@ class World {
     std::uint64_t before = 0;
     for (int quiet = 0, turns = 0; quiet < 4; ++turns) {
       if (turns == 20000) fail("it never falls quiet");
-      ++now_;
+      // An ack that waits for company goes by itself before the world counts as quiet.
+      now_ += 10;
       for (Cable& cable : cables_) {
         if (cable.mayConnect()) {
           connect(cable);

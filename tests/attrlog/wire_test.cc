@@ -411,7 +411,8 @@ TEST(WireDocument, AnAckAndACompoundMessageAreRead) {
 
 /// A demuxer by itself, fed by hand.
 struct Hand {
-  explicit Hand(LinkOptions const& options = {}) : demuxer(new Demuxer(options)), dir(new Dir) {
+  explicit Hand(LinkOptions const& options = {})
+      : demuxer(new Demuxer(prompt(options))), dir(new Dir) {
     demuxer->importDirIs(dir);
     demuxer->begin();
     Out& out = **demuxer->out();
