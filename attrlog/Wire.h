@@ -83,8 +83,9 @@ inline constexpr std::size_t maxJoinedString = 256u << 20;
 inline constexpr std::size_t maxErrorText = 1024;
 inline constexpr std::size_t blockSize = 49152;
 inline constexpr std::size_t defaultMaxMessageSize = 32768;
-inline constexpr std::size_t defaultCapacity = 262144;
-inline constexpr std::size_t leastCapacity = 196608;
+inline constexpr std::size_t defaultCapacity = 131072;
+/// A message about the longest key starts with two blocks free.
+inline constexpr std::size_t leastCapacity = 131072;
 /// Room kept for markers and complete frames, so that no writer inside a run is ever short.
 inline constexpr std::size_t runReserve = 4096;
 inline constexpr std::size_t runRoom = blockSize + runReserve;

@@ -384,7 +384,7 @@ TEST_P(MirrorRandom, ACopyEndsEqualWhateverTheInterleaving) {
   Ptr<AradSlice> slice = smallSlice();
   RandomTree tree(slice, seed);
   LinkOptions options;
-  options.outCapacity = tree.below(2) ? leastCapacity : defaultCapacity;
+  options.outCapacity = (tree.below(2) ? 2 : 1) * leastCapacity;
   Mirror mirror(slice, options);
   auto const connect = [&] {
     mirror.connect(tree.below(2) ? 1 + tree.below(5000) : MemoryPipe::unlimited,
@@ -419,7 +419,7 @@ TEST_P(MirrorRandom, TwoEndsThatWriteOneTreeEndEqual) {
   RandomTree tree(slice, seed);
   LinkOptions options;
   options.grantsWrite = options.wantsWrite = true;
-  options.outCapacity = tree.below(2) ? leastCapacity : defaultCapacity;
+  options.outCapacity = (tree.below(2) ? 2 : 1) * leastCapacity;
   Mirror mirror(slice, options);
   auto const connect = [&] {
     mirror.connect(tree.below(2) ? 1 + tree.below(5000) : MemoryPipe::unlimited,

@@ -97,7 +97,7 @@ class World {
   World(Plan const& plan, std::uint64_t seed) : plan_(plan), chance_(seed) {
     chance_.longest = std::array{2000u, 60000u, 400000u}[chance_.below(3)];
     references_ = static_cast<References>(chance_.below(3));
-    options_.outCapacity = chance_.oneIn(2) ? leastCapacity : defaultCapacity;
+    options_.outCapacity = (chance_.oneIn(2) ? 2 : 1) * leastCapacity;
     options_.grantsWrite = options_.wantsWrite = plan.manyWriters || chance_.oneIn(4);
     int last = 0;
     for (auto const& [up, down] : plan.cables) last = std::max({last, up, down});

@@ -72,7 +72,7 @@ TEST(Carrier, OfEveryValueTypeHoldsWhatItsTextSays) {
     }
     EXPECT_EQ(text(type->genericIf(static_cast<void const*>(nullptr), false)->strRep()),
               name.ends_with("StatsSerdesId") ? "32" : schemaTable::samples(name).front());
-    EXPECT_NE(failure([&] { type->genericIf(String8("\x01"), false); }), "none");
+    EXPECT_NE(failure([&, type = type] { type->genericIf(String8("\x01"), false); }), "none");
   }
   SerdesCoreType_GenericIf_ core(falconCore, true);
   EXPECT_EQ(core.enumValue(), falconCore);

@@ -23,7 +23,7 @@ DATA = SOURCE.parent / 'shared' / 'data'
 LIMIT = 60
 # The system tells a reset where the peer has left bytes unread.
 GONE = '(closed by the peer|Connection reset by peer)'
-SMALLEST_BUFFER = '196608'
+SMALLEST_BUFFER = '131072'
 
 
 def boards():

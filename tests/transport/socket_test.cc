@@ -175,7 +175,7 @@ void mirrorsOver(SocketAddress const& at, std::size_t capacity) {
 }
 
 TEST_F(Sockets, MirrorsATreeOverUnixAndTcp) {
-  for (std::size_t capacity : {leastCapacity, defaultCapacity}) {
+  for (std::size_t capacity : {leastCapacity, 2 * leastCapacity}) {
     SCOPED_TRACE(capacity);
     mirrorsOver(address(), capacity);
     mirrorsOver(SocketAddress::tcp("127.0.0.1:0"), capacity);
