@@ -54,10 +54,3 @@ def entityNamed(module, name):
 
 def attrNamed(entity, name):
     return next(attr for attr in entity.allAttrs if attr.name == name)
-
-
-def goldenLines(name):
-    """The lines of a golden file without comments and blank lines."""
-    with open(os.path.join(TEST_DIR, name), encoding='utf-8') as file:
-        lines = [line.rstrip() for line in file]
-    return [line for line in lines if line and not line.startswith('#')]
