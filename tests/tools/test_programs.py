@@ -392,44 +392,6 @@ class EndsTest(ProgramTest):
         self.server('--stdin')
         self.assertEqual(self.run_('inventoryctl', *self.unix, 'dump').returncode, 0)
 
-    def testKillingAMirrorInTheMiddleOfItsFirstTransferLeavesTheServerWhole(self):
-        server = self.server('--stdin')
-        server.tell(*("set slice/fap[fap0]/elkGlobalSocProperties.property[k%d] '%s'"
-                      % (i, 'v' * 1000) for i in range(2000)))
-        server.tell('frob')
-        server.errorLine('frob')
-        for received in range(0, 400000, 40000):
-            with socket.socket(socket.AF_UNIX) as peer:
-                peer.connect(self.path)
-                # A greeting is the same from both ends but for the name and the nonce.
-                peer.sendall(peer.recv(65536))
-                while received > 0:
-                    received -= len(peer.recv(received))
-            server.errorLine('inventoryd: inventoryd: connected')
-            server.errorLine('inventoryd: inventoryd: ')
-        dump = self.run_('inventoryctl', *self.unix, 'dump')
-        self.assertEqual(dump.returncode, 0, dump.stderr)
-        self.assertEqual(dump.stdout.count(b'v' * 1000), 2000)
-
-    def testAStoppedMirrorHoldsUpNobodyAndCatchesUp(self):
-        server = self.server('--stdin')
-        stopped = self.watcher(server=server)
-        stopped.kill(signal.SIGSTOP)
-        for number in range(20):
-            server.tell(*('set slice/fap[fap0].description %s-%d-%d' % ('d' * 60, number, i)
-                          for i in range(500)))
-        server.tell('set slice.numPorts 4242')
-        server.tell('frob')
-        server.errorLine('frob')
-        dump = self.run_('inventoryctl', *self.unix, 'dump')
-        self.assertIn(b'slice.numPorts = 4242\n', dump.stdout)
-        stopped.kill(signal.SIGCONT)
-        lines = []
-        while not lines or '-> 4242' not in lines[-1]:
-            lines.append(stopped.line())
-        while "-19-499'" not in ''.join(lines):
-            lines.append(stopped.line())
-
     def testAStoppedServerIsToldInTime(self):
         server = self.server()
         server.kill(signal.SIGSTOP)
