@@ -61,19 +61,20 @@ inline std::string treeText(Ptr<Entity> const& root) {
   return out.str();
 }
 
-/// Every turn acknowledges what came in it: no clock has to move.
-inline LinkOptions prompt(LinkOptions options = {}) {
-  options.ackDelayMs = 0;
+/// With 0, every turn acknowledges what came in it: no clock has to move.
+inline LinkOptions prompt(LinkOptions options = {}, std::uint64_t ackDelayMs = 0) {
+  options.ackDelayMs = ackDelayMs;
   return options;
 }
 
 /// Two sessions and the pipe between them. The exporter's tree is mirrored into `dir`.
 class Mirror {
  public:
-  explicit Mirror(Ptr<Entity> const& root, LinkOptions const& options = {})
+  explicit Mirror(Ptr<Entity> const& root, LinkOptions const& options = {},
+                  std::uint64_t ackDelayMs = 0)
       : root_(root),
-        exporter_("exporter", prompt(options)),
-        importer_("importer", prompt(options)),
+        exporter_("exporter", prompt(options, ackDelayMs)),
+        importer_("importer", prompt(options, ackDelayMs)),
         dir(new Dir(Name("import"))) {
     exporter_.exportIs(root);
     exporter_.exportsDone();

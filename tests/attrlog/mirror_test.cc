@@ -464,5 +464,43 @@ unsigned int seeds() {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, MirrorRandom, testing::Range(1u, 1u + seeds()));
 
+TEST(Ack, WaitsForAFrameThatTakesItAlongForAWhileOrForManyFrames) {
+  Ptr<AradSlice> const slice = smallSlice();
+  LinkOptions options;
+  options.grantsWrite = options.wantsWrite = true;
+  Mirror mirror(slice, options, 20);
+  mirror.connect();
+  mirror.settle();
+  auto const writes = [&](unsigned int count, std::uint64_t now) {
+    Ptr<AradSlice> const copy = ptrCast<AradSlice>(mirror.copy());
+    for (; count != 0; --count) copy->numPortsIs(copy->numPorts() + 1);
+    mirror.importerLink->service(now);
+    mirror.exporterLink->service(now);
+  };
+  auto sent = [&, before = mirror.out().stats().framesSent]() mutable {
+    std::uint64_t const now = mirror.out().stats().framesSent;
+    return now - std::exchange(before, now);
+  };
+
+  writes(1, 100);
+  EXPECT_EQ(mirror.exporterLink->dueMs(), 120u);
+  mirror.exporterLink->service(119);
+  EXPECT_EQ(sent(), 0u);
+  mirror.exporterLink->service(120);
+  EXPECT_EQ(sent(), 1u);
+  EXPECT_FALSE(mirror.exporterLink->dueMs());
+
+  writes(mostUnacknowledged, 200);
+  EXPECT_EQ(sent(), 1u);
+
+  writes(1, 300);
+  slice->useMdioIs(!slice->useMdio());
+  mirror.exporterLink->service(310);
+  EXPECT_EQ(sent(), 1u);
+  EXPECT_FALSE(mirror.exporterLink->dueMs());
+  mirror.importerLink->service(310);
+  EXPECT_EQ(mirror.in().unacknowledgedFrames(), 0u);
+}
+
 }  // namespace
 }  // namespace Mox::NboAttrLog::test
