@@ -237,6 +237,7 @@ void Demuxer::close() {
   flowIns_.emptyAllBuckets();
   exportsWaiting_.clear();
   withdrawalsOwed_.clear();
+  repeatsOwed_.clear();
   refused_.clear();
   gone_.clear();
   gonePending_.clear();

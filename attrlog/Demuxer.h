@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -146,7 +147,8 @@ class Demuxer : public PtrInterface {
   bool hasWaitingFlowOut() const { return !quick_.empty() || !bulk_.empty(); }
   /// True while anything waits for room in the buffer.
   bool hasOwed() const {
-    return hasWaitingFlowOut() || !withdrawalsOwed_.empty() || !exportsWaiting_.empty();
+    return hasWaitingFlowOut() || !withdrawalsOwed_.empty() || !exportsWaiting_.empty() ||
+           !repeatsOwed_.empty();
   }
   /// FlowOuts that exist, those that wait for something else than room included.
   std::size_t flowOutCount() const { return flowOutCount_; }
@@ -313,8 +315,9 @@ class Demuxer : public PtrInterface {
     if (!noted_.empty()) tellAllNoted();
   }
   void tellAllNoted();
-  template <class WriteKey>
-  void sendRepeat(Sa& adapter, AttributeId attribute, WriteKey const& writeKey);
+  /// The key of the slot follows, if it has one, and the end token.
+  void repeatBegin(EntityId id, AttributeId attribute);
+  void sendRepeats();
   void reportUnknown(Sa const& adapter, AttributeId attribute);
 
   // Flow-out.
@@ -386,6 +389,8 @@ class Demuxer : public PtrInterface {
   Ptr<Dir> importDir_;
   std::shared_ptr<Imports> imports_ = std::make_shared<Imports>();
   std::deque<EntityId> withdrawalsOwed_;
+  /// Slots that the peer is still to be asked for: entity, attribute, key.
+  std::set<std::tuple<std::uint64_t, AttributeId, std::string>> repeatsOwed_;
   std::unordered_set<std::uint64_t> refused_;
   std::unordered_set<std::uint64_t> gone_;
   std::vector<EntityId> gonePending_;  ///< gone ids; the peer has not been told all of it yet

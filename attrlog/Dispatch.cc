@@ -270,15 +270,23 @@ void Demuxer::dropOpenValue(Sa& adapter, AttrRow const& row, MessageScan const& 
   if (open->openTransaction() == 0) flowInDel(adapter.entityId());
 }
 
-template <class WriteKey>
-void Demuxer::sendRepeat(Sa& adapter, AttributeId attribute, WriteKey const& writeKey) {
+void Demuxer::repeatBegin(EntityId id, AttributeId attribute) {
   MsgHeader header;
-  header.entityId = adapter.entityId();
+  header.entityId = id;
   header.attributeId = attribute;
   out_->frameIs(FrameKind::repeat, header);
   out_ << Out::TransactToken::tokenBegin;
-  writeKey();
-  out_ << Out::TransactToken::tokenEnd;
+}
+
+void Demuxer::sendRepeats() {
+  while (!repeatsOwed_.empty() && out_->freeSpace() >= runReserve) {
+    auto const [id, attribute, key] = *repeatsOwed_.begin();
+    repeatsOwed_.erase(repeatsOwed_.begin());
+    if (reactor(EntityId(id)) == nullptr) continue;
+    repeatBegin(EntityId(id), attribute);
+    out_->bytesIs(key.data(), key.size());
+    out_ << Out::TransactToken::tokenEnd;
+  }
 }
 
 /// The peer's message is not applied: it gets this end's state of the slot instead.
@@ -289,7 +297,10 @@ void Demuxer::reflect(Sa& adapter, AttrRow const& row, Frame const& frame,
   if (scan.isOpen) return;
   ++stats_.reflected;
   if (adapter.hasFlag(readOnlyHere)) {
-    return sendRepeat(adapter, row.id, [&] { out_->bytesIs(scan.key.data(), scan.key.size()); });
+    repeatBegin(adapter.entityId(), row.id);
+    out_->bytesIs(scan.key.data(), scan.key.size());
+    out_ << Out::TransactToken::tokenEnd;
+    return;
   }
   if (row.ownsChildren()) {
     row.partChild(adapter, **in_);
@@ -348,13 +359,14 @@ void Demuxer::refusedHere(Sa& adapter, AttrRow const& row, void const* key) {
     report("may not be written: " + placeText(adapter, row.id) + "; further ones are counted only");
   }
   // A subscriber that corrects what it is told would be told again, and correct again.
-  if (mode_ != Mode::running || isDispatching_ || !adapter.hasFlag(notAuthority) ||
-      out_->freeSpace() < runReserve) {
-    return;
+  if (mode_ != Mode::running || isDispatching_ || !adapter.hasFlag(notAuthority)) return;
+  repeatBegin(adapter.entityId(), row.id);
+  if (key != nullptr) row.writeKey(key, out_);
+  if (out_->freeSpace() >= runReserve) {
+    out_ << Out::TransactToken::tokenEnd;
+  } else {
+    repeatsOwed_.emplace(adapter.entityId().value(), row.id, out_->takenBack());
   }
-  sendRepeat(adapter, row.id, [&] {
-    if (key != nullptr) row.writeKey(key, out_);
-  });
 }
 
 void Demuxer::dispatchMarker(Frame const& frame) {

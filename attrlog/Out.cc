@@ -60,6 +60,13 @@ void Out::commit() {
   }
 }
 
+std::string Out::takenBack() {
+  auto const* const frame = reinterpret_cast<char const*>(buffer_.data()) + committedSize_;
+  std::string payload(frame + headerSize + 1, frame + frameSize());
+  buffer_.truncate(committedSize_);
+  return payload;
+}
+
 void Out::currentPayloadSectionIs(PayloadSection section) {
   if (sectionStart_ != 0) sectionEnd();
   numberIs(static_cast<std::uint8_t>(section), 1);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <type_traits>
 
 #include "Mox/Name.h"
@@ -101,6 +102,8 @@ class Out : public Connection::Out {
     if (token == TransactToken::tokenEnd) return commit();
     numberIs(static_cast<std::uint8_t>(token), 1);
   }
+  /// Drops the frame that was begun; gives back its payload.
+  std::string takenBack();
 
   /// The most bytes that a message of several pieces has.
   virtual std::size_t maxMessageSize() const { return defaultMaxMessageSize; }

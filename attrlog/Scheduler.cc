@@ -126,6 +126,7 @@ void Demuxer::runFlowOuts(std::function<void()> const& flush) {
   dropStaleShelved();
   out_->withheldIs(0);
   flush();
+  sendRepeats();
   exportWaiting();
   while (hasWaitingFlowOut() && mode_ == Mode::running && out_->freeSpace() >= runRoom) {
     if (!quick_.empty()) {

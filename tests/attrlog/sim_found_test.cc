@@ -114,5 +114,20 @@ TEST(SimulationFound, WhatOnlyAWithdrawnRootReferredToIsLetGo) {
   EXPECT_EQ(pin->references() & PtrInterface::countMask, 1U);
 }
 
+// More than the buffer holds requests to say the slot again.
+TEST(SimulationFound, EveryRefusedChangeOfACopyIsUndone) {
+  Ptr<AradSlice> slice(new AradSlice("slice"));
+  slice->fapIs("fap0", 0);
+  Mirror mirror(slice);
+  mirror.connect();
+  mirror.settle();
+  String8 const key(std::string(1000, 'k').c_str());
+  for (int count = 0; count != 300; ++count) {
+    chipOf(mirror.copy())->ddrTuneSettingIs(key + format("%d", count), "x");
+  }
+  mirror.settle();
+  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
+}
+
 }  // namespace
 }  // namespace Mox::NboAttrLog::test
