@@ -3,12 +3,27 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <limits>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "attrlog/WireValue.h"
 #include "tests/values/thrown.h"
+
+namespace {
+
+/// No enumeration of the model has a gap.
+enum Sparse : std::int32_t { near = 0, far = 7 };
+
+}  // namespace
+
+template <>
+struct Mox::EnumTraits<Sparse> {
+  static constexpr char typeName[] = "Sparse";
+  static constexpr EnumEntry<Sparse> entries[] = {{near, "near"}, {far, "far"}};
+};
 
 namespace {
 
@@ -37,7 +52,7 @@ struct IdClass {
   std::size_t actualWidth;
   int actualNull;
   unsigned int defaultValue;
-  std::string (*refusal)(unsigned int number);
+  std::string (*refusal)(unsigned long long number);
 };
 
 template <class Id>
@@ -52,12 +67,21 @@ IdClass idClass(char const* name, std::size_t width, unsigned int min, unsigned 
           sizeof(Id),
           nullOf<Id>(),
           Id().value(),
-          [](unsigned int number) {
-            return thrown([number] {
-              EXPECT_EQ(Id(static_cast<typename Id::NumberType>(number)).value(), number);
-              EXPECT_EQ(valueToStrep(Id(static_cast<typename Id::NumberType>(number))),
-                        std::to_string(number).c_str());
-            });
+          [](unsigned long long number) {
+            using Number = typename Id::NumberType;
+            static_assert(sizeof(Id) == sizeof(Number) && std::is_trivially_copyable_v<Id>);
+            std::string const text = std::to_string(number);
+            std::string const refused =
+                thrown([&] { EXPECT_EQ(Mox::strepToValue<Id>(text.c_str()).value(), number); });
+            if (number <= std::numeric_limits<Number>::max()) {
+              EXPECT_EQ(thrown([&] {
+                          Id const id(static_cast<Number>(number));
+                          EXPECT_EQ(id.value(), number);
+                          EXPECT_EQ(valueToStrep(id), text.c_str());
+                        }),
+                        refused);
+            }
+            return refused;
           }};
 }
 
@@ -76,6 +100,7 @@ TEST(GeneratedValues, EveryIdentifierHasItsRangeWidthNullAndMessage) {
       idClass<AradStatsSerdesId>("AradStatsSerdesId", 2, 28, 32, 32, ""),
       idClass<VesperAccelId>("VesperAccelId", 1, 0, 0x7f, -1,
                              "VesperAccelId::value > 0x7f not allowed"),
+      idClass<Hardware::SensorId>("SensorId", 1, 0, 0xff, -1, "SensorId::value > 0xff not allowed"),
   };
   for (auto const& id : classes) {
     SCOPED_TRACE(id.name);
@@ -85,13 +110,19 @@ TEST(GeneratedValues, EveryIdentifierHasItsRangeWidthNullAndMessage) {
     EXPECT_EQ(id.defaultValue, id.null < 0 ? 0u : static_cast<unsigned int>(id.null));
     EXPECT_EQ(id.refusal(id.min), "");
     EXPECT_EQ(id.refusal(id.largest), "");
-    EXPECT_EQ(id.refusal(id.largest + 1), expected);
-    EXPECT_EQ(id.refusal(id.width == 1 ? 0xff : 0xffff), expected);
+    for (unsigned long long const beyond :
+         {id.largest + 1ull, 0xffffull, 0x10000ull + id.min, 0x100000000ull + id.min,
+          std::numeric_limits<unsigned long long>::max()}) {
+      EXPECT_EQ(id.refusal(beyond), expected) << beyond;
+    }
     if (id.min > 0) {
       EXPECT_EQ(id.refusal(id.min - 1), expected);
       EXPECT_EQ(id.refusal(0), expected);
     }
   }
+  EXPECT_EQ(thrown([] { Mox::strepToValue<XlgeId>("99999999999999999999999"); }),
+            message("XlgeId"));
+  static_assert(!std::is_convertible_v<XlgeId, SerdesId>);
 }
 
 TEST(GeneratedValues, EqualNumbersOfDifferentClassesHashTheSame) {
@@ -184,6 +215,28 @@ TEST(GeneratedValues, EnumeratorsHaveTheirNumbersAndTexts) {
       {"unknown", "noPhy", "externallyManagedPhy", "bcm84328", "bcm84848", "bcm84858"},
       &AradManagedPhyInstance, &AradManagedPhyInstance);
   static_assert(sizeof(SerdesCoreType) == 4 && sizeof(AradManagedPhy) == 4);
+  static_assert(Mox::enumInstance<Sparse>(7) == far);
+  for (unsigned int const number : {1u, 6u, 8u}) {
+    EXPECT_EQ(thrown([number] { Mox::enumInstance<Sparse>(number); }), "Sparse") << number;
+  }
+}
+
+TEST(GeneratedValues, NamesMatchWholeAndByCase) {
+  using namespace Inventory::Arad;
+  using namespace std::string_literals;
+  for (auto const& name : {""s, "warp"s, "warpCor"s, "warpCoree"s, "WARPCORE"s, "warpcore"s,
+                           "warpCore\0"s, "'warpCore'"s, "1"s}) {
+    EXPECT_EQ(thrown([&] { SerdesCoreTypeInstance(Mox::String8(name.data(), name.size())); }),
+              "SerdesCoreType")
+        << name;
+  }
+  auto const refusal = [](char const* strep) {
+    return thrown([strep] { Mox::strepToValue<SerdesCoreType>(strep); });
+  };
+  EXPECT_EQ(Mox::strepToValue<SerdesCoreType>("warpCore"), warpCore);
+  EXPECT_EQ(refusal("'warpCore' "), "junk at column 10 deserializing 'warpCore' ");
+  EXPECT_EQ(refusal("warpCore+"), "junk at column 8 deserializing warpCore+");
+  EXPECT_EQ(refusal("'warpCore"), "cannot convert 'warpCore to Mox::String8");
 }
 
 }  // namespace
