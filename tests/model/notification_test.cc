@@ -2,13 +2,11 @@
 // traces as text. With subscribers that misbehave, and ends of entities that they still watch.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 
 #include <functional>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,40 +30,6 @@ using Lane = Hardware::Sand::AradNifSerdesId;
 
 unsigned int count(PtrInterface const& object) {
   return object.references() & Mox::VFPtrInterface::countMask;
-}
-
-TEST(Notifications, ScalarsAndReferencesAreToldWithTheirNewValue) {
-  Ptr<Qsgmii> const block(new Qsgmii(5));
-  Watch blockWatch(**block, true);
-  block->descriptionIs("uplink");
-  block->descriptionIs("uplink");
-  block->serdesIs(72);
-  block->serdesIs(7);
-  block->serdesIs(72);
-  EXPECT_EQ(blockWatch.take(), "description v1 'uplink'\nserdes v2 7\nserdes v3 72\n");
-
-  Ptr<EthPort> const port(new EthPort(1, nullptr));
-  Watch portWatch(**port, true);
-  port->xcvrSlotIs(nullptr);
-  port->xcvrSlotIs(new Inventory::Xcvr::Slot("s1"));
-  port->xcvrSlotIs(nullptr);
-  port->fecManagedByFapIs(true);
-  port->fecManagedByFapIs(false);
-  port->managedPhyIs(bcm84328);
-  EXPECT_EQ(portWatch.take(),
-            "xcvrSlot v1 's1'\nxcvrSlot v2 ''\nfecManagedByFap v3 false\n"
-            "managedPhy v4 'bcm84328'\n");
-}
-
-TEST(Notifications, ASingletonIsToldWithTheNewChildInPlace) {
-  Ptr<Arad> const arad(new Arad("fap0", 0));
-  Watch watch(**arad, true);
-  arad->pciDeviceIs("a");
-  arad->pciDeviceIs("a");
-  arad->pciDeviceIs("b");
-  arad->pciDeviceDel();
-  arad->pciDeviceDel();
-  EXPECT_EQ(watch.take(), "pciDevice v2 child\npciDevice v5 child\npciDevice v6 none\n");
 }
 
 TEST(Notifications, ACollectionIsToldWithTheMemberInPlaceOrGone) {
@@ -406,25 +370,18 @@ class Hostile : public Qsgmii::Notifiee {
     isRegisteredNotifieeIs(true);
     notifierIs(Ptr<PtrInterface const>(block));
   }
-  void onDescription() override { run("description " + text(notifier()->description()), script); }
-  void onSerdes() override {
-    run("serdes " + std::to_string(notifier()->serdes().value()), serdesScript);
+  void onDescription() override {
+    hear("description " + text(notifier()->description()));
+    Script const once = script;
+    if (once) once(*this);
   }
-  void onNotificationException(AttributeId attribute) override {
-    heard_ += label_ + ": exception in " + std::to_string(attribute) + "\n";
-    if (throwsAgain) throw std::runtime_error("again");
-  }
-  void onZeroReferences() override { heard_ += label_ + ": zero\n"; }
-  ~Hostile() override { heard_ += label_ + ": dead\n"; }
+  void onSerdes() override { hear("serdes " + std::to_string(notifier()->serdes().value())); }
 
-  Script script, serdesScript;
-  bool throwsAgain = false;
+  Script script;
 
  private:
-  void run(std::string const& what, Script const& action) {
+  void hear(std::string const& what) {
     heard_ += label_ + ": " + what + " v" + std::to_string(notifier()->version()) + "\n";
-    Script const once = action;
-    if (once) once(*this);
   }
   std::string label_;
   std::string& heard_;
@@ -436,7 +393,7 @@ class HostileHandlers : public testing::Test {
     for (auto* one : {&a, &b, &c}) (*one)->bind(block);
   }
   ~HostileHandlers() override {
-    for (auto* one : {&a, &b, &c, &d}) {
+    for (auto* one : {&a, &b, &c}) {
       if (*one) (*one)->notifierIs(nullptr);
       *one = nullptr;
     }
@@ -450,7 +407,6 @@ class HostileHandlers : public testing::Test {
   Ptr<Arad> arad{new Arad("fap0", 0)};
   Ptr<Qsgmii> block = arad->qsgmiiIs(5).ptr();
   Ptr<Hostile> a{new Hostile("a", heard)}, b{new Hostile("b", heard)}, c{new Hostile("c", heard)};
-  Ptr<Hostile> d{new Hostile("d", heard)};
 };
 
 TEST_F(HostileHandlers, ASetterInsideAHandlerFinishesFirst) {
@@ -463,54 +419,6 @@ TEST_F(HostileHandlers, ASetterInsideAHandlerFinishesFirst) {
   EXPECT_EQ(set("y"),
             "a: description y v3\na: description mine v4\nb: description mine v4\n"
             "c: description mine v4\nb: description mine v4\nc: description mine v4\n");
-}
-
-TEST_F(HostileHandlers, SubscribersComeAndGoDuringAWalk) {
-  a->script = [&](Hostile& self) {
-    self.notifierIs(nullptr);
-    d->bind(block);
-  };
-  b->script = [&](Hostile&) { c->isRegisteredNotifieeIs(false); };
-  // Who left is still called when somebody holds it; who came is not.
-  EXPECT_EQ(set("x"), "a: description x v1\nb: description x v1\nc: description x v1\n");
-  EXPECT_EQ(set("y"), "b: description y v2\nd: description y v2\n");
-}
-
-TEST_F(HostileHandlers, ALaterSubscriberWithoutAHolderIsDestroyedUncalled) {
-  a->script = [&](Hostile&) { b = nullptr; };
-  EXPECT_EQ(set("x"), "a: description x v1\nb: dead\nc: description x v1\n");
-  EXPECT_EQ(block->notifieeList().size(), 2u);
-  // Two at once, the last one among them; and then itself.
-  d->bind(block);
-  a->script = [&](Hostile&) {
-    c = nullptr;
-    d = nullptr;
-    a = nullptr;
-  };
-  EXPECT_EQ(set("y"), "a: description y v2\na: dead\nc: dead\nd: dead\n");
-  EXPECT_EQ(block->notifieeList().size(), 0u);
-}
-
-TEST_F(HostileHandlers, AThrowReachesItsSubscriberAloneAndTheWalkGoesOn) {
-  a->script = [](Hostile&) { throw std::runtime_error("bad"); };
-  b->script = [](Hostile&) { throw 5; };
-  EXPECT_EQ(set("x"),
-            "a: description x v1\na: exception in 259\nb: description x v1\n"
-            "b: exception in 259\nc: description x v1\n");
-  a->serdesScript = a->script;
-  heard = "";
-  block->serdesIs(7);
-  EXPECT_EQ(heard, "a: serdes 7 v2\na: exception in 260\nb: serdes 7 v2\nc: serdes 7 v2\n");
-
-  b->throwsAgain = true;
-  heard = "";
-  EXPECT_THROW(block->descriptionIs("y"), std::runtime_error);
-  EXPECT_EQ(heard,
-            "a: description y v3\na: exception in 259\nb: description y v3\n"
-            "b: exception in 259\n");
-  EXPECT_EQ(text(block->description()), "y");
-  EXPECT_EQ(block->version(), 3u);
-  EXPECT_EQ(count(**c), 1u);
 }
 
 TEST_F(HostileHandlers, AHandlerMayTakeItsSubjectAndTheWholeTreeAway) {
@@ -532,37 +440,6 @@ TEST_F(HostileHandlers, AHandlerMayTakeItsSubjectAndTheWholeTreeAway) {
   // The last subscriber lets the last reference go.
   c->notifierIs(nullptr);
   EXPECT_EQ(heard, "");
-}
-
-TEST(HostileSubjects, AnEntityThatDiesDuringAWalkIsNotFollowedAnyMore) {
-  struct Weak : Qsgmii::Notifiee {
-    explicit Weak(Ptr<Qsgmii> const& block, std::function<void()> script)
-        : script(std::move(script)) {
-      isRegisteredNotifieeIs(true);
-      notifierIs(Ptr<PtrInterface const>(block));
-      isWeakReferenceIs(true);
-    }
-    void onDescription() override {
-      if (script) script();
-      ++heard;
-      hadNotifier = bool(notifier());
-    }
-    std::function<void()> script;
-    int heard = 0;
-    bool hadNotifier = true;
-  };
-  Ptr<Qsgmii> block(new Qsgmii(1));
-  Ptr<Weak> const first(new Weak(block, [&] { block = nullptr; }));
-  Ptr<Weak> const second(new Weak(block, nullptr));
-  block.get()->descriptionIs("x");
-  EXPECT_FALSE(block);
-  for (Weak* const one : {first.get(), second.get()}) {
-    EXPECT_EQ(one->heard, 1);
-    EXPECT_FALSE(one->hadNotifier);
-    EXPECT_EQ(count(*one), 1u);
-    one->isWeakReferenceIs(false);
-    one->hasNotificationActiveIs(false);
-  }
 }
 
 /// Hears a collection of a chip.
@@ -667,51 +544,6 @@ TEST(HostileCollections, AReplacedSingletonMayBeReplacedAgainByItsSubscriber) {
   listener->notifierIs(nullptr);
 }
 
-// Binding.
-
-template <class X>
-struct Plain : X::Notifiee {};
-
-TEST(Bindings, AWeakSubscriberNeverChangesTheCountInAnyOrderOfCalls) {
-  // On a list of its own, and on that of a chip's base.
-  auto const check = [](auto subscriberOf, auto make, int permutation) {
-    auto const entity = make();
-    auto const other = make();
-    unsigned int const before = count(**entity);
-    {
-      auto const subscriber = subscriberOf();
-      std::vector<std::function<void()>> steps = {
-          [&] { subscriber->isRegisteredNotifieeIs(true); },
-          [&] { subscriber->notifierIs(Ptr<PtrInterface const>(entity)); },
-          [&] { subscriber->isWeakReferenceIs(true); },
-      };
-      int order[] = {0, 1, 2};
-      for (int i = 0; i < permutation; ++i) std::next_permutation(order, order + 3);
-      for (int step : order) steps[static_cast<std::size_t>(step)]();
-      EXPECT_EQ(count(**entity), before) << permutation;
-      EXPECT_EQ(entity->notifieeList().size(), 1u);
-      subscriber->isWeakReferenceIs(false);
-      EXPECT_EQ(count(**entity), before + 1);
-      subscriber->isWeakReferenceIs(true);
-      subscriber->notifierIs(Ptr<PtrInterface const>(other));
-      EXPECT_EQ(count(**entity), before);
-      EXPECT_EQ(count(**other), 1u);
-      EXPECT_EQ(entity->notifieeList().size(), 0u);
-      EXPECT_EQ(other->notifieeList().size(), 1u);
-      subscriber->notifierIs(Ptr<PtrInterface const>(entity));
-    }
-    EXPECT_EQ(count(**entity), before) << permutation;
-    EXPECT_EQ(count(**other), 1u);
-    EXPECT_EQ(entity->notifieeList().size(), 0u);
-  };
-  for (int permutation = 0; permutation < 6; ++permutation) {
-    check([] { return Ptr<Plain<Qsgmii>>(new Plain<Qsgmii>); },
-          [] { return Ptr<Qsgmii>(new Qsgmii(1)); }, permutation);
-    check([] { return Ptr<Plain<Arad>>(new Plain<Arad>); },
-          [] { return Ptr<Arad>(new Arad("fap0", 0)); }, permutation);
-  }
-}
-
 TEST(Bindings, TheLogHearsBeforeAllOthersAndTheLastConnectionFirst) {
   Ptr<AradSlice> const slice(new AradSlice("slice"));
   Ptr<Qsgmii> const block = slice->fapIs("fap0", 0)->qsgmiiIs(1).ptr();
@@ -746,95 +578,6 @@ TEST(Bindings, TheLogHearsBeforeAllOthersAndTheLastConnectionFirst) {
   EXPECT_EQ(subscribers(), (Subscribers{a.get(), b.get()}));
   a->notifierIs(nullptr);
   b->notifierIs(nullptr);
-}
-
-TEST(Bindings, AnEntityOfAnotherTypeCountsAsNone) {
-  Ptr<Qsgmii> const block(new Qsgmii(1));
-  Ptr<Xlge> const xlge(new Xlge(1));
-  Ptr<Plain<Xlge>> const subscriber(new Plain<Xlge>);
-  subscriber->isRegisteredNotifieeIs(true);
-  subscriber->notifierIs(Ptr<PtrInterface const>(xlge));
-  EXPECT_EQ(subscriber->notifier(), xlge);
-  subscriber->notifierIs(Ptr<PtrInterface const>(block));
-  EXPECT_FALSE(subscriber->notifier());
-  EXPECT_EQ(text(subscriber->name()), "");
-  EXPECT_EQ(xlge->notifieeList().size(), 0u);
-  EXPECT_EQ(block->notifieeList().size(), 0u);
-  EXPECT_EQ(count(**block), 1u);
-  EXPECT_TRUE(subscriber->isRegisteredNotifiee());
-  // A chip is a component, but a component's subscriber bound to a chip hears of the component.
-  Ptr<Plain<Arad>> const chip(new Plain<Arad>);
-  chip->notifierIs(Ptr<PtrInterface const>(block));
-  EXPECT_FALSE(chip->notifier());
-  EXPECT_EQ(chip->moxNotifier(), nullptr);
-}
-
-TEST(Bindings, SwitchingOffAndOnMovesAListedSubscriberToTheTail) {
-  Ptr<Qsgmii> const block(new Qsgmii(1));
-  std::string heard;
-  std::vector<Ptr<Hostile>> all;
-  for (char const* name : {"a", "b", "c"}) {
-    all.push_back(new Hostile(name, heard));
-    all.back()->bind(block);
-  }
-  constexpr auto memory = PtrInterface::NotifieeConst::registrationMemoryMask;
-  std::uint32_t const version = block->notifieeList().version();
-  all[0]->notifierIs(Ptr<PtrInterface const>(block));
-  all[0]->hasNotificationActiveIs(true);
-  EXPECT_EQ(block->notifieeList().version(), version);
-
-  all[0]->hasNotificationActiveIs(false);
-  EXPECT_FALSE(all[0]->isRegisteredNotifiee());
-  EXPECT_FALSE(all[0]->hasNotificationActive());
-  EXPECT_TRUE(all[0]->mox_bitSet().contains(memory));
-  block->serdesIs(1);
-  EXPECT_EQ(std::exchange(heard, ""), "b: serdes 1 v1\nc: serdes 1 v1\n");
-  all[0]->hasNotificationActiveIs(true);
-  block->serdesIs(2);
-  EXPECT_EQ(std::exchange(heard, ""), "b: serdes 2 v2\nc: serdes 2 v2\na: serdes 2 v2\n");
-
-  // One that was silent stays so.
-  all[1]->isRegisteredNotifieeIs(false);
-  all[1]->hasNotificationActiveIs(false);
-  EXPECT_FALSE(all[1]->mox_bitSet().contains(memory));
-  all[1]->hasNotificationActiveIs(true);
-  block->serdesIs(3);
-  EXPECT_EQ(std::exchange(heard, ""), "c: serdes 3 v3\na: serdes 3 v3\n");
-  for (auto const& one : all) one->notifierIs(nullptr);
-}
-
-TEST(Bindings, AMarkedSubscriberStaysLinkedSoItLeavesTheListFirst) {
-  Ptr<Qsgmii> const block(new Qsgmii(1));
-  std::string heard;
-  Ptr<Hostile> subscriber(new Hostile("a", heard));
-  subscriber->bind(block);
-  subscriber->hasNotificationActiveIs(false);
-  subscriber->moxMarkedForDeletionIs(true);
-  block->serdesIs(1);
-  EXPECT_EQ(heard, "");
-  subscriber = nullptr;
-  EXPECT_EQ(heard, "a: dead\n");
-  EXPECT_EQ(block->notifieeList().size(), 0u);
-  EXPECT_EQ(count(**block), 1u);
-  block->serdesIs(2);
-}
-
-TEST(Bindings, ASubscriberThatUnbindsAtTheEndFollowsNothingAfterwards) {
-  Ptr<Qsgmii> block(new Qsgmii(1));
-  std::string heard;
-  Watch watch(**block);
-  Ptr<Hostile> const weak(new Hostile("a", heard));
-  weak->bind(block);
-  weak->isWeakReferenceIs(true);
-  block = nullptr;
-  EXPECT_EQ(heard, "a: zero\n");
-  EXPECT_EQ(weak->notifier().get(), nullptr);
-  // It can be bound again.
-  Ptr<Qsgmii> const second(new Qsgmii(2));
-  weak->notifierIs(Ptr<PtrInterface const>(second));
-  EXPECT_EQ(count(**second), 1u);
-  second->serdesIs(4);
-  EXPECT_EQ(heard, "a: zero\na: serdes 4 v1\n");
 }
 
 }  // namespace
