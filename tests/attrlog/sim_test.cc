@@ -544,6 +544,7 @@ class World {
     if (link.state() != Link::State::running) fail("not connected" + at + ": " + link.error());
     if (demuxer.hasWaitingFlowOut()) fail("a flow-out waits" + at);
     if (demuxer.flowInCount() != 0) fail("a flow-in is left" + at);
+    if (demuxer.unacknowledgedSlots() != 0) fail("a slot waits for an acknowledgement" + at);
     if (demuxer.out()->committedSize() != 0) fail("unsent bytes are left" + at);
     if (demuxer.stats().handlerExceptions != 0 && !intrudes_) fail("a handler threw" + at);
     // A child whose creation named what was withdrawn meanwhile is answered, and passed over.
