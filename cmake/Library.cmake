@@ -14,8 +14,12 @@ function(invarad_library target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set(map ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/std.map)
   target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+  # Clang would hide what is defined in another namespace block than it was declared in.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden
+                                               VISIBILITY_INLINES_HIDDEN ON)
+  endif()
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map}
-                        CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
                         VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                         INSTALL_RPATH "$ORIGIN")
   if(NOT TARGET InvArad::${target})

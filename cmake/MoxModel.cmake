@@ -65,9 +65,12 @@ function(mox_add_model target)
   target_link_libraries(${target} PUBLIC InvArad::Mox ${arg_MODELS})
   # A client may reach the model by names alone; then it refers to nothing in the library.
   target_link_options(${target} INTERFACE LINKER:--no-as-needed)
-  # Exported is what the headers say: see Mox/Api.h.
-  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden
-                                             VISIBILITY_INLINES_HIDDEN ON)
+  # Exported is what the headers say: see Mox/Api.h. Clang would hide what is defined in another
+  # namespace block than it was declared in.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden
+                                               VISIBILITY_INLINES_HIDDEN ON)
+  endif()
   # Each generated source file begins with its own header: no need to check that it stands alone.
   set_target_properties(${target} PROPERTIES MOX_SCHEMA_DIR ${schemaDir}
                                              VERIFY_INTERFACE_HEADER_SETS OFF)
