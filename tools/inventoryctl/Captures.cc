@@ -198,7 +198,7 @@ class Player {
     }
   }
 
-  static constexpr std::size_t ackOffset = 22;
+  static constexpr std::size_t ackOffset = 18;
 
   Session session_;
   std::unique_ptr<MemoryLink> server_;
