@@ -382,6 +382,11 @@ std::string sectionOf(std::string const& file, char const* wanted, std::uint64_t
 }
 
 TEST(TypeSection, HoldsTheQualifiedNamesAndNothingElse) {
+#ifdef __clang__
+#if __has_feature(address_sanitizer)
+  GTEST_SKIP() << "Clang's address sanitizer sets each name apart from the next";
+#endif
+#endif
   std::string expected;
   for (char const* name : {"AradSlice", "Arad", "StatsSerdes", "EthPort", "Cge", "Xlge2", "Xlge",
                            "Qsgmii", "NifSerdes", "SocProperties"})
