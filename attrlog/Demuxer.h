@@ -287,7 +287,6 @@ class Demuxer : public PtrInterface {
 
   // Reading.
   void dispatch(Frame const& frame);
-  std::size_t fetchAhead(unsigned char const* bytes, std::size_t size) const;
   void dispatchGreeting(Greeting const& greeting);
   void dispatchMessage(Frame const& frame);
   void dispatchOrphan(Frame const& frame);

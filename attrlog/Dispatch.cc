@@ -23,33 +23,8 @@ std::string hex(std::uint64_t value) {
 
 }  // namespace
 
-/// Looks up the entities of the frames that come next, all at once: in a tree that no cache holds,
-/// each costs several waits for memory, which then overlap. Gives the number of frames.
-std::size_t Demuxer::fetchAhead(unsigned char const* bytes, std::size_t size) const {
-  constexpr std::size_t mostFrames = 16;
-  Sa const* ahead[mostFrames];
-  std::size_t frames = 0;
-  std::size_t found = 0;
-  for (std::size_t at = 0; frames < mostFrames && at + headerSize < size; ++frames) {
-    Sa const* const adapter = reactor(EntityId(getBytes(bytes + at + 6, 8)));
-    if (adapter != nullptr) {
-      __builtin_prefetch(adapter);
-      ahead[found++] = adapter;
-    }
-    at += getBytes(bytes + at + 2, 4) + frameOverhead;
-  }
-  for (std::size_t i = 0; i < found; ++i) {
-    auto const* const entity = reinterpret_cast<char const*>(ahead[i]->rawEntity());
-    for (std::size_t line = 0; line < 3; ++line) __builtin_prefetch(entity + 64 * line);
-  }
-  return std::max<std::size_t>(frames, 1);
-}
-
 void Demuxer::dispatchReceived() {
-  // What is smaller stays in the cache by itself.
-  constexpr std::size_t largeTree = 4096;
   ByteQueue& received = in_->received();
-  std::size_t fetched = 0;
   while (mode_ != Mode::closed && errorCode_ == StreamError::none && !received.empty()) {
     Frame frame;
     std::size_t size = 0;
@@ -63,9 +38,6 @@ void Demuxer::dispatchReceived() {
         size = FrameParser::frame(received.data(), received.size(), frame);
         if (size == 0) return;
         ++stats_.framesReceived;
-        if (reactors_.size() > largeTree && fetched-- == 0) {
-          fetched = fetchAhead(received.data(), received.size()) - 1;
-        }
         isDispatching_ = true;
         dispatch(frame);
         isDispatching_ = false;
