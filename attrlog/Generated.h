@@ -11,11 +11,6 @@ namespace MOX_API Mox {
 namespace NboAttrLog {
 
 template <class D>
-std::uint32_t& wordOf(FlowOut& flowOut) {
-  return static_cast<typename D::FlowOut&>(flowOut).moxDirtyWord();
-}
-
-template <class D>
 void tellScalar(Sa& adapter, void const*) {
   D::on(static_cast<typename D::Sa&>(adapter));
 }
@@ -30,7 +25,7 @@ constexpr AttrRow rowBegin(AttrForm form) {
   row.id = D::id;
   row.form = form;
   row.dirtyMask = D::dirtyMask;
-  row.word = &wordOf<D>;
+  row.word = D::FlowOut::moxDirtyWordPlace();
   row.owes = [](Sa&, FlowOut& flowOut, In&) {
     return D::row().bit(flowOut) || (flowOut.attrId() == D::id && flowOut.valueIter() != nullptr);
   };

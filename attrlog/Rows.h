@@ -51,7 +51,7 @@ struct MessageIn {
   AttributeId attribute;
   unsigned int length;
   bool reflect;
-  Ptr<FlowIn> flowIn;
+  FlowIn* flowIn = nullptr;  ///< for a string that may come in pieces
   Compound compound = {};
 };
 
@@ -76,7 +76,7 @@ struct AttrRow {
   /// Bytes of a key in a message; 0 for an attribute without keys.
   std::uint8_t keyWidth;
   /// The word that holds the dirty bit, or for a collection the has-synced bit.
-  std::uint32_t& (*word)(FlowOut&);
+  std::uint32_t FlowOut::*word;
   /// Plain and reference: reads the entity's value and writes it.
   void (*writeValue)(Sa&, Ptr<Out> const&);
   /// Pieces: the entity's text.
@@ -118,6 +118,8 @@ struct AttrRow {
   bool isCollection() const { return form >= AttrForm::entities; }
   bool isInPieces() const { return form == AttrForm::pieces || form == AttrForm::valuesByString; }
   bool ownsChildren() const { return form == AttrForm::singleton || form == AttrForm::entities; }
+  /// A value whose message has one length.
+  bool isNumber() const { return form == AttrForm::plain && fixedLength != 0; }
 
   /// True when a message with this sign tells its length only at its end.
   bool isVariable(bool deletes) const {
@@ -128,7 +130,7 @@ struct AttrRow {
   /// The bytes of the key at the front of a payload. Throws BadLength.
   std::string_view keyOf(unsigned char const* payload, std::size_t size) const;
 
-  bool bit(FlowOut& flowOut) const { return (word(flowOut) & dirtyMask) != 0; }
+  bool bit(FlowOut& flowOut) const { return (flowOut.*word & dirtyMask) != 0; }
   /// A scalar or reference that is owed, or a collection that has not been walked yet: its bit says
   /// that it has.
   bool owesItself(FlowOut& flowOut) const { return bit(flowOut) != isCollection(); }
@@ -136,7 +138,7 @@ struct AttrRow {
     return dirtyKeyCount ? dirtyKeyCount(flowOut) : 0;
   }
   void bitIs(FlowOut& flowOut, bool on) const {
-    std::uint32_t& bits = word(flowOut);
+    std::uint32_t& bits = flowOut.*word;
     bits = on ? bits | dirtyMask : bits & ~dirtyMask;
   }
 };
