@@ -117,6 +117,8 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   explicit NotifieeConst(Mox_BitSet flags) : flags_(flags) {
     references_ |= notificationActiveMask;
   }
+  /// What `mox_bitSetIs` does here, without a call.
+  void ownBitSetIs(Mox_BitSet flags) { flags_ = flags; }
 
  private:
   Mox_BitSet flags_;

@@ -21,13 +21,8 @@ Demuxer::~Demuxer() {
 
 // Ids and adapters.
 
-Demuxer::Sa* Demuxer::reactor(EntityId id) const {
-  MoxReactor const* entry = reactors_[id];
-  return entry ? entry->value().get() : nullptr;
-}
-
 void Demuxer::reactorsVisit(std::function<void(Sa const&)> const& visit) const {
-  for (auto entry = reactors_.iteratorConst(); entry; ++entry) visit(**entry->value());
+  for (auto adapter = reactors_.iteratorConst(); adapter; ++adapter) visit(**adapter);
 }
 
 Ptr<Entity> Demuxer::entity(EntityId id) const {
@@ -42,10 +37,8 @@ Demuxer::Naming Demuxer::naming(EntityId id) const {
 }
 
 Ptr<Demuxer::Sa> Demuxer::reactorDel(EntityId const& id) {
-  Ptr<MoxReactor> entry = reactors_[id];
-  if (!entry) return {};
-  Ptr<Sa> adapter = entry->value();
-  reactors_.deleteMember(entry);
+  Ptr<Sa> const adapter(reactor(id));
+  if (adapter) reactors_.deleteMember(adapter);
   return adapter;
 }
 
@@ -64,7 +57,7 @@ void Demuxer::reactorIs(EntityId id, Sa& adapter, bool bound) {
   }
   if (reactor(id) != &adapter) {
     if (Sa* other = reactor(id)) retire(*other);
-    reactors_.newMemberG(Ptr<PtrInterface>(new MoxReactor(id, hold)), &id);
+    reactors_.newMember(hold);
   }
   if (bound) {
     if (adapter.origin_ != StreamAdapter::Origin::importedOrphan) {
@@ -217,9 +210,7 @@ void Demuxer::close() {
   if (mayWrite()) stats_.undelivered = framesCommitted_ - peerAck_;
   mode_ = Mode::closed;
   std::vector<Ptr<Sa>> adapters;
-  for (HashMap<MoxReactor, EntityId, Ptr<Sa>>::Iterator entry(&reactors_); entry; ++entry) {
-    adapters.push_back(entry->value());
-  }
+  for (auto adapter = reactors_.iterator(); adapter; ++adapter) adapters.push_back(adapter.ptr());
   for (auto const& adapter : adapters) {
     Ptr<Entity> const entity = adapter->moxNotifierEntity();
     bool const isAnnounced = adapter->origin_ == StreamAdapter::Origin::exportedOrphan;

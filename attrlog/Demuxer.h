@@ -33,6 +33,7 @@ namespace MOX_API Mox {
 namespace NboAttrLog {
 
 struct AttrRow;
+struct Compound;
 struct MessageScan;
 
 /// What one end of a connection is ready to do.
@@ -95,7 +96,7 @@ class Demuxer : public PtrInterface {
   // Ids and adapters.
 
   /// The adapter with this id; null for a stray.
-  Entity::MoxNboAttrLogSa* reactor(EntityId id) const;
+  Entity::MoxNboAttrLogSa* reactor(EntityId id) const { return reactors_[id]; }
   /// Takes an id out of the table; gives back its adapter.
   Ptr<Entity::MoxNboAttrLogSa> reactorDel(EntityId const& id);
   std::size_t reactorCount() const { return reactors_.size(); }
@@ -267,10 +268,6 @@ class Demuxer : public PtrInterface {
   }
 
  private:
-  class MoxReactor : public ValueMember<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>> {
-   public:
-    using ValueMember<MoxReactor, EntityId, Ptr<Entity::MoxNboAttrLogSa>>::ValueMember;
-  };
   class MoxFlowIn : public ValueMember<MoxFlowIn, EntityId, Ptr<FlowIn>> {
    public:
     using ValueMember<MoxFlowIn, EntityId, Ptr<FlowIn>>::ValueMember;
@@ -300,6 +297,9 @@ class Demuxer : public PtrInterface {
     if (ack != static_cast<std::uint32_t>(peerAck_) || !goneTold_.empty()) handleAck(ack);
   }
   void handleAck(std::uint32_t ack);
+  void applyNumber(Sa& adapter, AttrRow const& row, Frame const& frame);
+  void dispatchScanned(Sa& adapter, Frame const& frame);
+  void scanAndApply(Sa& adapter, Frame const& frame, Frame const& about, Compound const& compound);
   void apply(Sa& adapter, Frame const& frame, AttributeId attribute);
   void passOver(Frame const& frame);
   bool isConflict(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
@@ -347,7 +347,7 @@ class Demuxer : public PtrInterface {
   Ptr<Out> out_;
   Ptr<In> in_;
 
-  HashMap<MoxReactor, EntityId, Ptr<Sa>> reactors_;
+  HashMap<Sa, EntityId> reactors_;
   HashMap<MoxFlowIn, EntityId, Ptr<FlowIn>> flowIns_;
   std::vector<Ptr<Sa>> graveyard_;
 

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <optional>
 
 #include "attrlog/Rows.h"
 
@@ -34,6 +35,15 @@ void applySync(MessageIn& message) {
   if (entry && entry->target() == entity) entry->operationIs(Dir::Entry::endMount);
 }
 
+/// Throws when the peer may not write the attribute.
+void checkWritable(Sa const& adapter, Demuxer const& demuxer, AttributeId attribute) {
+  if (!adapter.hasFlag(readOnlyRemote)) [[likely]]
+    return;
+  if (adapter.readOnlyRemoteOk(attribute) || adapter.convertedToWritable(false)) return;
+  throwInternalException(messages::readOnlyProxy + adapter.rawEntity()->fullName() +
+                         messages::readOnlyProxyPeer + String8(demuxer.peerName().c_str()));
+}
+
 }  // namespace
 
 Compound readCompound(In& in, TypeRows const& type, AttributeId attribute) {
@@ -60,49 +70,73 @@ void Compound::argsEnd(In& in) const {
   in.nextBytes(keyEnd - consumed);
 }
 
-void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
-                 StreamAdapter::DeserializationOptions const& options, unsigned int length,
-                 Ptr<In> const& in) {
+namespace {
+
+/// The mark that stands on an adapter while a message is applied through it.
+class ReactorAnchor {
+ public:
+  explicit ReactorAnchor(Sa& adapter) : adapter_(adapter) {
+    if (adapter.hasFlag(changeFromLog)) throwInternalException(messages::reactorActive);
+    adapter.flagsIs(changeFromLog, true);
+  }
+  ~ReactorAnchor() { adapter_.flagsIs(changeFromLog, false); }
+  ReactorAnchor(ReactorAnchor const&) = delete;
+  ReactorAnchor& operator=(ReactorAnchor const&) = delete;
+
+ private:
+  Sa& adapter_;
+};
+
+/// What most messages are, without what only other forms need.
+void applyNumber(Sa& adapter, AttrRow const& row, unsigned int length) {
+  Demuxer* const demuxer = adapter.connection();
+  if (!demuxer) return;
+  ReactorAnchor const anchor(adapter);
+  checkWritable(adapter, *demuxer, row.id);
+  MessageIn message{adapter, demuxer->in(), row.id, length, false};
+  row.read(message);
+}
+
+/// The frame around every other message.
+[[gnu::noinline]] void deserializeAny(Sa& adapter, TypeRows const& type, AttributeId attribute,
+                                      StreamAdapter::DeserializationOptions const& options,
+                                      unsigned int length, Ptr<In> const& in) {
   bool const reflect = static_cast<bool>(in);
   Demuxer* const demuxer = adapter.connection();
   if (!reflect && !demuxer) return;
-  Ptr<In> const& from = reflect ? in : demuxer->in();
-  if (!reflect && adapter.hasFlag(changeFromLog)) {
-    throwInternalException(messages::reactorActive);
-  }
-  struct Anchor {
-    Sa* adapter;
-    ~Anchor() {
-      if (adapter) adapter->flagsIs(changeFromLog, false);
-    }
-  } const anchor{reflect ? nullptr : &adapter};
+  std::optional<ReactorAnchor> anchor;
   if (!reflect) {
-    adapter.flagsIs(changeFromLog, true);
-    if (adapter.hasFlag(readOnlyRemote) && !adapter.readOnlyRemoteOk(attribute) &&
-        !adapter.convertedToWritable(false)) {
-      throwInternalException(messages::readOnlyProxy + adapter.rawEntity()->fullName() +
-                             messages::readOnlyProxyPeer +
-                             String8(demuxer ? demuxer->peerName().c_str() : ""));
-    }
+    anchor.emplace(adapter);
+    checkWritable(adapter, *demuxer, attribute);
   }
-  MessageIn message{adapter, from, attribute, length, reflect, Ptr<FlowIn>()};
+  MessageIn message{adapter, reflect ? in : demuxer->in(), attribute, length, reflect};
   if (std::abs(attribute) == compoundAttribute && type.ownsChildren()) {
-    message.compound = readCompound(**from, type, attribute);
+    message.compound = readCompound(**message.in, type, attribute);
     message.attribute = message.compound.attribute;
   }
-  if (demuxer && demuxer->flowInCount() != 0) {
-    message.flowIn = demuxer->flowIn(adapter.entityId());
-  }
   bool const deletes = message.attribute < 0;
-  AttrRow const* row = type.find(deletes ? -message.attribute : message.attribute);
-  auto const reader = row ? deletes ? row->readDel : row->read : nullptr;
-  if (reader) {
+  AttrRow const* const row = type.find(deletes ? -message.attribute : message.attribute);
+  if (row && row->isInPieces() && demuxer)
+    message.flowIn = demuxer->flowIn(adapter.entityId()).get();
+  if (auto const reader = !row ? nullptr : deletes ? row->readDel : row->read) {
     reader(message);
   } else if (message.attribute == syncAttribute) {
     applySync(message);
   } else {
     adapter.doBaseMoxNboAttrLogSaMsg(attribute, options, length, in);
   }
+}
+
+}  // namespace
+
+void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
+                 StreamAdapter::DeserializationOptions const& options, unsigned int length,
+                 Ptr<In> const& in) {
+  if (!in && attribute > 0) {
+    AttrRow const* const row = type.find(attribute);
+    if (row && row->isNumber()) return applyNumber(adapter, *row, length);
+  }
+  deserializeAny(adapter, type, attribute, options, length, in);
 }
 
 void scanReference(MessageScan& message) {
@@ -128,7 +162,7 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
     row.tell(message.adapter, nullptr);
     return;
   }
-  FlowIn* flowIn = message.flowIn.get();
+  FlowIn* const flowIn = message.flowIn;
   // One value in pieces of an entity at a time.
   if (flowIn && flowIn->iter() && (flowIn->aid() != row.id || flowIn->idx())) {
     throw StreamException(StreamError::badPiece);
@@ -136,8 +170,9 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
   Text local;
   Text& text = flowIn ? *moxFlowInIterator<Text>(flowIn, row.id, false) : local;
   if (message.length != 0) {
-    ConnectionInSizeAnchor const anchor{Ptr<Connection::In>(message.in), message.length};
-    Ptr<Connection::In>(message.in) >> text;
+    Ptr<Connection::In> const in(message.in);
+    ConnectionInSizeAnchor const anchor{in, message.length};
+    in >> text;
   }
   payloadEnd(message);
   bool const complete = text.pos() == 0;
@@ -150,7 +185,7 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
     }
     return;
   }
-  String8 const value{String8::IteratorConst(text)};
+  String8 const value(text);
   if (flowIn) {
     moxFlowInIteratorDel<Text>(flowIn, row.id);
     if (demuxer && flowIn->openTransaction() == 0) demuxer->flowInDel(id);

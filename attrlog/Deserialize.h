@@ -155,13 +155,14 @@ void dropOwnPieces(Sa& adapter, typename D::Key const& key) {
 template <class D>
 void readStringKey(MessageIn& message) {
   using Text = String8::Iterator;
-  ConnectionInSizeAnchor const anchor{Ptr<Connection::In>(message.in), message.length};
+  Ptr<Connection::In> const in(message.in);
+  ConnectionInSizeAnchor const anchor{in, message.length};
   String8 const key = message.in->nextString();
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter), key);
     return;
   }
-  FlowIn* flowIn = message.flowIn.get();
+  FlowIn* const flowIn = message.flowIn;
   bool const matches = flowIn && flowIn->idx() && moxFlowInIdxMatches<String8>(flowIn, key);
   // One value in pieces of an entity at a time.
   if (flowIn && flowIn->iter() && flowIn->aid() != D::id) {
@@ -169,7 +170,7 @@ void readStringKey(MessageIn& message) {
   }
   Text local;
   Text& text = matches ? *moxFlowInIterator<Text>(flowIn, D::id, false) : local;
-  if (message.length != 0) Ptr<Connection::In>(message.in) >> text;
+  if (message.length != 0) in >> text;
   payloadEnd(message);
   bool const complete = text.pos() == 0;
   Demuxer& demuxer = *message.adapter.streamDemuxer();
@@ -182,7 +183,7 @@ void readStringKey(MessageIn& message) {
     moxFlowInIteratorIs(made.get(), D::id, text);
     return;
   }
-  String8 const value{String8::IteratorConst(text)};
+  String8 const value(text);
   if (matches) {
     moxFlowInIteratorDel<Text>(flowIn, D::id);
     moxFlowInIdxDeq<String8>(flowIn);

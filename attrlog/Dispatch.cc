@@ -21,6 +21,9 @@ std::string hex(std::uint64_t value) {
   return text;
 }
 
+/// What a message is read from when it is applied: the connection's own.
+Ptr<In> const notReflected;
+
 }  // namespace
 
 void Demuxer::dispatchReceived() {
@@ -129,69 +132,91 @@ void Demuxer::applying(Sa& adapter, AttributeId attribute, Apply const& apply) {
 }
 
 void Demuxer::dispatchMessage(Frame const& frame) {
-  // Adapters that retire meanwhile stay until the turn ends; the entity must outlive its handlers.
+  // Adapters that retire meanwhile stay until the turn ends.
   Sa* const adapter = reactor(frame.entityId);
   if (adapter == nullptr) {
     ++stats_.strays;
     return passOver(frame);
   }
   if (adapter->hasFlag(readOnlyRemote)) throw StreamException(StreamError::notPermitted);
-  Ptr<Entity> const entity(adapter->rawEntity());
-  AttributeId attribute = std::abs(frame.attributeId);
-  AttrRow const* row = adapter->rows().find(attribute);
-  if (row != nullptr && row->read != nullptr && row->form == AttrForm::plain &&
-      row->fixedLength != 0 && frame.attributeId > 0 && !isAuthority(*adapter)) {
-    // A number from the end that owns the tree: its size says all.
-    if (frame.isVariableLength || frame.instantiateTag != 0) {
-      throw StreamException(StreamError::badHeader);
+  if (frame.attributeId > 0) {
+    AttrRow const* const row = adapter->rows().find(frame.attributeId);
+    if (row != nullptr && row->isNumber() && !isAuthority(*adapter)) {
+      return applyNumber(*adapter, *row, frame);
     }
-    if (frame.payloadSize != row->fixedLength) throw StreamException(StreamError::badLength);
-    return apply(*adapter, frame, attribute);
   }
+  dispatchScanned(*adapter, frame);
+}
+
+/// A number from the end that owns the tree: its size says all.
+void Demuxer::applyNumber(Sa& adapter, AttrRow const& row, Frame const& frame) {
+  if (frame.isVariableLength || frame.instantiateTag != 0) {
+    throw StreamException(StreamError::badHeader);
+  }
+  if (frame.payloadSize != row.fixedLength) throw StreamException(StreamError::badLength);
+  // It outlives its handlers.
+  Ptr<Entity> const entity(adapter.rawEntity());
+  apply(adapter, frame, row.id);
+}
+
+/// Any other message: gone over as a whole first.
+void Demuxer::dispatchScanned(Sa& adapter, Frame const& frame) {
   in_->payloadIs(frame.payload, frame.payloadSize);
-  // A compound message is held to the same rules as the plain one that it stands for.
-  Frame about = frame;
-  Compound compound;
-  bool const isCompound = attribute == compoundAttribute && adapter->rows().ownsChildren();
-  if (isCompound) {
-    compound = readCompound(**in_, adapter->rows(), frame.attributeId);
-    about.attributeId = compound.attribute;
-    about.payload = in_->position();
-    about.payloadSize = in_->bytesAvailable();
-    attribute = std::abs(about.attributeId);
-    row = adapter->rows().find(attribute);
+  if (std::abs(frame.attributeId) != compoundAttribute || !adapter.rows().ownsChildren()) {
+    return scanAndApply(adapter, frame, frame, Compound());
   }
+  // A compound message is held to the same rules as the plain one that it stands for.
+  Compound const compound = readCompound(**in_, adapter.rows(), frame.attributeId);
+  bool const deletes = compound.attribute < 0;
+  Frame about = frame;
+  about.attributeId = compound.attribute;
+  about.payload = in_->position();
+  about.payloadSize = in_->bytesAvailable();
+  if (AttrRow const* const row = adapter.rows().find(std::abs(compound.attribute))) {
+    about.instantiateTag = row->ownsChildren() && !deletes ? creationTag : 0;
+    about.isVariableLength = row->isVariable(deletes);
+  }
+  scanAndApply(adapter, frame, about, compound);
+}
+
+/// `about`: the frame itself, or the one that a compound message stands for.
+void Demuxer::scanAndApply(Sa& adapter, Frame const& frame, Frame const& about,
+                           Compound const& compound) {
+  Ptr<Entity> const entity(adapter.rawEntity());
+  AttributeId const attribute = std::abs(about.attributeId);
   bool const deletes = about.attributeId < 0;
+  AttrRow const* const row = adapter.rows().find(attribute);
   if (row && (deletes ? row->readDel : row->read)) {
     bool const creates = row->ownsChildren() && !deletes;
-    if (isCompound) {
-      about.instantiateTag = creates ? creationTag : 0;
-    } else if (creates != (frame.instantiateTag == creationTag) ||
-               row->isVariable(deletes) != frame.isVariableLength) {
+    if (creates != (about.instantiateTag == creationTag) ||
+        row->isVariable(deletes) != about.isVariableLength) {
       throw StreamException(StreamError::badHeader);
     }
     MessageScan scan{**in_, *this, row->keyOf(about.payload, about.payloadSize), compound};
     row->scan(scan, deletes);
-    in_->payloadIs(about.payload, about.payloadSize);
-    if (isAuthority(*adapter)) {
-      if (isConflict(*adapter, *row, about, scan)) {
+    if (isAuthority(adapter)) {
+      in_->payloadIs(about.payload, about.payloadSize);
+      if (isConflict(adapter, *row, about, scan)) {
         ++stats_.conflicts;
-        dropOpenValue(*adapter, *row, scan);
+        dropOpenValue(adapter, *row, scan);
         return passOver(about);
       }
       if (isReadOnlyElsewhere(**entity)) scan.namesGone = true;
     }
-    if (scan.namesGone) return reflect(*adapter, *row, about, scan);
+    if (scan.namesGone) {
+      in_->payloadIs(about.payload, about.payloadSize);
+      return reflect(adapter, *row, about, scan);
+    }
     if (row->isCollection()) Marks::enter(**entity, *row, this);
   } else if (frame.attributeId == syncAttribute) {
-    if (!adapter->hasFlag(notAuthority)) throw StreamException(StreamError::notPermitted);
+    if (!adapter.hasFlag(notAuthority)) throw StreamException(StreamError::notPermitted);
   } else if (attribute != compoundAttribute) {
-    reportUnknown(*adapter, attribute);
+    reportUnknown(adapter, attribute);
     if (frame.instantiateTag == creationTag && frame.payloadSize >= 8) {
       refused_.insert(getBytes(frame.payload + frame.payloadSize - 8, 8));
     }
   }
-  apply(*adapter, frame, attribute);
+  apply(adapter, frame, attribute);
 }
 
 /// The message has been found sound.
@@ -203,7 +228,7 @@ void Demuxer::apply(Sa& adapter, Frame const& frame, AttributeId attribute) {
     options.sequenceNumber = framesBegun();
     options.flags = frame.fullTransferFollows ? frameFullTransferFollows : 0;
     adapter.handleAttrDeserialization(frame.attributeId, options,
-                                      static_cast<unsigned int>(frame.payloadSize), Ptr<In>());
+                                      static_cast<unsigned int>(frame.payloadSize), notReflected);
   });
   tellNoted();
 }

@@ -14,7 +14,7 @@ constexpr std::size_t nameOffset = greetingFixedSize;
 [[noreturn]] void refuse(StreamError code) { throw StreamException(code); }
 
 /// What a frame's fields must be, whatever the entity is.
-void checkFields(Frame const& frame) {
+[[gnu::noinline]] void checkFields(Frame const& frame) {
   if (frame.kind == FrameKind::ack) {
     if (frame.entityId || frame.attributeId != 0 || frame.isVariableLength) {
       refuse(StreamError::badHeader);
@@ -135,7 +135,10 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   result.ack = static_cast<std::uint32_t>(getBytes(bytes + 18, 4));
   result.payload = bytes + headerSize + 1;
   result.payloadSize = length;
-  checkFields(result);
+  bool const isPlain = kind == static_cast<std::uint8_t>(FrameKind::message) &&
+                       (flags & ~frameVariableLength) == 0 && result.entityId.isUnified() &&
+                       result.attributeId > 0;
+  if (!isPlain) checkFields(result);
   return length + frameOverhead;
 }
 

@@ -25,7 +25,13 @@ Ptr<Connection::In> const& operator>>(Ptr<Connection::In> const& in, String8::It
   if (iterator.length() + count > NboAttrLog::maxJoinedString) {
     throw NboAttrLog::StreamException(NboAttrLog::StreamError::tooLong);
   }
-  iterator.append(reinterpret_cast<char const*>(in->take(count)), count);
+  auto const* const bytes = reinterpret_cast<char const*>(in->take(count));
+  if (!more && iterator.length() == 0) {
+    // A whole text, as most are: nothing will be put behind it.
+    iterator = String8::Iterator(String8(bytes, count));
+  } else {
+    iterator.append(bytes, count);
+  }
   iterator.posIs(more ? static_cast<int>(iterator.length()) : 0);
   return in;
 }

@@ -27,7 +27,32 @@ struct Collection {
   }
 };
 
-using Collections = std::map<std::pair<Entity const*, AttributeId>, Collection>;
+using Place = std::pair<Entity const*, AttributeId>;
+
+struct Collections {
+  std::map<Place, Collection> all;
+  /// The one asked for last: frames come collection by collection.
+  Place latest;
+  Collection* found = nullptr;
+
+  Collection* at(Place const& place) {
+    if (all.empty()) return nullptr;
+    if (place != latest) {
+      auto const at = all.find(place);
+      found = at == all.end() ? nullptr : &at->second;
+      latest = place;
+    }
+    return found;
+  }
+  Collection& made(Place const& place) {
+    latest = Place();
+    return all[place];
+  }
+  void erase(Place const& place) {
+    latest = Place();
+    all.erase(place);
+  }
+};
 
 Collections& collections() {
   static Collections all;
@@ -51,38 +76,37 @@ void standingIs(Entity& entity, AttrRow const& row, Collection& collection,
 }  // namespace
 
 void Marks::enter(Entity& entity, AttrRow const& row, Demuxer const* connection) {
-  if (collections().empty()) return;
-  auto const at = collections().find({&entity, row.id});
-  if (at != collections().end()) standingIs(entity, row, at->second, connection);
+  if (Collection* const collection = collections().at({&entity, row.id})) {
+    standingIs(entity, row, *collection, connection);
+  }
 }
 
 void Marks::begin(Entity& entity, AttrRow const& row, Demuxer const* connection) {
-  Collection& collection = collections()[{&entity, row.id}];
+  Collection& collection = collections().made({&entity, row.id});
   standingIs(entity, row, collection, connection);
   if (!collection.of(connection)) collection.open.push_back({connection, {}});
   collection.standing = connection;
 }
 
 void Marks::end(Entity& entity, AttrRow const& row, Demuxer const* connection) {
-  auto const at = collections().find({&entity, row.id});
-  if (at == collections().end()) return;
-  Collection& collection = at->second;
-  std::erase_if(collection.open,
+  Collection* const collection = collections().at({&entity, row.id});
+  if (collection == nullptr) return;
+  std::erase_if(collection->open,
                 [connection](Transaction const& one) { return one.connection == connection; });
-  if (collection.standing == connection) collection.standing = nullptr;
-  if (collection.open.empty()) collections().erase(at);
+  if (collection->standing == connection) collection->standing = nullptr;
+  if (collection->open.empty()) collections().erase({&entity, row.id});
 }
 
 void Marks::drop(Entity& entity, AttrRow const& row, Demuxer const* connection) {
-  auto const at = collections().find({&entity, row.id});
-  if (at == collections().end()) return;
-  if (at->second.standing == connection) {
+  Collection const* const collection = collections().at({&entity, row.id});
+  if (collection == nullptr) return;
+  if (collection->standing == connection) {
     MarkedMembers marked;
     row.marksTake(entity, marked);
   }
   end(entity, row, connection);
 }
 
-std::size_t Marks::openCount() { return collections().size(); }
+std::size_t Marks::openCount() { return collections().all.size(); }
 
 }  // namespace Mox::NboAttrLog

@@ -22,7 +22,7 @@ FlowOut* Demuxer::createFlowOut(Sa& adapter, ConnectDesc const& desc, bool full,
 LinkDebt Demuxer::debt() const {
   LinkDebt debt;
   for (auto reactor = reactors_.iteratorConst(); reactor; ++reactor) {
-    Sa const& adapter = **reactor->value();
+    Sa const& adapter = **reactor;
     if (!adapter.flowOut_) continue;
     FlowOut& flowOut = **adapter.flowOut_;
     ++debt.entities;

@@ -135,7 +135,7 @@ class StreamAdapter : public PtrInterface::Notifiee {
   void flagsIs(std::uint32_t mask, bool set) {
     Mox_BitSet bits = mox_bitSet();
     bits.maskIs(mask, set);
-    StreamAdapter::mox_bitSetIs(bits);
+    ownBitSetIs(bits);
   }
   /// The part of the flags that a parent gives.
   Mox_BitSet notificationFlags() const {
@@ -144,7 +144,7 @@ class StreamAdapter : public PtrInterface::Notifiee {
   void notificationFlagsIs(Mox_BitSet bits) {
     Mox_BitSet merged = mox_bitSet();
     merged.notificationFlagsIs(bits);
-    StreamAdapter::mox_bitSetIs(merged);
+    ownBitSetIs(merged);
   }
 
   /// The demuxer of the adapter's connection; null when it is gone.
@@ -251,6 +251,16 @@ class Entity::MoxNboAttrLogSa : public StreamAdapter {
 
  private:
   NboAttrLog::TypeRows const& rows_;
+
+ public:
+  /// The link of the demuxer's table.
+  Ptr<MoxNboAttrLogSa> next;
+};
+
+/// An adapter's key in the demuxer's table. Whoever changes an id takes the adapter out before.
+template <>
+struct HashMapMember<Entity::MoxNboAttrLogSa> {
+  static EntityId key(Entity::MoxNboAttrLogSa const& adapter) { return adapter.entityId(); }
 };
 
 }  // namespace Mox
