@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
@@ -90,6 +91,8 @@ class Link : public PtrInterface {
   bool isWriteBroken_ = false;
   std::string error_;
   std::optional<std::uint64_t> greetingDueMs_;
+  /// Peers that have greeted over newer links of the session.
+  std::vector<std::string> replacedFor_;
   std::uint64_t bytesReceived_ = 0;
   std::uint64_t bytesSent_ = 0;
 };

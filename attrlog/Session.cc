@@ -58,26 +58,35 @@ void Session::closeIs(std::string const& reason) {
 }
 
 void Session::handleGreeted(Link& link) {
-  // Links stand in the order in which they were made; greetings may come in another.
-  bool isOlder = true;
-  std::vector<Ptr<Link>> const links = links_;
-  for (Ptr<Link> const& other : links) {
-    if (other.get() == &link) {
-      isOlder = false;
-      continue;
-    }
-    if (other->state() != Link::State::running || link.peerName().empty() ||
-        other->peerName() != link.peerName()) {
-      continue;
-    }
-    // At once: the older link may stand in the way of the roots that come next.
-    Link& older = isOlder ? **other : link;
-    older.closeIs("replaced by a newer connection of the same peer");
-    older.tearDown();
-    if (!isOlder) return;
-  }
+  if (!link.peerName().empty() && isReplaced(link)) return;
   report(link, "connected");
   if (onGreeted_) onGreeted_(link);
+}
+
+/// Of the links of one peer the newest is kept. They stand in the order in which they were made;
+/// greetings may come in another, and an old link's own when the newer one has ended already.
+bool Session::isReplaced(Link& link) {
+  // At once: an older link may stand in the way of the roots that come next.
+  auto const replace = [](Link& older) {
+    older.closeIs("replaced by a newer connection of the same peer");
+    older.tearDown();
+  };
+  std::string const& peer = link.peerName();
+  if (std::find(link.replacedFor_.begin(), link.replacedFor_.end(), peer) !=
+      link.replacedFor_.end()) {
+    replace(link);
+    return true;
+  }
+  std::vector<Ptr<Link>> const links = links_;
+  for (Ptr<Link> const& older : links) {
+    if (older.get() == &link) break;
+    if (older->state() == Link::State::greeting) {
+      older->replacedFor_.push_back(peer);
+    } else if (older->state() == Link::State::running && older->peerName() == peer) {
+      replace(**older);
+    }
+  }
+  return false;
 }
 
 void Session::handleClosed(Link& link) {

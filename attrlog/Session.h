@@ -63,6 +63,7 @@ class Session {
   friend class Link;
 
   void handleGreeted(Link& link);
+  bool isReplaced(Link& link);
   void handleClosed(Link& link);
   void report(Link const& link, std::string const& text) const;
 

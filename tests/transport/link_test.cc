@@ -366,6 +366,32 @@ TEST(Session, ServesSeveralPeersAndOutlivesEach) {
                      }));
 }
 
+TEST(Session, AnOldConnectionThatGreetsLateStaysReplacedThoughTheNewerOneHasEnded) {
+  struct Row {
+    char const* lateName;
+    char const* error;
+  };
+  for (Row const& row :
+       {Row{"one", "replaced by a newer connection of the same peer"}, Row{"two", ""}}) {
+    Session session("server");
+    auto older = MemoryLink::pair();
+    auto newer = MemoryLink::pair();
+    Ptr<Link> const slow = session.linkIs(std::move(older.first));
+    Ptr<Link> const quick = session.linkIs(std::move(newer.first));
+    auto const greet = [&](MemoryLink& end, std::string const& name) {
+      std::string const hello = greeting(name);
+      EXPECT_EQ(end.write(hello.data(), hello.size()).count, hello.size());
+      session.service(1);
+    };
+    greet(*newer.second, "one");
+    newer.second->close();
+    session.service(1);
+    EXPECT_EQ(quick->error(), "closed by the peer");
+    greet(*older.second, row.lateName);
+    EXPECT_EQ(slow->error(), row.error);
+  }
+}
+
 TEST(MemoryLink, MovesWhatItsLimitsAllowAndTellsTheEnd) {
   auto [left, right] = MemoryLink::pair(10, 4);
   EXPECT_EQ(left->write("abcdef", 6).count, 4u);
