@@ -45,7 +45,7 @@ struct LinkOptions {
   std::uint64_t schemaHash = 0;
   std::size_t outCapacity = defaultCapacity;
   std::uint64_t greetingTimeoutMs = 10000;
-  /// How long an ack may wait for a frame that takes it along.
+  /// How long an ack may wait for a frame that takes it along, unless this end only listens.
   std::uint64_t ackDelayMs = 20;
 };
 

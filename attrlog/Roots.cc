@@ -125,8 +125,7 @@ EntityId Demuxer::referenceId(Entity const* target) {
 // now.
 
 void Demuxer::goneIs(EntityId id) {
-  bool const mayBeNamed = mayPeerWrite() || framesBegun_ != 0;
-  if (mode_ != Mode::running || !mayBeNamed || !gone_.insert(id.value()).second) return;
+  if (mode_ != Mode::running || !gone_.insert(id.value()).second) return;
   gonePending_.push_back(id);
 }
 

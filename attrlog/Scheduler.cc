@@ -216,11 +216,7 @@ void Demuxer::sendComplete(EntityId id) {
   out_ << Out::TransactToken::tokenBegin << Out::TransactToken::tokenEnd;
 }
 
-/// Does the peer keep anything that waits for an ack?
-bool Demuxer::owesAck() const {
-  return mode_ == Mode::running && ackSent_ != framesBegun_ &&
-         (mayWrite() || framesCommitted_ != 0);
-}
+bool Demuxer::owesAck() const { return mode_ == Mode::running && ackSent_ != framesBegun_; }
 
 std::optional<std::uint64_t> Demuxer::ackDueMs() const {
   // Without room, what makes room calls.
@@ -228,14 +224,18 @@ std::optional<std::uint64_t> Demuxer::ackDueMs() const {
 }
 
 /// Where nothing else says how far this end has got, an ack frame does. A frame for each turn would
-/// wake a peer that waits for nothing.
+/// wake a peer that waits for nothing. Of an end that only listens the peer keeps nothing but the
+/// ids of what has gone, which it might name in its first frame: it takes its time.
 void Demuxer::sendAck() {
   if (!owesAck()) {
     ackDueMs_.reset();
     return;
   }
-  if (!ackDueMs_) ackDueMs_ = nowMs_ + options_.ackDelayMs;
-  bool const isDue = nowMs_ >= *ackDueMs_ || framesBegun_ - ackSent_ >= mostUnacknowledged;
+  bool const listens = !mayWrite() && framesCommitted_ == 0;
+  if (!ackDueMs_) ackDueMs_ = nowMs_ + (listens ? listenerAckDelayMs : options_.ackDelayMs);
+  bool const isDue =
+      nowMs_ >= *ackDueMs_ ||
+      framesBegun_ - ackSent_ >= (listens ? mostUnacknowledgedByListener : mostUnacknowledged);
   if (!isDue || out_->freeSpace() < runReserve) return;
   ackDueMs_.reset();
   MsgHeader header;

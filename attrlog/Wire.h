@@ -93,6 +93,9 @@ inline constexpr std::size_t runRoom = blockSize + runReserve;
 inline constexpr std::size_t runBudget = 65536;
 /// Frames of the peer after which an ack waits no longer.
 inline constexpr std::uint64_t mostUnacknowledged = 64;
+/// The same, and the longest wait, for an end that only listens.
+inline constexpr std::uint64_t mostUnacknowledgedByListener = 4096;
+inline constexpr std::uint64_t listenerAckDelayMs = 1000;
 /// Withheld from writers outside of runs while a flow-out waits for room.
 inline constexpr std::size_t queueReserve = 16384;
 

@@ -233,6 +233,33 @@ TEST(Mirror, ARemovedChildThatSomebodyHoldsSaysNothingMore) {
   EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
 }
 
+TEST(Ack, OfAnEndThatOnlyListensTakesItsTime) {
+  Ptr<AradSlice> const slice = smallSlice();
+  Mirror mirror(slice);
+  mirror.connect();
+  mirror.settle();
+  ASSERT_EQ(mirror.importerLink->dueMs(), 1 + listenerAckDelayMs);
+  mirror.importerLink->service(listenerAckDelayMs);
+  EXPECT_EQ(mirror.in().stats().framesSent, 0u);
+  mirror.importerLink->service(1 + listenerAckDelayMs);
+  EXPECT_EQ(mirror.in().stats().framesSent, 1u);
+  EXPECT_FALSE(mirror.importerLink->dueMs());
+  auto const change = [&](std::uint64_t count) {
+    for (; count != 0; --count) {
+      slice->numPortsIs(slice->numPorts() + 1);
+      if (count % 512 != 1) continue;
+      mirror.exporterLink->service(2000);
+      mirror.importerLink->service(2000);
+    }
+  };
+  change(mostUnacknowledgedByListener - 1);
+  EXPECT_EQ(mirror.in().stats().framesSent, 1u);
+  change(1);
+  EXPECT_EQ(mirror.in().stats().framesSent, 2u);
+  mirror.exporterLink->service(2000);
+  EXPECT_EQ(mirror.out().unacknowledgedFrames(), 0u);
+}
+
 TEST(Ack, WaitsForAFrameThatTakesItAlongForAWhileOrForManyFrames) {
   Ptr<AradSlice> const slice = smallSlice();
   LinkOptions options;

@@ -152,6 +152,33 @@ TEST(Reference, AReferenceToWhatTheOtherEndHasJustWithdrawnIsAnsweredWithThatEnd
   EXPECT_EQ(scene.mirror.out().naming(EntityId(0x7777000000000001)), Demuxer::Naming::unknown);
 }
 
+TEST(Reference, AnEndThatHasOnlyListenedMayNameWhatHasJustGone) {
+  Ptr<AradSlice> const slice(new AradSlice("s"));
+  Ptr<EthPort> const port = slice->fapIs("f", 4)->portIs(1, nullptr);
+  port->xcvrSlotIs(new Slot("going"));
+  Mirror mirror{Ptr<Entity>(slice)};
+  Ptr<Dir> const dir(new Dir);
+  mirror.exporter().importDirIs(dir);
+  mirror.connect();
+  mirror.settle();
+  // The importer shows a tree of its own, which refers to it, while the exporter lets it go.
+  Ptr<AradSlice> const own(new AradSlice("own"));
+  own->fapIs("f", 1)
+      ->portIs(1, nullptr)
+      ->xcvrSlotIs(dynamic_cast<AradSlice&>(**mirror.copy()).fap("f")->port(1)->xcvrSlot());
+  mirror.importer().exportIs(Ptr<Entity>(own));
+  mirror.importer().service(1);
+  port->xcvrSlotIs(nullptr);
+  mirror.settle();
+  EXPECT_EQ(mirror.exporterClosed, "");
+  EXPECT_EQ(mirror.importerClosed, "");
+  ASSERT_TRUE(dir->entry("own"));
+  auto const& shown = dynamic_cast<AradSlice&>(**dir->entry("own")->target());
+  Ptr<Slot> const slot = shown.fap("f")->port(1)->xcvrSlot();
+  ASSERT_TRUE(slot);
+  EXPECT_EQ(slot->name(), "going");
+}
+
 TEST(Reference, AFlowOutThatWaitsForATargetIsWokenAndSaysTheMemberOnce) {
   struct Row {
     char const* what;
