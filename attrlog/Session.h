@@ -25,8 +25,9 @@ class Session {
   using OnReport = std::function<void(std::string const& line)>;
 
   /// `name` is told to peers and should differ between the processes that one peer serves: a new
-  /// connection of a name ends the older one, so that a peer which lost its connection and came
-  /// back isn't held up by what is left of the old one. An empty name ends nothing.
+  /// connection of a name ends the older ones, so that a peer which lost its connection and came
+  /// back isn't held up by what is left of them; one that greets later still is ended then. An
+  /// empty name ends nothing.
   explicit Session(std::string name, LinkOptions options = {});
   /// Ends the links without a callback.
   ~Session();

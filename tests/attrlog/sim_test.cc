@@ -266,14 +266,24 @@ class World {
     cable.downLink = cable.down->session->linkIs(std::move(ends.second));
     std::string const names = cable.up->name + cable.down->name;
     auto const text = std::make_shared<StreamText>([](auto, std::string const&) {});
+    auto const announced = std::make_shared<std::map<std::string, bool>>();
     for (Ptr<Link> const& link : {cable.downLink, cable.upLink}) {
       bool const isDown = link == cable.downLink;
       Demuxer& demuxer = link->demuxer();
-      demuxer.frameObserverIs([this, names, text, isDown, &demuxer](Frame const& frame) {
-        if (isTelling()) {
+      demuxer.frameObserverIs([this, names, text, announced, isDown, &demuxer](Frame const& frame) {
+        bool const isRoot =
+            frame.kind == FrameKind::message && frame.attributeId == orphanAttribute;
+        if (isTelling() || isRoot) {
           using Direction = StreamText::Direction;
-          tell(names + (isDown ? " >" : " <"),
-               text->frameLine(isDown ? Direction::sent : Direction::received, frame));
+          std::string const line =
+              text->frameLine(isDown ? Direction::sent : Direction::received, frame);
+          tell(names + (isDown ? " >" : " <"), line);
+          // The line begins with the name, the type and the constructor arguments.
+          if (isRoot &&
+              announced->emplace(line.substr(0, line.find(" id ")), isDown).first->second !=
+                  isDown) {
+            hadTwins_ = true;
+          }
         }
         bool const isAbout = frame.kind == FrameKind::message || frame.kind == FrameKind::marker ||
                              frame.kind == FrameKind::complete;
@@ -566,20 +576,6 @@ class World {
     return ids;
   }
 
-  /// True when two ends have announced one entity to each other at a time, so that it became two.
-  static bool hasTwins(std::unique_ptr<Process> const& process) {
-    std::map<std::string, Entity const*> known;
-    bool found = false;
-    for (Ptr<Link> const& link : process->session->links()) {
-      link->demuxer().reactorsVisit([&](Entity::MoxNboAttrLogSa const& adapter) {
-        Entity const* const entity = adapter.rawEntity();
-        std::string const name(entity->fullName().view());
-        found = found || known.emplace(name, entity).first->second != entity;
-      });
-    }
-    return found;
-  }
-
   /// The same state once more: nobody hears of it.
   void repeatTransfer() {
     std::map<Process*, std::uint64_t> before;
@@ -587,7 +583,7 @@ class World {
     cut(anyCable());
     settle();
     check();
-    if (mayReferencesCross() || std::any_of(processes_.begin(), processes_.end(), hasTwins)) return;
+    if (mayReferencesCross() || hadTwins_) return;
     for (auto const& [process, count] : before) {
       if (process->watch.notifications != count)
         fail("a second transfer is told in " + process->name + ": " + process->watch.last);
@@ -601,6 +597,7 @@ class World {
   std::vector<Cable> cables_;
   std::vector<Root> roots_;
   bool intrudes_ = false;       ///< processes change what they may not
+  bool hadTwins_ = false;       ///< both ends of a connection have announced one entity
   bool waitsForPeers_ = false;  ///< a relay tells its peers of its roots when it has heard theirs
   Process* reactor_ = nullptr;
   enum References { none, ofExporter, ofAll } references_ = none;
