@@ -255,6 +255,9 @@ class World {
     if (isTelling()) std::fprintf(stderr, "%s: %s\n", where.c_str(), what.c_str());
   }
 
+  /// Ids by what the announcement says of the entity.
+  using Announced = std::map<std::string, std::string>;
+
   void connect(Cable& cable) {
     tell(cable.up->name + cable.down->name, "connects");
     auto ends = MemoryLink::pair(MemoryPipe::unlimited, MemoryPipe::unlimited);
@@ -266,7 +269,7 @@ class World {
     cable.downLink = cable.down->session->linkIs(std::move(ends.second));
     std::string const names = cable.up->name + cable.down->name;
     auto const text = std::make_shared<StreamText>([](auto, std::string const&) {});
-    auto const announced = std::make_shared<std::map<std::string, bool>>();
+    auto const announced = std::make_shared<Announced>();
     for (Ptr<Link> const& link : {cable.downLink, cable.upLink}) {
       bool const isDown = link == cable.downLink;
       Demuxer& demuxer = link->demuxer();
@@ -278,12 +281,7 @@ class World {
           std::string const line =
               text->frameLine(isDown ? Direction::sent : Direction::received, frame);
           tell(names + (isDown ? " >" : " <"), line);
-          // The line begins with the name, the type and the constructor arguments.
-          if (isRoot &&
-              announced->emplace(line.substr(0, line.find(" id ")), isDown).first->second !=
-                  isDown) {
-            hadTwins_ = true;
-          }
+          if (isRoot) noteTwins(line, *announced);
         }
         bool const isAbout = frame.kind == FrameKind::message || frame.kind == FrameKind::marker ||
                              frame.kind == FrameKind::complete;
@@ -293,6 +291,17 @@ class World {
              std::to_string(frame.attributeId));
       });
     }
+  }
+  /// Two entities made of the same arguments have been announced on one connection: by both ends,
+  /// or by a process that had its own and got another one from elsewhere.
+  void noteTwins(std::string const& line, Announced& announced) {
+    for (Root const& root : roots_) {
+      if (line.starts_with(std::string("root ") + root.name + ":")) return;
+    }
+    // What the line says of the entity comes before its id.
+    std::size_t const end = line.find(" id ");
+    std::string const id = line.substr(end, line.find(' ', end + 4) - end);
+    if (announced.emplace(line.substr(0, end), id).first->second != id) hadTwins_ = true;
   }
   void throttle(MemoryPipe& pipe) {
     auto const size = [this](unsigned int bits) -> std::size_t {
@@ -597,7 +606,7 @@ class World {
   std::vector<Cable> cables_;
   std::vector<Root> roots_;
   bool intrudes_ = false;       ///< processes change what they may not
-  bool hadTwins_ = false;       ///< both ends of a connection have announced one entity
+  bool hadTwins_ = false;       ///< two entities alike have been announced on one connection
   bool waitsForPeers_ = false;  ///< a relay tells its peers of its roots when it has heard theirs
   Process* reactor_ = nullptr;
   enum References { none, ofExporter, ofAll } references_ = none;
