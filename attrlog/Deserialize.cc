@@ -186,6 +186,8 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
     return;
   }
   String8 const value(text);
+  // The record goes first: a subscriber may remove the entity, or throw, and nothing of the old
+  // text may stand before the next.
   if (flowIn) {
     moxFlowInIteratorDel<Text>(flowIn, row.id);
     if (demuxer && flowIn->openTransaction() == 0) demuxer->flowInDel(id);
