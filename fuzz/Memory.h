@@ -14,17 +14,19 @@ std::size_t __sanitizer_get_allocated_size(void const volatile*);
 
 namespace Fuzz {
 
-inline std::size_t live = 0;
-inline std::size_t most = 0;
+// The fuzzer has threads of its own, and frees what it took before the hooks stood: so the count is
+// each thread's, and may fall below zero.
+inline thread_local std::ptrdiff_t live = 0;
+inline thread_local std::ptrdiff_t most = 0;
 
 inline void hooksInstalled() {
   static int const installed = __sanitizer_install_malloc_and_free_hooks(
       [](void const volatile*, std::size_t size) {
-        live += size;
+        live += static_cast<std::ptrdiff_t>(size);
         if (live > most) most = live;
       },
       [](void const volatile* at) {
-        if (at != nullptr) live -= __sanitizer_get_allocated_size(at);
+        if (at != nullptr) live -= static_cast<std::ptrdiff_t>(__sanitizer_get_allocated_size(at));
       });
   if (installed == 0) std::abort();
 }
@@ -33,13 +35,13 @@ inline void hooksInstalled() {
 class MemoryBound {
  public:
   MemoryBound(std::size_t size, std::size_t fixed, std::size_t factor)
-      : size_(size), allowed_(fixed + factor * size) {
+      : size_(size), allowed_(static_cast<std::ptrdiff_t>(fixed + factor * size)) {
     hooksInstalled();
     before_ = most = live;
   }
   ~MemoryBound() {
     if (most - before_ <= allowed_) return;
-    std::fprintf(stderr, "%zu bytes of input held %zu bytes, %zu are allowed\n", size_,
+    std::fprintf(stderr, "%zu bytes of input held %td bytes, %td are allowed\n", size_,
                  most - before_, allowed_);
     std::abort();
   }
@@ -48,8 +50,8 @@ class MemoryBound {
 
  private:
   std::size_t size_;
-  std::size_t allowed_;
-  std::size_t before_;
+  std::ptrdiff_t allowed_;
+  std::ptrdiff_t before_;
 };
 
 }  // namespace Fuzz
