@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "Mox/NboAttrLogFlow.h"
 #include "attrlog/EntityIds.h"
 #include "attrlog/Rows.h"
 #include "registry/MoxType.h"
@@ -168,6 +169,14 @@ Ptr<FlowIn> Demuxer::flowInDel(EntityId const& id) {
   Ptr<FlowIn> flowIn = entry->value();
   flowIns_.deleteMember(entry);
   return flowIn;
+}
+
+void Demuxer::openValueDel(EntityId const& id, AttributeId attribute) {
+  Ptr<FlowIn> const open = flowIn(id);
+  if (!open) return;
+  moxFlowInIteratorDel<String8::Iterator>(open.get(), attribute);
+  moxFlowInIdxDeq<String8>(open.get());
+  if (open->openTransaction() == 0) flowInDel(id);
 }
 
 // Life.

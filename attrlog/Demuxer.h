@@ -175,6 +175,9 @@ class Demuxer : public PtrInterface {
   Ptr<FlowIn> flowIn(EntityId const& id) const;
   Ptr<FlowIn> flowInIs(EntityId const& id);
   Ptr<FlowIn> flowInDel(EntityId const& id);
+  /// The value in pieces of that entity, if one is open, is at its end. So is its FlowIn then, but
+  /// for one that a transaction still needs.
+  void openValueDel(EntityId const& id, AttributeId attribute);
   std::size_t flowInCount() const { return flowIns_.size(); }
   void unknownEnumsInc(unsigned int by) { stats_.unknownEnums += by; }
   void unknownAttrsInc() { ++stats_.unknownAttrs; }

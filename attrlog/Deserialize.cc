@@ -185,15 +185,12 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
     }
     return;
   }
-  String8 const value(text);
-  // The record goes first: a subscriber may remove the entity, or throw, and nothing of the old
-  // text may stand before the next.
-  if (flowIn) {
-    moxFlowInIteratorDel<Text>(flowIn, row.id);
-    if (demuxer && flowIn->openTransaction() == 0) demuxer->flowInDel(id);
+  {
+    OpenValueAnchor const anchor(message.adapter, row.id, flowIn != nullptr);
+    String8 const value(text);
+    applying(message);
+    set(message.adapter, value);
   }
-  applying(message);
-  set(message.adapter, value);
   // The tail of what this end was sending itself must not follow what the peer has said.
   FlowOut* const own = message.adapter.flowOut();
   if (own && own->attrId() == row.id && own->valueIter() && !own->valueIterKey()) {
@@ -244,10 +241,7 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
       return true;
     case AttrForm::pieces:
       if (!flowIn || flowIn->aid() != attribute) return false;
-      if (kind != Kind::begin) {
-        moxFlowInIteratorDel<String8::Iterator>(flowIn.get(), attribute);
-        if (flowIn->openTransaction() == 0) demuxer->flowInDel(id);
-      }
+      if (kind != Kind::begin) demuxer->openValueDel(id, attribute);
       return true;
     case AttrForm::singleton: {
       Ptr<Entity> const child = row->child(adapter);
@@ -258,10 +252,7 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
     }
     case AttrForm::valuesByString:
       if (flowIn && kind == Kind::abort) {
-        moxFlowInIteratorDel<String8::Iterator>(flowIn.get(), attribute);
-        moxFlowInIdxDeq<String8>(flowIn.get());
-        // An open transaction lives on: its end needs the record.
-        if (flowIn->openTransaction() == 0) demuxer->flowInDel(id);
+        demuxer->openValueDel(id, attribute);
         return true;
       }
       sweep(adapter, *row, kind);

@@ -135,6 +135,27 @@ void readValueKey(MessageIn& message) {
   unmark<D>(message.adapter, key);
 }
 
+/// While a text that has become whole is applied. Its record ends behind that, though a subscriber
+/// throws: nothing of this text may stand before the next.
+class OpenValueAnchor {
+ public:
+  /// `isOpen`: it came in pieces.
+  OpenValueAnchor(Sa const& adapter, AttributeId attribute, bool isOpen)
+      : demuxer_(isOpen ? adapter.connection() : nullptr),
+        id_(adapter.entityId()),
+        attribute_(attribute) {}
+  ~OpenValueAnchor() {
+    if (demuxer_) demuxer_->openValueDel(id_, attribute_);
+  }
+  OpenValueAnchor(OpenValueAnchor const&) = delete;
+  OpenValueAnchor& operator=(OpenValueAnchor const&) = delete;
+
+ private:
+  Demuxer* demuxer_;
+  EntityId id_;
+  AttributeId attribute_;
+};
+
 /// The peer has said a value that this end was sending in pieces: the tail of the old one must not
 /// follow. The next run says an abort and then what is here now.
 template <class D>
@@ -183,15 +204,13 @@ void readStringKey(MessageIn& message) {
     moxFlowInIteratorIs(made.get(), D::id, text);
     return;
   }
-  String8 const value(text);
-  if (matches) {
-    moxFlowInIteratorDel<Text>(flowIn, D::id);
-    moxFlowInIdxDeq<String8>(flowIn);
-    if (flowIn->openTransaction() == 0) demuxer.flowInDel(id);
+  {
+    OpenValueAnchor const anchor(message.adapter, D::id, matches);
+    String8 const value(text);
+    applying(message);
+    D::set(entityOf<D>(message.adapter), key, value);
+    unmark<D>(message.adapter, key);
   }
-  applying(message);
-  D::set(entityOf<D>(message.adapter), key, value);
-  unmark<D>(message.adapter, key);
   dropOwnPieces<D>(message.adapter, key);
 }
 

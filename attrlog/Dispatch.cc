@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "Mox/Exception.h"
-#include "Mox/NboAttrLogFlow.h"
 #include "attrlog/Demuxer.h"
 #include "attrlog/Deserialize.h"
 #include "attrlog/Rows.h"
@@ -262,9 +261,7 @@ void Demuxer::dropOpenValue(Sa& adapter, AttrRow const& row, MessageScan const& 
   if (auto const* key = static_cast<String8 const*>(open->idx())) {
     if (key->view() != scan.key.substr(4)) return;
   }
-  moxFlowInIteratorDel<String8::Iterator>(open.get(), row.id);
-  moxFlowInIdxDeq<String8>(open.get());
-  if (open->openTransaction() == 0) flowInDel(adapter.entityId());
+  openValueDel(adapter.entityId(), row.id);
 }
 
 void Demuxer::repeatBegin(EntityId id, AttributeId attribute) {

@@ -354,6 +354,54 @@ TEST(Refusals, TheFrameOfAMessageRefusesAndCleansUp) {
   EXPECT_EQ(treeText(pair.mirror.root()), before);
 }
 
+TEST(Refusals, ATextInPiecesEndsItsRecordBehindTheSetterWhateverASubscriberDoes) {
+  struct Watch : Arad::NotifieeConst {
+    void onDescription() override { hear(); }
+    void onDdrTuneSetting(String8) override { hear(); }
+    void onNotificationException(AttributeId) override { throw; }
+    void hear() {
+      open.push_back(demuxer->flowInCount());
+      if (removes) (*slice)->fapDel("f");
+      if (throws) throwInternalException("unheard");
+    }
+    Demuxer* demuxer = nullptr;
+    Ptr<AradSlice>* slice = nullptr;
+    bool throws = false;
+    bool removes = false;
+    std::vector<std::size_t> open;
+  };
+  for (AttributeId const attribute : {258, 523}) {
+    for (bool const throws : {false, true}) {
+      for (bool const removes : {false, true}) {
+        SCOPED_TRACE(testing::Message() << attribute << throws << removes);
+        Pair pair;
+        std::string const key = attribute == 523 ? text("k") : "";
+        EntityId const id = arad(pair);
+        Ptr<Arad> const chip = pair.copyArad();
+        Ptr<AradSlice> copy(static_cast<AradSlice*>(pair.mirror.copy().get()));
+        Ptr<Watch> const watch(new Watch);
+        watch->demuxer = &pair.mirror.in();
+        watch->slice = &copy;
+        watch->throws = throws;
+        watch->removes = removes;
+        watch->isRegisteredNotifieeIs(true);
+        watch->notifierIs(Ptr<PtrInterface const>(chip));
+        pair.tell(message(id, attribute, key + more("two ")) +
+                  message(id, attribute, key + text("pieces")) +
+                  message(id, attribute, key + text("one")));
+        using Counts = std::vector<std::size_t>;
+        EXPECT_EQ(watch->open, removes ? Counts{1} : (Counts{1, 0}));
+        EXPECT_EQ(pair.mirror.in().error(), "");
+        EXPECT_EQ(pair.mirror.in().flowInCount(), 0u);
+        EXPECT_EQ(pair.mirror.in().stats().handlerExceptions, throws ? watch->open.size() : 0u);
+        EXPECT_EQ(attribute == 523 ? chip->ddrTuneSetting("k") : chip->description(),
+                  removes ? "two pieces" : "one");
+        watch->notifierIs(nullptr);
+      }
+    }
+  }
+}
+
 TEST(Refusals, AReflectedMessageIsAnsweredAndChangesNothing) {
   Pair pair;
   Ptr<Sa> const adapter = pair.adapter(pair.arad->qsgmii(0));
