@@ -1,4 +1,4 @@
-// The base entity; its attribute log slots are defined in attrlog/Entity.cc.
+// The base entity; its attribute log slots are defined in attrlog/adapter/Entity.cc.
 #include "Mox/Entity.h"
 
 namespace Mox {

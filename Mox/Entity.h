@@ -48,7 +48,7 @@ class Entity : public PtrInterface {
   virtual void handleParent(Ptr<Entity> const& parent);
 
   // The attribute log's slots. Their bodies for a type without a log face (null) are defined in
-  // attrlog/Entity.cc, where Out and the adapter are complete.
+  // attrlog/adapter/Entity.cc, where Out and the adapter are complete.
   virtual Ptr<MoxNboAttrLogSa const> moxNboAttrLogSa(Ptr<NboAttrLog::Out const> const& out) const;
   virtual bool moxHasAttrLogInterface() const;
   virtual Ptr<MoxNboAttrLogSa> moxNboAttrLogSa(Ptr<NboAttrLog::Out const> const& out);

@@ -10,7 +10,7 @@
 #include <cstdlib>
 
 #include "Mox/Dir.h"
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "transport/MemoryLink.h"
 
 namespace {

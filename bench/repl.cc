@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "Mox/Dir.h"
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "bench/BenchModel.h"
 #include "bench/Replication.h"
 #include "transport/PollLoop.h"

@@ -6,7 +6,7 @@
 #include <iostream>
 
 #include "Mox/Dir.h"
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "transport/MemoryLink.h"
 
 using Inventory::Arad::Arad;

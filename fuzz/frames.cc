@@ -1,5 +1,5 @@
 // The reader of frames alone: any bytes are frames, the beginning of one, or refused.
-#include "attrlog/FrameParser.h"
+#include "attrlog/wire/FrameParser.h"
 #include "fuzz/Memory.h"
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const* bytes, std::size_t size) {

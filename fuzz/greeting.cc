@@ -2,7 +2,7 @@
 // more, or has ended with a reason, and the tree that it was to show is as it was.
 #include <algorithm>
 
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "fuzz/Memory.h"
 #include "tests/attrlog/HostilePeer.h"
 #include "transport/MemoryLink.h"

@@ -13,7 +13,7 @@
 #include <system_error>
 #include <utility>
 
-#include "attrlog/Wire.h"
+#include "attrlog/wire/Wire.h"
 #include "transport/SocketAddress.h"
 
 namespace Mox::NboAttrLog {

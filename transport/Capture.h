@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "attrlog/ByteLink.h"
+#include "attrlog/link/ByteLink.h"
 
 namespace MOX_API Mox {
 namespace NboAttrLog {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "transport/PollLoop.h"
 
 namespace MOX_API Mox {

@@ -8,8 +8,8 @@
 #include <string>
 #include <utility>
 
-#include "attrlog/ByteLink.h"
-#include "attrlog/ByteQueue.h"
+#include "attrlog/link/ByteLink.h"
+#include "attrlog/wire/ByteQueue.h"
 
 namespace MOX_API Mox {
 namespace NboAttrLog {

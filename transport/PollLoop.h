@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "transport/SocketLink.h"
 
 namespace MOX_API Mox {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "attrlog/ByteLink.h"
+#include "attrlog/link/ByteLink.h"
 #include "transport/Descriptor.h"
 #include "transport/SocketAddress.h"
 

@@ -14,9 +14,11 @@ ROOMS = {
     'Mox': [],
     'values': ['Mox'],
     'model': ['Mox', 'values'],
-    'registry': ['Mox', 'values', 'model', 'attrlog/In.h'],
+    'registry': ['Mox', 'values', 'model', 'attrlog/wire/In.h'],
     'generic': ['Mox', 'values', 'model', 'registry'],
-    'attrlog': ['Mox', 'values', 'model', 'registry'],
+    'attrlog/wire': ['Mox', 'values', 'model', 'registry', 'attrlog'],
+    'attrlog/adapter': ['Mox', 'values', 'model', 'registry', 'attrlog'],
+    'attrlog/link': ['Mox', 'values', 'model', 'registry', 'attrlog'],
     'transport': ['Mox', 'values', 'model', 'registry', 'attrlog'],
 }
 SYSTEM_ROOMS = {'transport'}

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "Mox/Dir.h"
-#include "attrlog/Demuxer.h"
-#include "attrlog/EntityIds.h"
+#include "attrlog/adapter/EntityIds.h"
+#include "attrlog/link/Demuxer.h"
 #include "tests/attrlog/Replica.h"
 #include "tests/attrlog/SimOps.h"
 

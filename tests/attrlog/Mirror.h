@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "attrlog/Link.h"
-#include "attrlog/Session.h"
+#include "attrlog/link/Link.h"
+#include "attrlog/link/Session.h"
 #include "model/TypeText.h"
 #include "registry/MoxType.h"
 #include "transport/MemoryLink.h"

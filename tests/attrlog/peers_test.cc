@@ -2,8 +2,8 @@
 // peers of another schema, peers that come twice.
 #include <gtest/gtest.h>
 
-#include "attrlog/Marks.h"
-#include "attrlog/StreamText.h"
+#include "attrlog/adapter/Marks.h"
+#include "attrlog/wire/StreamText.h"
 #include "tests/attrlog/Mirror.h"
 
 namespace Mox::NboAttrLog::test {

@@ -2,7 +2,7 @@
 // stream, what becomes of it, and the tree behind it.
 #include <gtest/gtest.h>
 
-#include "attrlog/Rows.h"
+#include "attrlog/adapter/Rows.h"
 #include "tests/attrlog/Mirror.h"
 
 namespace Mox::NboAttrLog::test {

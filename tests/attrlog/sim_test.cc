@@ -15,8 +15,8 @@
 #include <optional>
 
 #include "Mox/PtrTrack.h"
-#include "attrlog/Session.h"
-#include "attrlog/StreamText.h"
+#include "attrlog/link/Session.h"
+#include "attrlog/wire/StreamText.h"
 #include "tests/attrlog/Replica.h"
 #include "tests/attrlog/SimOps.h"
 #include "transport/MemoryLink.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "attrlog/StreamText.h"
+#include "attrlog/wire/StreamText.h"
 #include "tests/attrlog/Mirror.h"
 
 namespace Mox::NboAttrLog::test {

@@ -5,7 +5,7 @@
 #include <functional>
 #include <set>
 
-#include "attrlog/StreamText.h"
+#include "attrlog/wire/StreamText.h"
 #include "tests/attrlog/Mirror.h"
 
 namespace Mox::NboAttrLog::test {

@@ -11,7 +11,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "attrlog/EntityIds.h"
+#include "attrlog/adapter/EntityIds.h"
 #include "tests/attrlog/Mirror.h"
 #include "tests/attrlog/SimOps.h"
 #include "transport/Capture.h"

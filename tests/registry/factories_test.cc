@@ -7,7 +7,7 @@
 
 #include "../attrlog/Mirror.h"
 #include "InvArad.h"
-#include "attrlog/Demuxer.h"
+#include "attrlog/link/Demuxer.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 // Links and sessions over pipes in memory: deadlines, ends, refusals, re-entrancy, slow peers,
 // cuts.
-#include "attrlog/Link.h"
+#include "attrlog/link/Link.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "attrlog/Rows.h"
-#include "attrlog/Session.h"
+#include "attrlog/adapter/Rows.h"
+#include "attrlog/link/Session.h"
 #include "tests/attrlog/Mirror.h"
 #include "transport/MemoryLink.h"
 

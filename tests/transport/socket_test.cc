@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "tests/attrlog/Mirror.h"
 #include "transport/PollLoop.h"
 #include "transport/SocketLink.h"

@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "attrlog/WireValue.h"
+#include "attrlog/wire/WireValue.h"
 #include "tests/values/thrown.h"
 
 namespace {

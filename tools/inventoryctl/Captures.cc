@@ -10,9 +10,9 @@
 #include <memory>
 #include <optional>
 
-#include "attrlog/Link.h"
-#include "attrlog/Session.h"
-#include "attrlog/StreamText.h"
+#include "attrlog/link/Link.h"
+#include "attrlog/link/Session.h"
+#include "attrlog/wire/StreamText.h"
 #include "tools/inventoryctl/Failure.h"
 #include "transport/Capture.h"
 #include "transport/MemoryLink.h"

@@ -23,8 +23,8 @@ struct DecodeOptions {
 ///     CONNECTION SECONDS < LINE      it has received it
 ///     CONNECTION SECONDS   opened: PEER, closed
 ///
-/// of which the bytes of a single direction have only LINE. `attrlog/StreamText.h` tells what lines
-/// there are. Throws Failure, behind what could be read.
+/// of which the bytes of a single direction have only LINE. `attrlog/wire/StreamText.h` tells what
+/// lines there are. Throws Failure, behind what could be read.
 void decode(std::string const& path, DecodeOptions const& options, std::ostream& to);
 
 /// Applies what one end of a recorded connection has said to `roots`, as a mirror would have. The

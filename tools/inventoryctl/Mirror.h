@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Mox/Dir.h"
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "tools/inventoryctl/Failure.h"
 #include "transport/Dialer.h"
 #include "transport/PollLoop.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "Mox/Entity.h"
-#include "attrlog/Session.h"
+#include "attrlog/link/Session.h"
 #include "tools/common/Endpoint.h"
 #include "tools/inventoryd/StatusSocket.h"
 #include "transport/Capture.h"

@@ -1,0 +1,153 @@
+// What the stream adapters of all entity types have in common beyond their base: the notifiee
+// through which each hears its entity, and the operations on the entity that find and make
+// adapters. Generated adapters derive from these templates.
+#pragma once
+
+#include "Mox/Exception.h"
+#include "Mox/NotifieeList.h"
+#include "Mox/Ptr.h"
+#include "attrlog/adapter/Serialize.h"
+#include "attrlog/adapter/StreamAdapter.h"
+#include "attrlog/link/Demuxer.h"
+
+namespace MOX_API Mox {
+namespace NboAttrLog {
+
+/// The notifiee of an adapter: forwards what the entity of type X tells. Owned by the adapter; the
+/// pointer back counts nothing and is cleared before the adapter goes.
+template <class X>
+class AdapterNotifiee : public X::Notifiee {
+ public:
+  Ptr<PtrInterface::NotifieeConst> moxReactor() const override {
+    return Ptr<PtrInterface::NotifieeConst>(reactor_);
+  }
+  PtrInterface::NotifieeConst* moxRawReactor() const override { return reactor_; }
+  Ptr<Sa> moxReactorAdapter() const { return Ptr<Sa>(reactor_); }
+  void moxReactorAdapterIs(Ptr<Sa> const& reactor) { reactor_ = reactor.get(); }
+
+  void hasNotificationActiveIs(bool active) override {
+    if (active == this->hasNotificationActive()) return;
+    X::Notifiee::hasNotificationActiveIs(active);
+    if (reactor_ && !this->moxMarkedForDeletion()) reactor_->hasNotificationActiveIs(active);
+  }
+  void onNotificationException(AttributeId attribute) override {
+    if (reactor_) reactor_->onNotificationException(attribute);
+  }
+  void onZeroReferences() override {
+    // The adapter may retire in there, and this object with it.
+    Ptr<AdapterNotifiee> const hold(this);
+    if (reactor_) reactor_->onZeroReferences();
+    hasNotificationActiveIs(false);
+  }
+  virtual void moxDoZombieReactors(bool zombie) {
+    if (zombie == this->moxMarkedForDeletion()) return;
+    if (this->moxNotifier()) hasNotificationActiveIs(!zombie);
+    this->moxMarkedForDeletionIs(zombie);
+  }
+
+ protected:
+  explicit AdapterNotifiee(Sa* reactor)
+      : X::Notifiee(PtrInterface::NotifieeConst::Mox_BitSet(writingOn)), reactor_(reactor) {}
+
+  template <class Adapter>
+  Adapter* reactorAs() const {
+    return static_cast<Adapter*>(reactor_);
+  }
+
+ private:
+  Sa* reactor_;
+};
+
+/// The part of an adapter of type X that holds its notifiee. `Base`: the adapter of X's base type.
+template <class X, class Base>
+class AdapterOf : public Base {
+ public:
+  ~AdapterOf() override {
+    this->isWeakReferenceIs(false);
+    if (!adapter_) return;
+    adapter_->isRegisteredNotifieeIs(false);
+    adapter_->notifierIs(Ptr<PtrInterface const>());
+    adapter_->moxReactorAdapterIs(Ptr<Sa>());
+    adapter_ = nullptr;
+  }
+
+  void hasNotificationActiveIs(bool active) override {
+    if (active == this->hasNotificationActive()) return;
+    Base::hasNotificationActiveIs(active);
+    if (adapter_) adapter_->hasNotificationActiveIs(active);
+  }
+  void notifierIs(Ptr<PtrInterface const> const& notifier) override {
+    if (adapter_) adapter_->notifierIs(notifier);
+    this->ownNotifierIs(notifier);
+  }
+  void moxDoZombieReactors(bool zombie) override {
+    if (zombie == this->moxMarkedForDeletion()) return;
+    if (adapter_) adapter_->moxDoZombieReactors(zombie);
+    this->moxMarkedForDeletionIs(zombie);
+  }
+  Ptr<X> notifier() const { return Ptr<X>(static_cast<X*>(this->rawEntity())); }
+
+ protected:
+  AdapterOf(PtrInterface::NotifieeConst::Mox_BitSet flags, Ptr<X> const& entity,
+            unsigned int version, Ptr<Out> const& out, PtrInterface* channel, TypeRows const& rows)
+      : Base(flags, version, out, channel, rows),
+        adapter_(new typename X::MoxNboAttrLogSaAdapter_(this)) {
+    adapter_->isRegisteredNotifieeIs(true);
+    adapter_->notifierIs(Ptr<PtrInterface const>(entity));
+    adapter_->isWeakReferenceIs(true);
+    this->isWeakReferenceIs(true);
+    this->ownNotifierIs(Ptr<PtrInterface const>(entity));
+  }
+
+ private:
+  Ptr<typename X::MoxNboAttrLogSaAdapter_> adapter_;
+};
+
+// Bodies of the entity's operations.
+
+template <class X>
+Ptr<Sa> adapterOf(X const& entity, Ptr<Out const> const& out) {
+  return Ptr<Sa>(findAdapter(entity.notifieeList(), out));
+}
+
+/// The first other adapter with a unified id on the channel of `adapter`, or on any when it has
+/// none.
+template <class X>
+Ptr<Sa> adapterForChannel(X const& entity, Ptr<Sa> const& adapter) {
+  for (auto* notifiee = entity.notifieeList().head(); notifiee; notifiee = notifiee->next) {
+    PtrInterface::NotifieeConst* reactor = notifiee->moxRawReactor();
+    if (!reactor || !reactor->isStreamAdapter() || reactor == adapter.get()) continue;
+    auto* found = static_cast<Sa*>(reactor);
+    if (!found->hasUnifiedEntityId() || !found->streamDemuxer()) continue;
+    if (!adapter->channel() || found->channel() == adapter->channel()) return Ptr<Sa>(found);
+  }
+  return {};
+}
+
+template <class X>
+Ptr<Sa> adapterDel(X& entity, Ptr<Out const> const& out) {
+  Demuxer* const demuxer = out ? demuxFor(out->reverseLog()) : nullptr;
+  if (!demuxer) return {};
+  Ptr<Sa> adapter = adapterOf(entity, out);
+  if (adapter) demuxer->reactorDel(adapter->entityId());
+  return adapter;
+}
+
+template <class X>
+Ptr<Sa> adapterIs(X& entity, PtrInterface::NotifieeConst::Mox_BitSet flags, unsigned int version,
+                  Ptr<Out> const& out, PtrInterface* channel) {
+  if (!out) throwRangeException(messages::nullValidPtr);
+  if (Ptr<Sa> present = adapterOf(entity, Ptr<Out const>(out))) {
+    if (dynamic_cast<typename X::MoxNboAttrLogSa*>(present.get())) {
+      if (present->notificationFlags() != flags) present->notificationFlagsIs(flags);
+      return present;
+    }
+    entity.moxNboAttrLogSaDel(Ptr<Out const>(out));
+  }
+  Ptr<Sa> made(new typename X::MoxNboAttrLogSa(flags, Ptr<X>(&entity), version, out, channel));
+  made->hasNotificationActiveIs(true);
+  return made;
+}
+
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -1,0 +1,101 @@
+// One connection at work: moves bytes between a byte pipe and a demuxer's two buffers, keeps the
+// greeting's deadline, and ends the connection. Sessions make links; poll loops call `service`.
+// A link belongs to the one thread of its entities.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Mox/Ptr.h"
+#include "Mox/PtrInterface.h"
+#include "attrlog/link/ByteLink.h"
+#include "attrlog/link/Demuxer.h"
+
+namespace MOX_API Mox {
+namespace NboAttrLog {
+
+class Session;
+
+/// "10 s", or "500 ms" where that says it exactly.
+std::string durationText(std::uint64_t ms);
+
+class Link : public PtrInterface {
+ public:
+  enum class State : std::uint8_t { greeting, running, closed };
+
+  /// Why a link ended.
+  enum class End : std::uint8_t {
+    none,        ///< it hasn't
+    here,        ///< `closeIs`
+    peer,        ///< the peer closed it
+    failed,      ///< the pipe or this process failed
+    refused,     ///< one end refused what the other sent: `demuxer().errorCode()`
+    noGreeting,  ///< the peer said nothing in time
+  };
+
+  /// Bytes that one `service` reads.
+  static constexpr std::size_t readBudget = 262144;
+
+  /// `session` may be null: a link by itself, for tests.
+  Link(Session* session, std::unique_ptr<ByteLink> bytes, LinkOptions const& options);
+  ~Link() override;
+
+  /// One turn: reads, applies, sends what is owed, keeps the deadline, ends the connection if it
+  /// must end. `nowMs` is of any steady clock. Returns at once when called while another `service`
+  /// of this thread is on the stack. Throws nothing.
+  void service(std::uint64_t nowMs);
+
+  /// Gives the pipe what is in the buffer, without a turn. Does nothing inside of `service`.
+  void send();
+
+  /// Ends the connection in the next `service`, after a try to send what is in the buffer.
+  void closeIs(std::string const& reason);
+
+  State state() const { return state_; }
+  End end() const { return end_; }
+  /// Why the link ended or is about to; empty while all is well.
+  std::string const& error() const { return error_; }
+  LinkStats stats() const;
+
+  bool wantsRead() const { return state_ != State::closed && end_ == End::none; }
+  /// True when there are bytes for the pipe, or when something could be written into the buffer.
+  bool wantsWrite() const;
+  /// When `service` must be called though nothing moves; 0: at once. Empty: never.
+  std::optional<std::uint64_t> dueMs() const;
+
+  Demuxer& demuxer() { return **demuxer_; }
+  Demuxer const& demuxer() const { return **demuxer_; }
+  ByteLink& bytes() { return *bytes_; }
+  ByteLink const& bytes() const { return *bytes_; }
+  /// As the peer greeted; empty before.
+  std::string const& peerName() const { return demuxer_->peerName(); }
+
+ private:
+  friend class Session;
+
+  void turn(std::uint64_t nowMs);
+  void receive();
+  void dispatch();
+  void flush();
+  void endIs(End end, std::string const& reason);
+  void tearDown();
+
+  Session* session_;
+  std::unique_ptr<ByteLink> bytes_;
+  Ptr<Demuxer> demuxer_;
+  State state_ = State::greeting;
+  End end_ = End::none;
+  bool isWriteBroken_ = false;
+  std::string error_;
+  std::optional<std::uint64_t> greetingDueMs_;
+  /// Peers that have greeted over newer links of the session.
+  std::vector<std::string> replacedFor_;
+  std::uint64_t bytesReceived_ = 0;
+  std::uint64_t bytesSent_ = 0;
+};
+
+}  // namespace NboAttrLog
+}  // namespace Mox

@@ -1,0 +1,107 @@
+// The links of a session: what each gets at first, and who leaves.
+#include "attrlog/link/Session.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Mox::NboAttrLog {
+
+Session::Session(std::string name, LinkOptions options) : options_(std::move(options)) {
+  options_.name = std::move(name);
+}
+
+Session::~Session() {
+  for (Ptr<Link> const& link : links_) link->session_ = nullptr;
+}
+
+void Session::exportIs(Ptr<Entity> const& root) {
+  if (std::find(roots_.begin(), roots_.end(), root) != roots_.end()) return;
+  roots_.push_back(root);
+  for (Ptr<Link> const& link : links_) link->demuxer().exportIs(root);
+}
+
+void Session::exportDel(Ptr<Entity> const& root) {
+  auto const at = std::find(roots_.begin(), roots_.end(), root);
+  if (at == roots_.end()) return;
+  Ptr<Entity> const hold(*at);
+  roots_.erase(at);
+  for (Ptr<Link> const& link : links_) {
+    if (link->state() != Link::State::closed) link->demuxer().exportDel(hold);
+  }
+}
+
+void Session::exportsDone() {
+  if (std::exchange(isExportDone_, true)) return;
+  for (Ptr<Link> const& link : links_) link->demuxer().exportsDone();
+}
+
+Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes, LinkOptions const& options) {
+  LinkOptions named = options;
+  named.name = options_.name;
+  Ptr<Link> link(new Link(this, std::move(bytes), named));
+  Demuxer& demuxer = link->demuxer();
+  demuxer.importDirIs(importDir_);
+  demuxer.importsIs(imports_);
+  for (Ptr<Entity> const& root : roots_) demuxer.exportIs(root);
+  if (isExportDone_) demuxer.exportsDone();
+  links_.push_back(link);
+  return link;
+}
+
+void Session::service(std::uint64_t nowMs) {
+  std::vector<Ptr<Link>> const links = links_;
+  for (Ptr<Link> const& link : links) link->service(nowMs);
+}
+
+void Session::closeIs(std::string const& reason) {
+  for (Ptr<Link> const& link : links_) link->closeIs(reason);
+}
+
+void Session::handleGreeted(Link& link) {
+  if (!link.peerName().empty() && isReplaced(link)) return;
+  report(link, "connected");
+  if (onGreeted_) onGreeted_(link);
+}
+
+/// Of the links of one peer the newest is kept. They stand in the order in which they were made;
+/// greetings may come in another, and an old link's own when the newer one has ended already.
+bool Session::isReplaced(Link& link) {
+  // At once: an older link may stand in the way of the roots that come next.
+  auto const replace = [](Link& older) {
+    older.closeIs("replaced by a newer connection of the same peer");
+    older.tearDown();
+  };
+  std::string const& peer = link.peerName();
+  if (std::find(link.replacedFor_.begin(), link.replacedFor_.end(), peer) !=
+      link.replacedFor_.end()) {
+    replace(link);
+    return true;
+  }
+  std::vector<Ptr<Link>> const links = links_;
+  for (Ptr<Link> const& older : links) {
+    if (older.get() == &link) break;
+    if (older->state() == Link::State::greeting) {
+      older->replacedFor_.push_back(peer);
+    } else if (older->state() == Link::State::running && older->peerName() == peer) {
+      replace(**older);
+    }
+  }
+  return false;
+}
+
+void Session::handleClosed(Link& link) {
+  auto const at = std::find_if(links_.begin(), links_.end(),
+                               [&link](Ptr<Link> const& held) { return held.get() == &link; });
+  Ptr<Link> const hold(&link);
+  if (at != links_.end()) links_.erase(at);
+  report(link, link.error());
+  if (onClosed_) onClosed_(link, link.error());
+}
+
+void Session::report(Link const& link, std::string const& text) const {
+  if (onReport_) {
+    onReport_((link.peerName().empty() ? "unknown peer" : link.peerName()) + ": " + text);
+  }
+}
+
+}  // namespace Mox::NboAttrLog
