@@ -103,6 +103,7 @@ class CaptureWriter::Link : public ByteLink {
     }
   }
   std::string error() const override { return link_->error(); }
+  Origin origin() const override { return link_->origin(); }
   int fd() const override { return link_->fd(); }
 
  private:

@@ -39,6 +39,9 @@ class MemoryLink : public ByteLink {
   ByteResult write(void const* from, std::size_t size) override;
   void close() override;
   std::string error() const override { return error_; }
+  Origin origin() const override { return origin_; }
+  /// Before the end becomes a link's.
+  void originIs(Origin const& origin) { origin_ = origin; }
 
   /// The way that this end reads from, and the one that it writes to. They outlive both ends.
   std::shared_ptr<MemoryPipe> const& in() const { return in_; }
@@ -50,6 +53,7 @@ class MemoryLink : public ByteLink {
   std::shared_ptr<MemoryPipe> in_;
   std::shared_ptr<MemoryPipe> out_;
   bool isClosed_ = false;
+  Origin origin_;
   std::string error_;
 };
 

@@ -96,6 +96,36 @@ int connectSocket(int fd, sockaddr const* to, socklen_t size, Deadline const& de
   }
 }
 
+/// Host and port of the other end of a TCP socket, as numbers; empty hosts mean that it is gone, or
+/// no such socket.
+SocketAddress peerAddress(int fd) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  char host[NI_MAXHOST] = "";
+  char port[NI_MAXSERV] = "";
+  if (::getpeername(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+      address.ss_family != AF_UNIX &&
+      ::getnameinfo(reinterpret_cast<sockaddr const*>(&address), size, host, sizeof host, port,
+                    sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+    *host = '\0';
+  }
+  return {{}, host, port};
+}
+
+/// Of the process at the other end of a Unix socket.
+std::optional<ucred> peerCredentials(int fd) {
+  sockaddr_storage address{};
+  socklen_t addressSize = sizeof address;
+  ucred user{};
+  socklen_t size = sizeof user;
+  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &addressSize) != 0 ||
+      address.ss_family != AF_UNIX ||
+      ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &user, &size) != 0) {
+    return std::nullopt;
+  }
+  return user;
+}
+
 }  // namespace
 
 void Descriptor::close() {
@@ -103,8 +133,14 @@ void Descriptor::close() {
   if (fd >= 0) ::close(fd);
 }
 
-SocketLink::SocketLink(Descriptor socket) : socket_(std::move(socket)) {
+SocketLink::SocketLink(Descriptor socket, std::string place) : socket_(std::move(socket)) {
   int const fd = socket_.get();
+  origin_.place = std::move(place);
+  if (std::optional<unsigned int> const user = peerUser()) {
+    origin_.credentials = "user " + std::to_string(*user);
+  } else if (std::string const host = peerAddress(fd).host; !host.empty()) {
+    origin_.credentials = "host " + host;
+  }
   ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
   ::fcntl(fd, F_SETFD, FD_CLOEXEC);
   // Refused on Unix sockets, which have no such delay and tell at once when the peer is gone.
@@ -134,24 +170,17 @@ std::unique_ptr<SocketLink> SocketLink::connect(SocketAddress const& address, in
   refuse(address, systemText(cause));
 }
 
+std::optional<unsigned int> SocketLink::peerUser() const {
+  std::optional<ucred> const user = peerCredentials(fd());
+  return user ? std::optional<unsigned int>(user->uid) : std::nullopt;
+}
+
 std::string SocketLink::peerText() const {
-  ucred user{};
-  socklen_t size = sizeof user;
-  sockaddr_storage address{};
-  socklen_t addressSize = sizeof address;
-  if (::getpeername(fd(), reinterpret_cast<sockaddr*>(&address), &addressSize) != 0) return "gone";
-  if (address.ss_family == AF_UNIX &&
-      ::getsockopt(fd(), SOL_SOCKET, SO_PEERCRED, &user, &size) == 0) {
-    return "process " + std::to_string(user.pid) + ", user " + std::to_string(user.uid);
+  if (std::optional<ucred> const user = peerCredentials(fd())) {
+    return "process " + std::to_string(user->pid) + ", user " + std::to_string(user->uid);
   }
-  char host[NI_MAXHOST] = "";
-  char port[NI_MAXSERV] = "";
-  if (::getnameinfo(reinterpret_cast<sockaddr const*>(&address), addressSize, host, sizeof host,
-                    port, sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
-    return "unknown";
-  }
-  SocketAddress const shown{{}, host, port};
-  return shown.text();
+  SocketAddress const peer = peerAddress(fd());
+  return peer.host.empty() ? "unknown" : peer.text();
 }
 
 ByteResult SocketLink::fail(int number) {
@@ -252,7 +281,7 @@ void Listener::listenTcp() {
 std::unique_ptr<SocketLink> Listener::accept() {
   for (;;) {
     Descriptor socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (socket) return std::make_unique<SocketLink>(std::move(socket));
+    if (socket) return std::make_unique<SocketLink>(std::move(socket), address_.text());
     switch (errno) {
       case EAGAIN:
         return nullptr;

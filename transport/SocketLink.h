@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "attrlog/link/ByteLink.h"
@@ -16,7 +17,8 @@ class SocketLink : public ByteLink {
  public:
   /// Takes a connected stream socket, which becomes non-blocking and is closed on exec; over TCP
   /// without delay and with keepalive.
-  explicit SocketLink(Descriptor socket);
+  /// `place`: address of the listener that accepted it.
+  explicit SocketLink(Descriptor socket, std::string place = {});
 
   /// Waits up to `timeoutMs` for the connection. Throws TransportError "ADDRESS: cause".
   static std::unique_ptr<SocketLink> connect(SocketAddress const& address, int timeoutMs);
@@ -25,7 +27,11 @@ class SocketLink : public ByteLink {
   ByteResult write(void const* from, std::size_t size) override;
   void close() override { socket_.close(); }
   std::string error() const override { return error_; }
+  Origin origin() const override { return origin_; }
   int fd() const override { return socket_.get(); }
+  /// User id of the process at the other end of a Unix socket; of the one that listens, if this end
+  /// has connected. Empty: not known.
+  std::optional<unsigned int> peerUser() const;
   /// Who is at the other end: "HOST:PORT", or "process N, user N" of a Unix socket.
   std::string peerText() const;
 
@@ -33,6 +39,7 @@ class SocketLink : public ByteLink {
   ByteResult fail(int number);
 
   Descriptor socket_;
+  Origin origin_;
   std::string error_;
 };
 

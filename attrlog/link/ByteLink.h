@@ -22,6 +22,15 @@ struct ByteResult {
   State state = State::open;
 };
 
+/// Where a connection comes from, as the system knows it: the peer has no part in it. Two
+/// connections of one peer have equal origins.
+struct Origin {
+  std::string place;  ///< address of the listener that accepted it; empty: connected from here
+  std::string credentials;  ///< "user 1000" of a Unix socket, "host 10.0.0.1" of TCP; may be empty
+
+  bool operator==(Origin const&) const = default;
+};
+
 class ByteLink {
  public:
   virtual ~ByteLink() = default;
@@ -33,6 +42,8 @@ class ByteLink {
   virtual void close() = 0;
   /// Why the pipe failed, without a full stop; empty while it hasn't.
   virtual std::string error() const = 0;
+  /// The same for as long as the pipe lives.
+  virtual Origin origin() const { return {}; }
   /// What poll() takes; -1 when there is no such thing or the pipe is closed.
   virtual int fd() const { return -1; }
 };

@@ -31,7 +31,10 @@ std::string durationText(std::uint64_t ms) {
 }
 
 Link::Link(Session* session, std::unique_ptr<ByteLink> bytes, LinkOptions const& options)
-    : session_(session), bytes_(std::move(bytes)), demuxer_(new Demuxer(options)) {
+    : session_(session),
+      bytes_(std::move(bytes)),
+      origin_(bytes_->origin()),
+      demuxer_(new Demuxer(options)) {
   demuxer_->greetedObserverIs([this] {
     state_ = State::running;
     if (session_) session_->handleGreeted(*this);

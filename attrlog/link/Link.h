@@ -72,9 +72,16 @@ class Link : public PtrInterface {
   ByteLink const& bytes() const { return *bytes_; }
   /// As the peer greeted; empty before.
   std::string const& peerName() const { return demuxer_->peerName(); }
+  /// Holds when the pipe has been closed, too.
+  Origin const& origin() const { return origin_; }
 
  private:
   friend class Session;
+
+  struct Newer {
+    std::string peerName;
+    bool mayWrite;
+  };
 
   void turn(std::uint64_t nowMs);
   void receive();
@@ -85,14 +92,15 @@ class Link : public PtrInterface {
 
   Session* session_;
   std::unique_ptr<ByteLink> bytes_;
+  Origin origin_;
   Ptr<Demuxer> demuxer_;
   State state_ = State::greeting;
   End end_ = End::none;
   bool isWriteBroken_ = false;
   std::string error_;
   std::optional<std::uint64_t> greetingDueMs_;
-  /// Peers that have greeted over newer links of the session.
-  std::vector<std::string> replacedFor_;
+  /// Peers of the same origin that have greeted over newer links of the session.
+  std::vector<Newer> newer_;
   std::uint64_t bytesReceived_ = 0;
   std::uint64_t bytesSent_ = 0;
 };

@@ -63,26 +63,37 @@ void Session::handleGreeted(Link& link) {
   if (onGreeted_) onGreeted_(link);
 }
 
-/// Of the links of one peer the newest is kept. They stand in the order in which they were made;
-/// greetings may come in another, and an old link's own when the newer one has ended already.
+/// Anybody can give a writer's name: who may only read must not end the writer's connection.
+bool Session::replaces(bool newerMayWrite, Link const& older) {
+  return newerMayWrite || !older.demuxer().mayPeerWrite();
+}
+
+/// Of the links of one peer the newest is kept. `links_` has them in the order in which they were
+/// made; greetings may come in another, and an old link's own when the newer one has ended already.
 bool Session::isReplaced(Link& link) {
-  // At once: an older link may stand in the way of the roots that come next.
+  // A peer that greets over and over costs an older link no more than this.
+  constexpr std::size_t mostNewer = 16;
+  // At once: the roots that come next may be those of the older link.
   auto const replace = [](Link& older) {
     older.closeIs("replaced by a newer connection of the same peer");
     older.tearDown();
   };
   std::string const& peer = link.peerName();
-  if (std::find(link.replacedFor_.begin(), link.replacedFor_.end(), peer) !=
-      link.replacedFor_.end()) {
+  for (Link::Newer const& newer : link.newer_) {
+    if (newer.peerName != peer || !replaces(newer.mayWrite, link)) continue;
     replace(link);
     return true;
   }
+  bool const mayWrite = link.demuxer().mayPeerWrite();
   std::vector<Ptr<Link>> const links = links_;
   for (Ptr<Link> const& older : links) {
     if (older.get() == &link) break;
+    if (older->origin() != link.origin()) continue;
     if (older->state() == Link::State::greeting) {
-      older->replacedFor_.push_back(peer);
-    } else if (older->state() == Link::State::running && older->peerName() == peer) {
+      if (older->newer_.size() == mostNewer) older->newer_.erase(older->newer_.begin());
+      older->newer_.push_back({peer, mayWrite});
+    } else if (older->state() == Link::State::running && older->peerName() == peer &&
+               replaces(mayWrite, **older)) {
       replace(**older);
     }
   }

@@ -24,10 +24,11 @@ class Session {
   using OnGreeted = std::function<void(Link& link)>;
   using OnReport = std::function<void(std::string const& line)>;
 
-  /// `name` is told to peers and should differ between the processes that one peer serves: a new
-  /// connection of a name ends the older ones, so that a peer which lost its connection and came
-  /// back isn't held up by what is left of them; one that greets later still is ended then. An
-  /// empty name ends nothing.
+  /// `name` is sent to peers and should differ between the processes that one peer serves: a new
+  /// connection with a name ends the older ones with that name and the same origin, so that a peer
+  /// which lost its connection and came back isn't held up by what is left of them; one that greets
+  /// later still is ended then. A connection over which the peer may not write never ends one over
+  /// which it may. An empty name ends nothing.
   explicit Session(std::string name, LinkOptions options = {});
   /// Ends the links without a callback.
   ~Session();
@@ -65,6 +66,7 @@ class Session {
 
   void handleGreeted(Link& link);
   bool isReplaced(Link& link);
+  static bool replaces(bool newerMayWrite, Link const& older);
   void handleClosed(Link& link);
   void report(Link const& link, std::string const& text) const;
 

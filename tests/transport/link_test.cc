@@ -366,29 +366,39 @@ TEST(Session, ServesSeveralPeersAndOutlivesEach) {
                      }));
 }
 
-TEST(Session, AnOldConnectionThatGreetsLateStaysReplacedThoughTheNewerOneHasEnded) {
-  struct Row {
-    char const* lateName;
-    char const* error;
-  };
-  for (Row const& row :
-       {Row{"one", "replaced by a newer connection of the same peer"}, Row{"two", ""}}) {
-    Session session("server");
+/// Over whatever a connection and a later one may have in common: which of them ends the other.
+TEST(Session, OnlyANewerConnectionOfTheSamePeerOriginAndRightsEndsAnOlder) {
+  for (unsigned int bits = 0; bits < 32; ++bits) {
+    bool const isSameName = bits & 1, isSameOrigin = bits & 2, olderWrites = bits & 4;
+    bool const newerWrites = bits & 8, olderGreetsLate = bits & 16;
+    SCOPED_TRACE(bits);
+    LinkOptions options;
+    options.grantsWrite = true;
+    Session session("server", options);
     auto older = MemoryLink::pair();
     auto newer = MemoryLink::pair();
-    Ptr<Link> const slow = session.linkIs(std::move(older.first));
-    Ptr<Link> const quick = session.linkIs(std::move(newer.first));
-    auto const greet = [&](MemoryLink& end, std::string const& name) {
-      std::string const hello = greeting(name);
-      EXPECT_EQ(end.write(hello.data(), hello.size()).count, hello.size());
+    older.first->originIs({"place", "user 1"});
+    newer.first->originIs({"place", isSameOrigin ? "user 1" : "user 2"});
+    Ptr<Link> const old = session.linkIs(std::move(older.first));
+    Ptr<Link> const young = session.linkIs(std::move(newer.first));
+    auto const greet = [&](MemoryLink& end, std::string const& name, bool writes) {
+      Greeting hello;
+      hello.peerName = name;
+      if (writes) hello.bits |= Greeting::wantsWrite;
+      std::string const bytes = hello.bytes();
+      EXPECT_EQ(end.write(bytes.data(), bytes.size()).count, bytes.size());
       session.service(1);
     };
-    greet(*newer.second, "one");
-    newer.second->close();
-    session.service(1);
-    EXPECT_EQ(quick->error(), "closed by the peer");
-    greet(*older.second, row.lateName);
-    EXPECT_EQ(slow->error(), row.error);
+    if (!olderGreetsLate) greet(*older.second, "one", olderWrites);
+    greet(*newer.second, isSameName ? "one" : "two", newerWrites);
+    if (olderGreetsLate) {
+      newer.second->close();
+      session.service(1);
+      greet(*older.second, "one", olderWrites);
+    }
+    bool const isEnded = isSameName && isSameOrigin && (newerWrites || !olderWrites);
+    EXPECT_EQ(old->error(), isEnded ? "replaced by a newer connection of the same peer" : "");
+    EXPECT_EQ(young->error(), olderGreetsLate ? "closed by the peer" : "");
   }
 }
 
