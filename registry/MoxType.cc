@@ -6,7 +6,7 @@ namespace Mox {
 namespace {
 
 /// The types of the process by qualified name; immortal, for they are asked until the end.
-std::map<Name, MoxType const*>& typeNodes() {
+std::map<Name, MoxType const*>& nodesByName() {
   static auto* const nodes = new std::map<Name, MoxType const*>;
   return *nodes;
 }
@@ -199,13 +199,19 @@ MoxAttr const* MoxType::attr(AttributeId id) const {
 Name MoxType::qualifiedName() const { return qualifiedName_.empty() ? name() : qualifiedName_; }
 
 void MoxType::typeNodeIs(MoxType const* type, Name const& qualifiedName) {
-  typeNodes()[qualifiedName] = type;
+  nodesByName()[qualifiedName] = type;
   type->qualifiedName_ = qualifiedName;
 }
 
 MoxType const* MoxType::typeNode(Name const& qualifiedName) {
-  auto const node = typeNodes().find(qualifiedName);
-  return node == typeNodes().end() ? nullptr : node->second;
+  auto const node = nodesByName().find(qualifiedName);
+  return node == nodesByName().end() ? nullptr : node->second;
+}
+
+std::vector<MoxType const*> MoxType::typeNodes() {
+  std::vector<MoxType const*> types;
+  for (auto const& [name, type] : nodesByName()) types.push_back(type);
+  return types;
 }
 
 }  // namespace Mox

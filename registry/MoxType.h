@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "Mox/Entity.h"
 #include "Mox/HashMap.h"
@@ -186,6 +187,8 @@ class MoxType : public Entity {
   static void typeNodeIs(MoxType const* type, Name const& qualifiedName);
   /// The type of that name; null for none.
   static MoxType const* typeNode(Name const& qualifiedName);
+  /// Every type that a qualified name is recorded for, in the order of the names.
+  static std::vector<MoxType const*> typeNodes();
 
   MoxType const* fwkType() const override;
   static MoxType* _fwkType();

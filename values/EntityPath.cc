@@ -62,4 +62,12 @@ Ptr<Entity> EntityPath::entity(String8 const& path) {
   return {};
 }
 
+std::vector<Ptr<Entity>> EntityPath::roots() {
+  std::vector<Ptr<Entity>> roots;
+  for (EntityRoot* root = firstRoot; root; root = root->next_) {
+    if (root->root_) roots.push_back(root->root_);
+  }
+  return roots;
+}
+
 }  // namespace Mox

@@ -2,6 +2,8 @@
 // the steps from an entity to its children. `sequenceToValueOfPtr` asks here. One thread.
 #pragma once
 
+#include <vector>
+
 #include "Mox/Entity.h"
 #include "Mox/Ptr.h"
 #include "Mox/String8.h"
@@ -35,6 +37,9 @@ class EntityPath {
 
   /// The entity with this path, null if there is none. A key may hold `/` and `]`.
   static Ptr<Entity> entity(String8 const& path);
+
+  /// The roots that paths begin at, in the order in which they were announced.
+  static std::vector<Ptr<Entity>> roots();
 };
 
 }  // namespace Mox

@@ -350,6 +350,12 @@ TEST(Initialisation, TwoModulesDontDisturbEachOther) {
                 "  0x105 note : String8 [String8] value collection",
             }));
   EXPECT_EQ(Mox::Entity::_fwkType()->attr(0x102), nullptr);
+  std::set<MoxType const*> known;
+  for (MoxType const* type : MoxType::typeNodes()) {
+    EXPECT_EQ(MoxType::typeNode(type->qualifiedName()), type);
+    known.insert(type);
+  }
+  EXPECT_TRUE(known.contains(&house) && known.contains(Mox::Entity::_fwkType()));
   // One graph holds both, and the first stands as before.
   auto* const reactor =
       dynamic_cast<Mox::RecordingReactor*>(Mox::IntrospectionReactor::global().get());

@@ -293,6 +293,7 @@ TEST(EntityPath, ReferencesAreReadByPath) {
   {
     Mox::EntityRoot const known(root);
     Mox::EntityRoot const other(leaf);
+    EXPECT_EQ(Mox::EntityPath::roots(), (std::vector<Ptr<Mox::Entity>>{root, leaf}));
     EXPECT_EQ(strepToValue<Ptr<Node>>("'slice/fap[fap0]'").get(), nullptr);
     Mox::EntityPath::childStepIs(&Node::step);
     for (auto const& [strep, expected] : cases) {
