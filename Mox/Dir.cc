@@ -21,7 +21,7 @@ Ptr<Dir::Entry> Dir::entryIs(Name const& name, Ptr<Entity> const& target) {
   entries_.newMember(entry);
   moxVersionInc();
   target->parentAttrIdIs(0);
-  target->parentIs(this);
+  target->moxOwnerIs(this);
   return entry;
 }
 

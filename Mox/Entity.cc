@@ -1,13 +1,65 @@
 // The base entity; its attribute log slots are defined in attrlog/adapter/Entity.cc.
 #include "Mox/Entity.h"
 
+#include <mutex>
+#include <unordered_map>
+
 namespace Mox {
+namespace {
+
+/// Parent links that no owner clears: of children made by a factory alone, and those that a client
+/// set by hand. Rare, so they cost an entity two bits and nothing else. Never freed, since entities
+/// may outlive static objects.
+struct LinkRecords {
+  std::mutex mutex;
+  std::unordered_multimap<Entity const*, Entity*> children;
+};
+LinkRecords& linkRecords() {
+  static auto* const records = new LinkRecords;
+  return *records;
+}
+
+}  // namespace
 
 void (*Entity::moxUnparentHook)(Entity* entity) = nullptr;
 MoxAttr const* (*Entity::moxAttrHook)(Entity const* entity, AttributeId attribute) = nullptr;
 String8 (*Entity::moxPathStepHook)(Entity const& child) = nullptr;
 
-Entity::~Entity() = default;
+Entity::~Entity() {
+  if (link_ & isRecorded) eraseRecord();
+  // One by one: a child's `handleParent` may change other links.
+  while (link_ & hasRecords) {
+    Ptr<Entity> child;
+    {
+      LinkRecords& records = linkRecords();
+      std::lock_guard const lock(records.mutex);
+      auto const found = records.children.find(this);
+      if (found == records.children.end()) break;
+      child = found->second;
+    }
+    child->parentIs(Ptr<Entity>());
+  }
+}
+
+void Entity::record(Entity& parent) {
+  LinkRecords& records = linkRecords();
+  std::lock_guard const lock(records.mutex);
+  records.children.emplace(&parent, this);
+  parent.link_ |= hasRecords;
+  link_ |= isRecorded;
+}
+
+void Entity::eraseRecord() {
+  LinkRecords& records = linkRecords();
+  std::lock_guard const lock(records.mutex);
+  auto const [first, last] = records.children.equal_range(parent_);
+  for (auto at = first; at != last; ++at) {
+    if (at->second != this) continue;
+    records.children.erase(at);
+    break;
+  }
+  link_ &= static_cast<std::uint8_t>(~isRecorded);
+}
 
 Name Entity::name() const { return name_; }
 
@@ -15,6 +67,10 @@ Ptr<Entity const> Entity::parent() const { return parent_; }
 Ptr<Entity> Entity::parent() { return parent_; }
 
 void Entity::parentIs(Ptr<Entity> const& parent) {
+  bool const isOwner = (link_ & ownerSetsLink) != 0;
+  link_ &= static_cast<std::uint8_t>(~ownerSetsLink);
+  if (link_ & isRecorded) eraseRecord();
+  if (parent && !isOwner) record(**parent);
   parent_ = parent.get();
   handleParent(parent);
   if (!parent && moxUnparentHook) moxUnparentHook(this);

@@ -32,7 +32,8 @@ class Entity : public PtrInterface {
   virtual Name name() const;
   virtual Ptr<Entity const> parent() const;
   virtual Ptr<Entity> parent();
-  /// Keeps the link, without owning. Null: the entity has left its parent.
+  /// Stores the link, without owning. Null: the entity has left its parent. The link never dangles:
+  /// a parent that dies clears the links that still name it.
   virtual void parentIs(Ptr<Entity> const& parent);
   /// The parent's attribute that holds this entity; null if that isn't known.
   virtual MoxAttr const* parentAttr() const;
@@ -70,6 +71,12 @@ class Entity : public PtrInterface {
   void moxReadCountInc() const { ++readCount_; }
   /// The parent, not counted.
   Entity* moxRawParent() const { return parent_; }
+  /// `parentIs(parent)` by an owner that clears the link itself before it dies, so that nothing has
+  /// to be recorded for it.
+  void moxOwnerIs(Ptr<Entity> const& parent) {
+    link_ |= ownerSetsLink;
+    parentIs(parent);
+  }
 
   /// Called with every entity that has just lost its parent; null when nobody needs to know.
   static void (*moxUnparentHook)(Entity* entity);
@@ -87,6 +94,16 @@ class Entity : public PtrInterface {
   explicit Entity(Name const& name) : name_(name) {}
 
  private:
+  /// `moxOwnerIs` is under way.
+  static constexpr std::uint8_t ownerSetsLink = 1;
+  /// The link to the parent is on record, and so are links to this entity (Entity.cc).
+  static constexpr std::uint8_t isRecorded = 2;
+  static constexpr std::uint8_t hasRecords = 4;
+
+  void record(Entity& parent);
+  void eraseRecord();
+
+  std::uint8_t link_ = 0;
   Name name_;
   std::uint32_t version_ = 0;
   mutable std::uint32_t readCount_ = 0;

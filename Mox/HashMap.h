@@ -188,7 +188,12 @@ class HashMapGeneric {
   template <class Order>
   void link(Order const& order, PtrInterface* fresh);
   template <class Order>
-  void unlink(Order const& order, PtrInterface* member);
+  void unlink(Order const& order, PtrInterface* member) {
+    unlinkFrom(order, order.bucket(*this, order.hash(member)), member);
+  }
+  /// False if the member isn't in that bucket.
+  template <class Order>
+  bool unlinkFrom(Order const& order, std::uint32_t bucket, PtrInterface* member);
 
  private:
   class GenericOrder;
@@ -268,12 +273,11 @@ void HashMapGeneric::link(Order const& order, PtrInterface* fresh) {
 }
 
 template <class Order>
-void HashMapGeneric::unlink(Order const& order, PtrInterface* member) {
-  std::uint32_t const bucket = order.bucket(*this, order.hash(member));
+bool HashMapGeneric::unlinkFrom(Order const& order, std::uint32_t bucket, PtrInterface* member) {
   PtrInterface* previous = nullptr;
   PtrInterface* at = buckets_[bucket];
   for (; at && at != member; at = order.nextOf(at)) previous = at;
-  if (!at) return;
+  if (!at) return false;
   Ptr<PtrInterface> const held(member);
   PtrInterface* const following = order.nextOf(at);
   if (previous) {
@@ -287,6 +291,7 @@ void HashMapGeneric::unlink(Order const& order, PtrInterface* member) {
   ++version_;
   --size_;
   if (size_ < bucketCount() / 4) shrinkIfSparse();
+  return true;
 }
 
 /// What the typed side asks, in line: hashes stay as they are, and counts that would rise and fall
@@ -358,6 +363,19 @@ class HashMap : public HashMapGeneric {
   using HashMapGeneric::deleteMember;
   void deleteMember(Ptr<V> const& member) { unlink(HashMapOrder<V, K>(), member.get()); }
   void deleteMember(V* member) { deleteMember(Ptr<V>(member)); }
+  /// The same for a member whose key has changed under the map, as that of a wrapper can. Looks
+  /// into every bucket.
+  void deleteMisplaced(Ptr<V> const& member) {
+    for (std::uint32_t bucket = 0; bucket < bucketCount(); ++bucket) {
+      if (unlinkFrom(HashMapOrder<V, K>(), bucket, member.get())) return;
+    }
+  }
+  /// Whether this very member is linked, by its key.
+  bool contains(V const* member) const {
+    V const* at = (*this)[HashMapMember<V>::key(*member)];
+    while (at && at != member) at = at->next.get();
+    return at != nullptr;
+  }
 
   Iterator iterator() { return Iterator(this); }
   IteratorConst iteratorConst() const { return IteratorConst(this); }
@@ -435,6 +453,12 @@ class HashMap<V, K, H>::BasicIterator {
   BasicIterator& operator++() {
     advance();
     return *this;
+  }
+
+  /// Whether it stands on a member that `map` holds, and not on one that was removed, or in another
+  /// map.
+  bool isOnMemberOf(HashMap const& map) const {
+    return member_ && map_ == &map && (version_ == map.version() || map.contains(member_.get()));
   }
 
   friend bool operator==(BasicIterator const& a, BasicIterator const& b) {

@@ -27,6 +27,8 @@ inline constexpr char badIndex[] = "attribute takes no index: %s";
 inline constexpr char unknownArgument[] = "too many arguments: %s";
 inline constexpr char unknownAttribute[] = "no such attribute: %s";
 inline constexpr char opNotSupported[] = "operation %s (%d) not supported by attribute: %s";
+/// `xDel(iterator)` with an iterator of another collection, or on a member that was removed.
+inline constexpr char foreignIterator[] = "iterator stands on no member of this collection";
 /// A child made again with another constructor argument: these five, with the child's name, the
 /// parameter's name, the new and the old value in between.
 inline constexpr char reinstantiating[] = "Reinstantiating the entity with name ";

@@ -1,12 +1,15 @@
-// What is common to owned children in collections and singletons: how a child joins and leaves its
-// parent, and the refusal to make it again with other parameters.
+// What owned children in collections and singletons have in common: the comparison with the
+// parameters of a child that exists, the checks of a collection's operations, and the end of a
+// parent. Generated code and the other headers of this folder include it.
 #pragma once
 
-#include <typeinfo>
+#include <type_traits>
 
 #include "Mox/AttributeId.h"
+#include "Mox/Assertion.h"
 #include "Mox/Entity.h"
 #include "Mox/Exception.h"
+#include "Mox/HashMap.h"
 #include "Mox/Ptr.h"
 #include "Mox/String8.h"
 #include "values/ValueText.h"
@@ -18,7 +21,7 @@ namespace MOX_API Mox {
 [[noreturn]] void throwReinstantiation(Name const& childName, char const* parameter,
                                        String8 const& newValue, String8 const& oldValue);
 
-/// One constructor parameter of a child that is to exist: `Getter` reads it.
+/// One constructor parameter of a child that `xIs` asks for: `Getter` reads it.
 template <auto Getter, class T>
 struct ChildParam {
   char const* name;
@@ -41,6 +44,41 @@ struct ChildParam {
 template <auto Getter, class T>
 ChildParam<Getter, T> childParam(char const* name, T const& value) {
   return {name, value};
+}
+
+/// Requires of `newX`: no member has the key. A build without NDEBUG checks it.
+inline void requireFreeKey([[maybe_unused]] bool isFree) {
+#ifndef NDEBUG
+  if (!isFree) assertionFailed("the key is free: clients call xIs", "model", __LINE__, "newX");
+#endif
+}
+
+/// `xDel(iterator)` refuses an iterator of another collection, and one whose member was removed.
+inline void requireMember(bool isMember) {
+  if (!isMember) throwRangeException(messages::foreignIterator);
+}
+
+template <class Child>
+void orphan(Ptr<Child> const& child) {
+  if (child) child->parentIs(Ptr<Entity>());
+}
+template <class V, class K, class H>
+void orphan(HashMap<V, K, H> const& members) {
+  if (members.empty()) return;
+  for (auto at = members.iteratorConst(); at; ++at) {
+    if constexpr (std::is_base_of_v<Entity, V>) {
+      orphan(Ptr<V>(const_cast<V*>(*at)));
+    } else {
+      orphan(at->child());
+    }
+  }
+}
+
+/// The last step of a parent's destructor, behind the deletion of all children: a child that a
+/// subscriber has added meanwhile loses its parent, without notification.
+template <class... Attributes>
+void orphanAll(Attributes const&... attributes) {
+  (orphan(attributes), ...);
 }
 
 }  // namespace Mox

@@ -1,5 +1,5 @@
 // Operations of a keyed collection whose members the entity owns. Generated one-liners call these
-// with the map, the attribute's id, and what makes and announces a member.
+// with the map, the attribute's id, and functions that make and announce a member.
 #pragma once
 
 #include "Mox/HashMap.h"
@@ -8,8 +8,8 @@
 
 namespace MOX_API Mox {
 
-/// `xIs(key, params...)`: the member with this key, made if there is none. A member that exists
-/// must have the same parameters; then the parent's version rises, and nobody is told.
+/// `xIs(key, params...)`: the member with this key, made if there is none. The parameters of a
+/// member that exists must be equal; then the parent's version rises, without notification.
 template <class Owner, class Map, class Key, class Make, class Notify, class... Params>
 auto childIs(Owner& owner, Map& map, Key const& key, Make const& make, Notify const& notify,
              Params const&... params) {
@@ -25,16 +25,18 @@ auto childIs(Owner& owner, Map& map, Key const& key, Make const& make, Notify co
   return ValidPtr<Child>(made);
 }
 
-/// `newX(key, params...)`: puts a fresh child in its place. No count, no notification.
+/// `newX(key, params...)`: links a new child. No count, no notification.
+/// Requires: no member has this key.
 template <class Owner, class Map, class Child>
 Ptr<Child> adoptMember(Owner& owner, Map& map, Ptr<Child> const& child, AttributeId attribute) {
+  requireFreeKey(!map[HashMapMember<Child>::key(**child)]);
   child->parentAttrIdIs(attribute);
   map.newMember(child);
-  child->parentIs(Ptr<Entity>(&owner));
+  child->moxOwnerIs(Ptr<Entity>(&owner));
   return child;
 }
 
-/// Takes out a member that is in the map: version, parent, notification, in this order.
+/// Takes out a member of the map: version, parent, notification, in this order.
 template <class Owner, class Map, class Child, class Key, class Notify>
 Ptr<Child> childRemove(Owner& owner, Map& map, Ptr<Child> const& child, Key const& key,
                        Notify const& notify) {
@@ -52,11 +54,14 @@ auto childDel(Owner& owner, Map& map, Key const& key, Notify const& notify) {
   return child ? childRemove(owner, map, child, key, notify) : child;
 }
 
-/// `xDel(iterator)`: takes out the member that the iterator stands on, and leaves it there.
+/// `xDel(iterator)`: takes out the member that the iterator stands on, and leaves it there. Null
+/// for an iterator at its end.
 template <class Owner, class Map, class Notify>
 auto childDelAt(Owner& owner, Map& map, typename Map::Iterator const& at, Notify const& notify) {
   Ptr<typename Map::MemberType> const child = *at;
-  return child ? childRemove(owner, map, child, at.key(), notify) : child;
+  if (!child) return child;
+  requireMember(at.isOnMemberOf(map));
+  return childRemove(owner, map, child, at.key(), notify);
 }
 
 /// `x(key)`: a look-up counts as a read, hit or miss.

@@ -8,28 +8,30 @@
 
 namespace MOX_API Mox {
 
-/// `xIs(params...)`: the child with these parameters. The first child counts 1, a replacement 2,
-/// the same child again 1 without notification.
+/// `xIs(params...)`: the child with these parameters. The version rises by 1 for the first child,
+/// by 2 for a replacement, and by 1, without notification, for the child that is there.
 template <auto Handler, class Owner, class Child, class Make, class... Params>
 ValidPtr<Child> singletonIs(Owner& owner, Ptr<Child>& field, AttributeId attribute,
                             Make const& make, Params const&... params) {
   if (Ptr<Child> present = field) {
-    // All are read, whatever the first says.
+    // Compares every argument, since each comparison counts as a read.
     bool const same = (static_cast<int>(params.matches(**present)) & ... & 1) != 0;
     owner.moxVersionInc();
     if (same) return ValidPtr<Child>(present);
     present->parentIs(Ptr<Entity>());
   }
   Ptr<Child> const made = make();
+  made->parentAttrIdIs(attribute);
+  made->moxOwnerIs(Ptr<Entity>(&owner));
   field = made;
   owner.moxVersionInc();
   notifyAll<Handler>(owner.notifieeList(), attribute);
   return ValidPtr<Child>(made);
 }
 
-/// `newX(params...)`: gives a fresh child its parent; the field is the setter's.
+/// `newX(params...)`: gives a new child its parent, which doesn't own it.
 template <class Owner, class Child>
-Ptr<Child> adoptSingleton(Owner& owner, Ptr<Child> const& child, AttributeId attribute) {
+Ptr<Child> newSingleton(Owner& owner, Ptr<Child> const& child, AttributeId attribute) {
   child->parentAttrIdIs(attribute);
   child->parentIs(Ptr<Entity>(&owner));
   return child;

@@ -1,12 +1,16 @@
 // A collection of children whose type has no link of its own: each is held by a wrapper, which has
 // the link and finds its key in the child. Generated one-liners call these.
+//
+// A wrapper is a public class, so a client can take its child out or put another one in under the
+// map. A wrapper without a child is no member; whoever comes across it removes it, and removal finds
+// it wherever it is linked.
 #pragma once
 
 #include <cstdint>
 
 #include "Mox/HashMap.h"
 #include "Mox/Ptr.h"
-#include "model/ChildCollection.h"
+#include "model/Child.h"
 
 namespace MOX_API Mox {
 
@@ -15,8 +19,6 @@ template <class Self, class Child>
 class ChildWrapper : public PtrInterface {
  public:
   Ptr<Child> const& child() const { return child_; }
-
-  Ptr<Self> next;
 
  protected:
   /// The child with this name and these parameters, made if the wrapper holds none or another.
@@ -45,26 +47,43 @@ class ChildWrapper : public PtrInterface {
 
  private:
   Ptr<Child> child_;
+
+ public:
+  Ptr<Self> next;
 };
 
-/// The wrapper with this key, or null. One on the way whose child was taken out by hand raises
-/// RangeException "null ValidPtr", before its key is asked for.
-template <class Map, class Key>
-typename Map::MemberType* findWrapper(Map const& map, Key const& key) {
+/// The wrapper with this key, or null. Reads the keys in the bucket up to it; `isEmpty` is called on
+/// each wrapper there that has no child.
+template <class Map, class Key, class IsEmpty>
+typename Map::MemberType* findWrapper(Map const& map, Key const& key, IsEmpty const& isEmpty) {
   using Wrapper = typename Map::MemberType;
-  std::uint32_t const bucket = map.bucketOf(bitReverse(KeyHash<Key>::hash(key)));
+  std::uint32_t const bucket = map.bucketOfHash(KeyHash<Key>::hash(key));
   for (auto* at = static_cast<Wrapper*>(map.bucketHead(bucket)); at; at = at->next.get()) {
-    if (!at->child()) throwRangeException("null ValidPtr");
-    if (at->key() == key) return at;
+    if (!at->child()) {
+      isEmpty(at);
+    } else if (at->key() == key) {
+      return at;
+    }
   }
   return nullptr;
 }
+template <class Map, class Key>
+typename Map::MemberType* findWrapper(Map const& map, Key const& key) {
+  return findWrapper(map, key, [](void const*) {});
+}
 
-/// `xIs(key)` of the collection's owner. `makeWrapper` links a new wrapper with its child.
+/// `xIs(key)` of the collection's owner. `makeWrapper` links a new wrapper with its child. Throws
+/// RangeException "null ValidPtr" when it comes across a wrapper without a child, which it removes:
+/// the next call works.
 template <class Child, class Owner, class Map, class Key, class MakeWrapper, class Notify>
 ValidPtr<Child> wrappedChildIs(Owner& owner, Map& map, Key const& key,
                                MakeWrapper const& makeWrapper, Notify const& notify) {
-  if (auto* wrapper = findWrapper(map, key)) {
+  using Wrapper = typename Map::MemberType;
+  auto const refuse = [&map](Wrapper* empty) {
+    map.deleteMisplaced(Ptr<Wrapper>(empty));
+    throwRangeException(messages::nullValidPtr);
+  };
+  if (auto* wrapper = findWrapper(map, key, refuse)) {
     Ptr<Child> const present = wrapper->child();
     owner.moxVersionInc();
     return ValidPtr<Child>(present);
@@ -76,48 +95,62 @@ ValidPtr<Child> wrappedChildIs(Owner& owner, Map& map, Key const& key,
   return ValidPtr<Child>(child);
 }
 
-/// `newX(key)` of the owner, behind the wrapper's own factory.
+/// `newX(key)` of the owner, behind the wrapper's own factory. Requires: no member has this key.
 template <class Owner, class Map, class Wrapper>
 Ptr<Wrapper> adoptWrapper(Owner& owner, Map& map, Ptr<Wrapper> const& wrapper,
                           AttributeId attribute) {
-  wrapper->child()->parentAttrIdIs(attribute);
+  auto const child = wrapper->child();
+  child->parentAttrIdIs(attribute);
   auto key = wrapper->key();
+#ifndef NDEBUG
+  for (auto* at = map.bucketHead(map.bucketOfHash(KeyHash<decltype(key)>::hash(key))); at;
+       at = map.moxNext(at)) {
+    // Without a read that counts.
+    auto const& other = static_cast<Wrapper*>(at)->child();
+    requireFreeKey(!other || !(other->key() == key));
+  }
+#endif
   map.newMemberG(Ptr<PtrInterface>(wrapper), &key);
-  wrapper->child()->parentIs(Ptr<Entity>(&owner));
+  child->moxOwnerIs(Ptr<Entity>(&owner));
   return wrapper;
 }
 
-/// `xDel(key)` and, with the wrapper found already, `xDel(iterator)`.
+/// Takes out a wrapper of the map: version, parent, notification, in this order. One without a
+/// child goes without a trace.
 template <class Child, class Owner, class Map, class Wrapper, class Key, class Notify>
 Ptr<Child> wrappedChildRemove(Owner& owner, Map& map, Ptr<Wrapper> const& wrapper, Key const& key,
                               Notify const& notify) {
   Ptr<Child> const child = wrapper->child();
-  if (!child) return child;  // Taken out by hand: the wrapper goes with the map.
-  map.deleteMember(Ptr<PtrInterface>(wrapper));
+  map.deleteMisplaced(wrapper);
+  if (!child) return child;
   owner.moxVersionInc();
   child->parentIs(Ptr<Entity>());
   notify(key);
   return child;
 }
+
+/// `xDel(key)`.
 template <class Child, class Owner, class Map, class Key, class Notify>
 Ptr<Child> wrappedChildDel(Owner& owner, Map& map, Key const& key, Notify const& notify) {
-  Ptr<typename Map::MemberType> const wrapper = map[key];
+  Ptr<typename Map::MemberType> const wrapper(findWrapper(map, key));
   return wrapper ? wrappedChildRemove<Child>(owner, map, wrapper, key, notify) : Ptr<Child>();
 }
+
+/// `xDel(iterator)`.
 template <class Child, class Owner, class Map, class Notify>
 Ptr<Child> wrappedChildDelAt(Owner& owner, Map& map, typename Map::Iterator const& at,
                              Notify const& notify) {
   if (!at) return {};
-  Ptr<typename Map::MemberType> const wrapper(*at);
-  auto const key = at.key();
-  return wrappedChildRemove<Child>(owner, map, wrapper, key, notify);
+  requireMember(at.isOnMemberOf(map));
+  Ptr<typename Map::MemberType> const wrapper = at.ptr();
+  return wrappedChildRemove<Child>(owner, map, wrapper, wrapper->key(), notify);
 }
 
 /// `x(key)`.
 template <class Child, class Owner, class Map, class Key>
 Ptr<Child> wrappedChildOf(Owner const& owner, Map const& map, Key const& key) {
   owner.moxReadCountInc();
-  auto const* wrapper = map[key];
+  auto const* wrapper = findWrapper(map, key);
   return wrapper ? wrapper->child() : Ptr<Child>();
 }
 
