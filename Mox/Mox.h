@@ -6,6 +6,7 @@
 #include "Mox/DynArray.h"
 #include "Mox/Entity.h"
 #include "Mox/Exception.h"
+#include "Mox/ForwardingNotifiee.h"
 #include "Mox/HashMap.h"
 #include "Mox/LinkQueue.h"
 #include "Mox/LinkedQueue.h"

@@ -141,4 +141,19 @@ class PtrInterface : public VFPtrInterface {
   void finishZeroRef() const;
 };
 
+/// Keeps an object whose constructor is still running, or that nobody holds yet, from being
+/// destroyed by a callee that takes and drops a reference on it.
+class HeldInConstruction {
+ public:
+  explicit HeldInConstruction(PtrInterface const* object) : object_(object) {
+    object_->referencesInc();
+  }
+  ~HeldInConstruction() { object_->moxReferencesSub(); }
+  HeldInConstruction(HeldInConstruction const&) = delete;
+  HeldInConstruction& operator=(HeldInConstruction const&) = delete;
+
+ private:
+  PtrInterface const* object_;
+};
+
 }  // namespace Mox

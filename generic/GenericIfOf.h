@@ -3,49 +3,20 @@
 // Generated classes derive from these templates.
 #pragma once
 
+#include "Mox/ForwardingNotifiee.h"
 #include "generic/GenericIfEntity.h"
 #include "generic/Rows.h"
 
 namespace MOX_API Mox {
 
-/// Keeps an object that is still being made from being destroyed by whoever takes and drops a
-/// reference on it.
-class HeldInConstruction {
- public:
-  explicit HeldInConstruction(PtrInterface const* object) : object_(object) {
-    object_->referencesInc();
-  }
-  ~HeldInConstruction() { object_->moxReferencesSub(); }
-  HeldInConstruction(HeldInConstruction const&) = delete;
-  HeldInConstruction& operator=(HeldInConstruction const&) = delete;
-
- private:
-  PtrInterface const* object_;
-};
-
-/// The subscriber. It counts neither the entity nor the generic object, which clears the pointer
-/// back before it goes.
+/// The subscriber. It counts neither the entity nor the generic object.
 template <class X>
-class GenericIfAdapter : public X::Notifiee {
+class GenericIfAdapter : public ForwardingNotifiee<X, GenericIf> {
  public:
-  Ptr<PtrInterface::NotifieeConst> moxReactor() const override {
-    return Ptr<PtrInterface::NotifieeConst>(reactor_);
-  }
-  PtrInterface::NotifieeConst* moxRawReactor() const override { return reactor_; }
-
-  void hasNotificationActiveIs(bool active) override {
-    if (active == this->hasNotificationActive()) return;
-    X::Notifiee::hasNotificationActiveIs(active);
-    if (reactor_ && !this->moxMarkedForDeletion()) reactor_->hasNotificationActiveIs(active);
-  }
-  using X::Notifiee::onNotificationException;
-  void onNotificationException(AttributeId attribute) override {
-    if (Ptr<GenericIf> const held = reactor_) held->onNotificationException(attribute);
-  }
   void onZeroReferences() override {
     // The generic object may go in there, and this one with it.
     Ptr<GenericIfAdapter> const held(this);
-    if (Ptr<GenericIf> const reactor = reactor_) {
+    if (Ptr<GenericIf> const reactor = this->reactor()) {
       reactor->onZeroReferences();
       if (reactor->isWeakReference()) {
         // Out of the list nobody would tell either that the entity is gone.
@@ -53,33 +24,14 @@ class GenericIfAdapter : public X::Notifiee {
         this->notifierIs(Ptr<PtrInterface const>());
       }
     }
-    hasNotificationActiveIs(false);
-  }
-  virtual void moxDoZombieReactors(bool zombie) {
-    if (zombie == this->moxMarkedForDeletion()) return;
-    if (this->moxNotifier()) hasNotificationActiveIs(!zombie);
-    this->moxMarkedForDeletionIs(zombie);
+    this->hasNotificationActiveIs(false);
   }
 
  protected:
   GenericIfAdapter(Ptr<X> const& entity, GenericIf* reactor)
-      : X::Notifiee(PtrInterface::NotifieeConst::Mox_BitSet(0x4000000)), reactor_(reactor) {
-    HeldInConstruction const held(this);
-    this->isRegisteredNotifieeIs(true);
-    this->notifierIs(Ptr<PtrInterface const>(entity));
-    this->isWeakReferenceIs(true);
+      : ForwardingNotifiee<X, GenericIf>(reactor) {
+    this->bind(entity);
   }
-  template <class Reactor>
-  Reactor* reactorAs() const {
-    return static_cast<Reactor*>(reactor_);
-  }
-  void reactorIs(GenericIf* reactor) { reactor_ = reactor; }
-
- private:
-  template <class>
-  friend class GenericIfOf;
-
-  GenericIf* reactor_;
 };
 
 template <class X>

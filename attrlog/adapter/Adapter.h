@@ -4,7 +4,7 @@
 #pragma once
 
 #include "Mox/Exception.h"
-#include "Mox/NotifieeList.h"
+#include "Mox/ForwardingNotifiee.h"
 #include "Mox/Ptr.h"
 #include "attrlog/adapter/Serialize.h"
 #include "attrlog/adapter/StreamAdapter.h"
@@ -13,49 +13,15 @@
 namespace MOX_API Mox {
 namespace NboAttrLog {
 
-/// The notifiee of an adapter: forwards what the entity of type X tells. Owned by the adapter; the
-/// pointer back counts nothing and is cleared before the adapter goes.
+/// The notifiee of an adapter, which owns it.
 template <class X>
-class AdapterNotifiee : public X::Notifiee {
+class AdapterNotifiee : public ForwardingNotifiee<X, Sa> {
  public:
-  Ptr<PtrInterface::NotifieeConst> moxReactor() const override {
-    return Ptr<PtrInterface::NotifieeConst>(reactor_);
-  }
-  PtrInterface::NotifieeConst* moxRawReactor() const override { return reactor_; }
-  Ptr<Sa> moxReactorAdapter() const { return Ptr<Sa>(reactor_); }
-  void moxReactorAdapterIs(Ptr<Sa> const& reactor) { reactor_ = reactor.get(); }
-
-  void hasNotificationActiveIs(bool active) override {
-    if (active == this->hasNotificationActive()) return;
-    X::Notifiee::hasNotificationActiveIs(active);
-    if (reactor_ && !this->moxMarkedForDeletion()) reactor_->hasNotificationActiveIs(active);
-  }
-  void onNotificationException(AttributeId attribute) override {
-    if (reactor_) reactor_->onNotificationException(attribute);
-  }
-  void onZeroReferences() override {
-    // The adapter may retire in there, and this object with it.
-    Ptr<AdapterNotifiee> const hold(this);
-    if (reactor_) reactor_->onZeroReferences();
-    hasNotificationActiveIs(false);
-  }
-  virtual void moxDoZombieReactors(bool zombie) {
-    if (zombie == this->moxMarkedForDeletion()) return;
-    if (this->moxNotifier()) hasNotificationActiveIs(!zombie);
-    this->moxMarkedForDeletionIs(zombie);
-  }
+  Ptr<Sa> moxReactorAdapter() const { return Ptr<Sa>(this->reactor()); }
+  void moxReactorAdapterIs(Ptr<Sa> const& reactor) { this->reactorIs(reactor.get()); }
 
  protected:
-  explicit AdapterNotifiee(Sa* reactor)
-      : X::Notifiee(PtrInterface::NotifieeConst::Mox_BitSet(writingOn)), reactor_(reactor) {}
-
-  template <class Adapter>
-  Adapter* reactorAs() const {
-    return static_cast<Adapter*>(reactor_);
-  }
-
- private:
-  Sa* reactor_;
+  using ForwardingNotifiee<X, Sa>::ForwardingNotifiee;
 };
 
 /// The part of an adapter of type X that holds its notifiee. `Base`: the adapter of X's base type.
@@ -92,9 +58,7 @@ class AdapterOf : public Base {
             unsigned int version, Ptr<Out> const& out, PtrInterface* channel, TypeRows const& rows)
       : Base(flags, version, out, channel, rows),
         adapter_(new typename X::MoxNboAttrLogSaAdapter_(this)) {
-    adapter_->isRegisteredNotifieeIs(true);
-    adapter_->notifierIs(Ptr<PtrInterface const>(entity));
-    adapter_->isWeakReferenceIs(true);
+    adapter_->bind(entity);
     this->isWeakReferenceIs(true);
     this->ownNotifierIs(Ptr<PtrInterface const>(entity));
   }
