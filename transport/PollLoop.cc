@@ -1,11 +1,19 @@
-// The loop: what to wait for, how long, and who is called.
+// The loop: what is waited for, how long, and who is called.
 #include "transport/PollLoop.h"
 
-#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <climits>
+#include <set>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace Mox::NboAttrLog {
 namespace {
@@ -15,8 +23,239 @@ constexpr int acceptsPerTurn = 16;
 /// How long a listener rests when the process is out of descriptors or memory: it would wake the
 /// loop at once, again and again.
 constexpr std::uint64_t acceptPauseMs = 100;
+/// A shortage that lasts is reported this often.
+constexpr std::uint64_t acceptReportMs = 10000;
+/// Token of the descriptor by which changes wake a foreign loop.
+constexpr std::uint64_t wakerToken = 0;
+
+[[noreturn]] void refuse(char const* what) {
+  throw TransportError(std::string(what) + ": " + std::generic_category().message(errno));
+}
 
 }  // namespace
+
+/// All sources by token. Tokens are never used again: an event of a source that has gone, or whose
+/// descriptor another one has now, finds nothing.
+struct PollLoop::State {
+  State() : epoll(::epoll_create1(EPOLL_CLOEXEC)), waker(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    epoll_event wanted{};
+    wanted.events = EPOLLIN;
+    wanted.data.u64 = wakerToken;
+    if (!epoll || !waker || ::epoll_ctl(epoll.get(), EPOLL_CTL_ADD, waker.get(), &wanted) != 0) {
+      refuse("poll loop");
+    }
+  }
+
+  Source* find(std::uint64_t token) const {
+    auto const at = sources.find(token);
+    return at == sources.end() ? nullptr : at->second;
+  }
+  /// What the loop waits for has changed.
+  void wake() {
+    if (!std::exchange(isForeignWaiting, false)) return;
+    std::uint64_t const one = 1;
+    [[maybe_unused]] ssize_t const count = ::write(waker.get(), &one, sizeof one);
+  }
+
+  Descriptor epoll;
+  Descriptor waker;
+  std::unordered_map<std::uint64_t, Source*> sources;
+  std::uint64_t lastToken = wakerToken;
+  std::set<std::pair<std::uint64_t, std::uint64_t>> due;  ///< times with tokens
+  std::set<std::uint64_t> alwaysReady;                    ///< regular files
+  std::set<std::uint64_t> everyTurn;                      ///< links without a descriptor
+  std::vector<std::uint64_t> woken;                       ///< links that want something else
+  PollLoop* loop = nullptr;                               ///< null when it is gone
+  bool isForeignWaiting = false;                          ///< `dueMs` was asked for since a turn
+};
+
+/// Something that is waited for: a descriptor, a time, or both.
+class PollLoop::Source {
+ public:
+  explicit Source(std::shared_ptr<State> state)
+      : state_(std::move(state)), token_(++state_->lastToken) {
+    state_->sources.emplace(token_, this);
+  }
+  Source(Source const&) = delete;
+  Source& operator=(Source const&) = delete;
+  virtual ~Source() {
+    fdIs(-1, 0);
+    dueIs(std::nullopt);
+    state_->alwaysReady.erase(token_);
+    state_->everyTurn.erase(token_);
+    state_->sources.erase(token_);
+  }
+
+  std::uint64_t token() const { return token_; }
+  State& state() const { return *state_; }
+  /// Either may destroy the source.
+  virtual void ready(PollLoop& loop) = 0;
+  virtual void due(PollLoop& loop) = 0;
+
+  /// `events` of 0 leave the descriptor out. False: it can't be waited for.
+  bool fdIs(int fd, std::uint32_t events) {
+    if (events == 0) fd = -1;
+    if (fd == fd_ && events == events_) return true;
+    epoll_event wanted{};
+    wanted.events = events;
+    wanted.data.u64 = token_;
+    int const epoll = state_->epoll.get();
+    int result = 0;
+    if (fd == fd_) {
+      result = ::epoll_ctl(epoll, EPOLL_CTL_MOD, fd, &wanted);
+    } else {
+      if (fd_ >= 0) ::epoll_ctl(epoll, EPOLL_CTL_DEL, fd_, nullptr);
+      if (fd >= 0) result = ::epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &wanted);
+    }
+    fd_ = result == 0 ? fd : -1;
+    events_ = events;
+    return result == 0;
+  }
+  void dueIs(std::optional<std::uint64_t> dueMs) {
+    if (dueMs == dueMs_) return;
+    if (dueMs && dueMs_) {
+      auto node = state_->due.extract({*dueMs_, token_});
+      node.value().first = *dueMs;
+      state_->due.insert(std::move(node));
+    } else if (dueMs) {
+      state_->due.emplace(*dueMs, token_);
+    } else {
+      state_->due.erase({*dueMs_, token_});
+    }
+    dueMs_ = dueMs;
+  }
+
+ private:
+  std::shared_ptr<State> state_;
+  std::uint64_t token_;
+  int fd_ = -1;
+  std::uint32_t events_ = 0;
+  std::optional<std::uint64_t> dueMs_;
+};
+
+/// Owned by its link.
+class PollLoop::LinkSource : public Link::Waiter, public Source {
+ public:
+  LinkSource(std::shared_ptr<State> state, Link& link) : Source(std::move(state)), link_(link) {}
+
+  void linkIsWoken() override {
+    state().woken.push_back(token());
+    state().wake();
+  }
+  void ready(PollLoop& loop) override {
+    Ptr<Link> const hold(&link_);
+    std::shared_ptr<State> const state = loop.state_;
+    std::uint64_t const own = token();
+    hold->service(loop.nowMs());
+    if (state->find(own) == this) update();
+  }
+  void due(PollLoop& loop) override { ready(loop); }
+  /// What was written since the last turn goes out before anything is waited for.
+  void settle() {
+    Ptr<Link> const hold(&link_);
+    link_.send();
+    update();
+  }
+
+ private:
+  void update() {
+    int const fd = link_.bytes().fd();
+    std::uint32_t const events =
+        (link_.wantsRead() ? EPOLLIN : 0U) | (link_.wantsWrite() ? EPOLLOUT : 0U);
+    if (fd < 0) {
+      state().everyTurn.insert(token());
+    } else if (!fdIs(fd, events)) {
+      link_.closeIs(std::generic_category().message(errno));
+    }
+    dueIs(link_.dueMs());
+    link_.waiterArm();
+  }
+
+  Link& link_;
+};
+
+class PollLoop::ListenerSource : public Source {
+ public:
+  ListenerSource(std::shared_ptr<State> state, Listener& listener, Accepted accepted)
+      : Source(std::move(state)), listener_(listener), accepted_(std::move(accepted)) {
+    if (!fdIs(listener_.fd(), EPOLLIN)) refuse("listener");
+  }
+
+  void ready(PollLoop& loop) override {
+    std::shared_ptr<ListenerSource> const hold = loop.listeners_.at(&listener_);
+    auto const isThere = [&] {
+      auto const at = loop.listeners_.find(&listener_);
+      return at != loop.listeners_.end() && at->second == hold;
+    };
+    for (int i = 0; i < acceptsPerTurn && isThere(); ++i) {
+      try {
+        std::unique_ptr<SocketLink> link = listener_.accept();
+        if (!link) return;
+        accepted_(std::move(link));
+      } catch (TransportError const& failure) {
+        rest(loop, failure.what());
+        return;
+      }
+    }
+  }
+  void due(PollLoop& loop) override {
+    dueIs(std::nullopt);
+    fdIs(listener_.fd(), EPOLLIN);
+    ready(loop);
+  }
+
+ private:
+  void rest(PollLoop& loop, std::string const& why) {
+    std::uint64_t const now = loop.nowMs();
+    fdIs(-1, 0);
+    dueIs(now + acceptPauseMs);
+    if (reportedMs_ && now - *reportedMs_ < acceptReportMs) return;
+    reportedMs_ = now;
+    if (loop.onReport_) loop.onReport_(why);
+  }
+
+  Listener& listener_;
+  Accepted accepted_;
+  std::optional<std::uint64_t> reportedMs_;
+};
+
+class PollLoop::DescriptorSource : public Source {
+ public:
+  DescriptorSource(std::shared_ptr<State> state, int fd, Handler handler, Wait wait)
+      : Source(std::move(state)), handler_(std::move(handler)) {
+    if (fdIs(fd, wait == Wait::toRead ? EPOLLIN : EPOLLOUT)) return;
+    if (errno != EPERM) refuse("descriptor");
+    this->state().alwaysReady.insert(token());
+  }
+
+  void ready(PollLoop&) override {
+    // It may take itself out.
+    Handler const handler = handler_;
+    handler();
+  }
+  void due(PollLoop&) override {}
+
+ private:
+  Handler handler_;
+};
+
+class PollLoop::TimerSource : public Source {
+ public:
+  TimerSource(std::shared_ptr<State> state, std::uint64_t dueMs, Handler handler)
+      : Source(std::move(state)), handler_(std::move(handler)) {
+    dueIs(dueMs);
+  }
+
+  void ready(PollLoop&) override {}
+  void due(PollLoop& loop) override {
+    Handler const handler = std::move(handler_);
+    loop.timerDel(token());
+    handler();
+  }
+
+ private:
+  Handler handler_;
+};
 
 std::uint64_t PollLoop::steadyMs() {
   using namespace std::chrono;
@@ -24,13 +263,30 @@ std::uint64_t PollLoop::steadyMs() {
       duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
-void PollLoop::sessionIs(Session& session) {
-  if (std::find(sessions_.begin(), sessions_.end(), &session) == sessions_.end()) {
-    sessions_.push_back(&session);
-  }
+PollLoop::PollLoop(Clock clock) : clock_(std::move(clock)), state_(std::make_shared<State>()) {
+  state_->loop = this;
 }
 
-void PollLoop::sessionDel(Session& session) { std::erase(sessions_, &session); }
+PollLoop::~PollLoop() { state_->loop = nullptr; }
+
+void PollLoop::sessionIs(Session& session) {
+  session.onLink([state = state_](Link& link) {
+    if (state->loop) state->loop->linkIs(link);
+  });
+}
+
+void PollLoop::sessionDel(Session& session) {
+  session.onLink(nullptr);
+  for (Ptr<Link> const& link : session.links()) link->waiterIs(nullptr);
+}
+
+void PollLoop::linkIs(Link& link) {
+  auto source = std::make_unique<LinkSource>(state_, link);
+  LinkSource& added = *source;
+  link.waiterIs(std::move(source));
+  // It is settled in the next turn: whoever made the link may still be busy with it.
+  added.linkIsWoken();
+}
 
 void PollLoop::listenerIs(Listener& listener, Session& session) {
   listenerIs(listener,
@@ -38,136 +294,88 @@ void PollLoop::listenerIs(Listener& listener, Session& session) {
 }
 
 void PollLoop::listenerIs(Listener& listener, Accepted accepted) {
-  listening_.push_back({&listener, std::move(accepted)});
+  listenerDel(listener);
+  listeners_[&listener] = std::make_shared<ListenerSource>(state_, listener, std::move(accepted));
 }
 
 void PollLoop::listenerDel(Listener& listener) {
-  std::erase_if(listening_,
-                [&listener](Listening const& entry) { return entry.listener == &listener; });
+  auto const at = listeners_.find(&listener);
+  if (at == listeners_.end()) return;
+  // Its descriptor may be another's by the time that a call in progress lets the source go.
+  at->second->fdIs(-1, 0);
+  listeners_.erase(at);
 }
 
 void PollLoop::descriptorIs(int fd, Handler ready, Wait wait) {
-  descriptors_[fd] = {std::move(ready), wait};
+  descriptors_.erase(fd);
+  descriptors_[fd] = std::make_shared<DescriptorSource>(state_, fd, std::move(ready), wait);
+  state_->wake();
 }
 
 void PollLoop::descriptorDel(int fd) { descriptors_.erase(fd); }
 
 std::uint64_t PollLoop::timerIs(std::uint64_t dueMs, Handler due) {
-  timers_.emplace(++lastTimer_, Timer{dueMs, std::move(due)});
-  return lastTimer_;
+  auto timer = std::make_shared<TimerSource>(state_, dueMs, std::move(due));
+  std::uint64_t const token = timer->token();
+  timers_.emplace(token, std::move(timer));
+  state_->wake();
+  return token;
 }
 
 void PollLoop::timerDel(std::uint64_t timer) { timers_.erase(timer); }
 
+int PollLoop::fd() const { return state_->epoll.get(); }
+
+std::optional<std::uint64_t> PollLoop::dueMs() {
+  settle();
+  state_->isForeignWaiting = true;
+  if (!state_->alwaysReady.empty()) return clock_();
+  return state_->due.empty() ? std::nullopt
+                             : std::optional<std::uint64_t>(state_->due.begin()->first);
+}
+
+void PollLoop::settle() {
+  for (std::uint64_t const token : std::exchange(state_->woken, {})) {
+    if (Source* const source = state_->find(token)) static_cast<LinkSource*>(source)->settle();
+  }
+}
+
 int PollLoop::waitMs(int maxWaitMs) const {
+  if (!state_->alwaysReady.empty()) return 0;
+  if (state_->due.empty()) return maxWaitMs;
   std::uint64_t const now = clock_();
-  std::uint64_t wait = maxWaitMs < 0 ? UINT64_MAX : static_cast<std::uint64_t>(maxWaitMs);
-  auto const dueAt = [&wait, now](std::uint64_t dueMs) {
-    wait = std::min(wait, dueMs > now ? dueMs - now : 0);
-  };
-  for (auto const& [number, timer] : timers_) dueAt(timer.dueMs);
-  for (Session const* session : sessions_) {
-    for (Ptr<Link> const& link : session->links()) {
-      if (auto const dueMs = link->dueMs()) dueAt(*dueMs);
-    }
-  }
-  for (Listening const& entry : listening_) {
-    if (entry.pausedUntilMs > now) dueAt(entry.pausedUntilMs);
-  }
-  return wait == UINT64_MAX ? -1 : static_cast<int>(std::min<std::uint64_t>(wait, INT_MAX));
+  std::uint64_t const dueMs = state_->due.begin()->first;
+  auto const wait =
+      static_cast<int>(std::min<std::uint64_t>(dueMs > now ? dueMs - now : 0, INT_MAX));
+  return maxWaitMs < 0 ? wait : std::min(wait, maxWaitMs);
 }
 
 void PollLoop::turn(int maxWaitMs) {
-  struct Served {
-    Ptr<Link> link;
-    std::size_t at;
-  };
-  constexpr std::size_t notPolled = SIZE_MAX;
-  std::vector<pollfd> polled;
-  auto const watch = [&polled](int fd, short events) {
-    polled.push_back({fd, events, 0});
-    return polled.size() - 1;
-  };
-
-  std::vector<Served> served;
-  for (Session* session : sessions_) {
-    for (Ptr<Link> const& link : session->links()) {
-      // What was written since the last turn goes out before anything is waited for.
-      link->send();
-      int const fd = link->bytes().fd();
-      short const events =
-          static_cast<short>((link->wantsRead() ? POLLIN : 0) | (link->wantsWrite() ? POLLOUT : 0));
-      served.push_back({link, fd < 0 ? notPolled : watch(fd, events)});
+  std::shared_ptr<State> const state = state_;
+  state->isForeignWaiting = false;
+  settle();
+  epoll_event events[128];
+  // An error is a signal: nothing is known to be ready.
+  int const count = ::epoll_wait(state->epoll.get(), events, std::size(events), waitMs(maxWaitMs));
+  std::vector<std::uint64_t> ready(state->everyTurn.begin(), state->everyTurn.end());
+  ready.insert(ready.end(), state->alwaysReady.begin(), state->alwaysReady.end());
+  for (int i = 0; i < count; ++i) ready.push_back(events[i].data.u64);
+  for (std::uint64_t const token : ready) {
+    if (Source* const source = state->find(token)) {
+      source->ready(*this);
+    } else if (token == wakerToken) {
+      std::uint64_t wakes = 0;
+      [[maybe_unused]] ssize_t const size = ::read(state->waker.get(), &wakes, sizeof wakes);
     }
   }
-  std::uint64_t const before = clock_();
-  std::vector<std::pair<Listener*, std::size_t>> listeners;
-  for (Listening const& entry : listening_) {
-    if (entry.pausedUntilMs <= before) {
-      listeners.emplace_back(entry.listener, watch(entry.listener->fd(), POLLIN));
-    }
-  }
-  std::vector<std::pair<int, std::size_t>> others;
-  for (auto const& [fd, waiting] : descriptors_) {
-    others.emplace_back(fd, watch(fd, waiting.wait == Wait::toRead ? POLLIN : POLLOUT));
-  }
-
-  if (::poll(polled.data(), static_cast<nfds_t>(polled.size()), waitMs(maxWaitMs)) < 0) {
-    // A signal, or no memory for the moment: nothing is known to be ready.
-    for (pollfd& entry : polled) entry.revents = 0;
-  }
-
-  std::uint64_t const now = clock_();
-  for (Served const& entry : served) {
-    bool const isReady = entry.at == notPolled || polled[entry.at].revents != 0;
-    auto const dueMs = entry.link->dueMs();
-    if (isReady || (dueMs && *dueMs <= now)) entry.link->service(now);
-  }
-  for (auto const& [listener, at] : listeners) {
-    if (polled[at].revents != 0) acceptFrom(listener);
-  }
-  for (auto const& [fd, at] : others) {
-    if (polled[at].revents == 0) continue;
-    auto const present = descriptors_.find(fd);
-    if (present == descriptors_.end()) continue;
-    // It may take itself out.
-    Handler const handler = present->second.ready;
-    handler();
-  }
-  runTimers();
-}
-
-void PollLoop::acceptFrom(Listener* listener) {
-  for (int i = 0; i < acceptsPerTurn; ++i) {
-    auto const entry = std::find_if(listening_.begin(), listening_.end(),
-                                    [=](Listening const& e) { return e.listener == listener; });
-    if (entry == listening_.end()) return;
-    try {
-      std::unique_ptr<SocketLink> link = listener->accept();
-      if (!link) return;
-      // It may take the listener out.
-      Accepted const accepted = entry->accepted;
-      accepted(std::move(link));
-    } catch (TransportError const& failure) {
-      entry->pausedUntilMs = clock_() + acceptPauseMs;
-      if (onReport_) onReport_(failure.what());
-      return;
-    }
-  }
-}
-
-void PollLoop::runTimers() {
-  std::uint64_t const now = clock_();
+  // What becomes due meanwhile waits for the next turn.
   std::vector<std::uint64_t> due;
-  for (auto const& [number, timer] : timers_) {
-    if (timer.dueMs <= now) due.push_back(number);
+  std::uint64_t const now = clock_();
+  for (auto at = state->due.begin(); at != state->due.end() && at->first <= now; ++at) {
+    due.push_back(at->second);
   }
-  for (std::uint64_t const number : due) {
-    auto const at = timers_.find(number);
-    if (at == timers_.end()) continue;
-    Handler const handler = std::move(at->second.due);
-    timers_.erase(at);
-    handler();
+  for (std::uint64_t const token : due) {
+    if (Source* const source = state->find(token)) source->due(*this);
   }
 }
 

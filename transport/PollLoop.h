@@ -1,12 +1,14 @@
-// One poll() over everything that a process waits for: listeners, the links of sessions, other
-// descriptors, timers. One thread; whoever runs the loop owns what it was given.
+// Waits for all that a process waits for: listeners, the links of sessions, other descriptors,
+// timers. What is idle costs nothing in a turn. One thread; whoever runs the loop owns what it was
+// given. `run` is the loop of a whole program; a program with a loop of its own uses `fd`.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <vector>
+#include <optional>
+#include <string>
 
 #include "attrlog/link/Session.h"
 #include "transport/SocketLink.h"
@@ -24,15 +26,18 @@ class PollLoop {
   /// Milliseconds of the system's steady clock.
   static std::uint64_t steadyMs();
 
-  explicit PollLoop(Clock clock = steadyMs) : clock_(std::move(clock)) {}
+  /// Throws TransportError when the system has no descriptor left.
+  explicit PollLoop(Clock clock = steadyMs);
+  ~PollLoop();
   PollLoop(PollLoop const&) = delete;
   PollLoop& operator=(PollLoop const&) = delete;
 
   std::uint64_t nowMs() const { return clock_(); }
 
-  // What is given must outlive the loop or be taken out before. Handlers may give and take.
+  // Handlers may give and take. Listeners and descriptors must be taken out before they close; a
+  // session may end before the loop.
 
-  /// Serves the session's links, present and future.
+  /// Serves the session's links, present and future. Takes the session's `onLink`.
   void sessionIs(Session& session);
   void sessionDel(Session& session);
   /// Each connection becomes a link of the session.
@@ -41,7 +46,8 @@ class PollLoop {
   void listenerIs(Listener& listener, Accepted accepted);
   void listenerDel(Listener& listener);
   enum class Wait : std::uint8_t { toRead, toWrite };
-  /// Calls `ready` whenever the descriptor has something to read, or room to write, or its end.
+  /// Calls `ready` whenever the descriptor has something to read, or room to write, or its end; in
+  /// every turn if it is a regular file, which can't be waited for.
   void descriptorIs(int fd, Handler ready, Wait wait = Wait::toRead);
   void descriptorDel(int fd);
   /// Calls `due` once. Returns a number for `timerDel`.
@@ -56,33 +62,34 @@ class PollLoop {
   void run();
   void stop() { isStopped_ = true; }
 
- private:
-  struct Listening {
-    Listener* listener;
-    Accepted accepted;
-    std::uint64_t pausedUntilMs = 0;
-  };
-  struct Waiting {
-    Handler ready;
-    Wait wait;
-  };
-  struct Timer {
-    std::uint64_t dueMs;
-    Handler due;
-  };
+  // For a program with a loop of its own. Again and again: ask for `dueMs`, wait until `fd` can be
+  // read or that time has come, call `turn(0)`. What the program changes meanwhile, in a tree or in
+  // this loop, makes `fd` readable.
 
+  int fd() const;
+  /// In terms of `nowMs`; empty: only `fd` counts.
+  std::optional<std::uint64_t> dueMs();
+
+ private:
+  class Source;
+  class LinkSource;
+  class ListenerSource;
+  class DescriptorSource;
+  class TimerSource;
+  struct State;
+
+  void linkIs(Link& link);
+  void settle();
   int waitMs(int maxWaitMs) const;
-  void acceptFrom(Listener* listener);
-  void runTimers();
 
   Clock clock_;
-  std::vector<Session*> sessions_;
-  std::vector<Listening> listening_;
-  std::map<int, Waiting> descriptors_;
-  std::map<std::uint64_t, Timer> timers_;
-  std::uint64_t lastTimer_ = 0;
-  bool isStopped_ = false;
   OnReport onReport_;
+  bool isStopped_ = false;
+  /// Shared with the links that are served, which may outlive the loop.
+  std::shared_ptr<State> state_;
+  std::map<Listener const*, std::shared_ptr<ListenerSource>> listeners_;
+  std::map<int, std::shared_ptr<DescriptorSource>> descriptors_;
+  std::map<std::uint64_t, std::shared_ptr<TimerSource>> timers_;
 };
 
 }  // namespace NboAttrLog

@@ -100,6 +100,7 @@ void Demuxer::retire(Sa& adapter) {
     goneIs(id);
     if (adapter.origin_ == StreamAdapter::Origin::exportedOrphan && mode_ == Mode::running) {
       withdrawalsOwed_.push_back(id);
+      turnIsWanted();
     }
   }
   if (isInTable) transactionDrop(adapter);
@@ -202,6 +203,11 @@ void Demuxer::dispatchGreeting(Greeting const& greeting) {
   mode_ = Mode::running;
   if (greeted_) greeted_();
   exportWaiting();
+}
+
+void Demuxer::wake() {
+  isWakerArmed_ = false;
+  if (wake_) wake_();
 }
 
 void Demuxer::errorIs(StreamError code, std::string const& text) {

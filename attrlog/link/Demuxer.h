@@ -45,6 +45,8 @@ struct LinkOptions {
   std::uint64_t schemaHash = 0;
   std::size_t outCapacity = defaultCapacity;
   std::uint64_t greetingTimeoutMs = 10000;
+  /// How long a peer may take to finish a frame that it has begun.
+  std::uint64_t frameTimeoutMs = 30000;
   /// How long an ack may wait for a frame that takes it along, unless this end only listens.
   std::uint64_t ackDelayMs = 20;
 };
@@ -257,6 +259,13 @@ class Demuxer : public PtrInterface {
   void report(std::string const& line) const {
     if (reporter_) reporter_(line);
   }
+  /// `wake` is called at the first thing behind each `wakerArm` that is to be sent or done.
+  void wakerIs(std::function<void()> wake) { wake_ = std::move(wake); }
+  void wakerArm() { isWakerArmed_ = true; }
+  /// There is something to be sent or done.
+  void turnIsWanted() {
+    if (isWakerArmed_) wake();
+  }
 
   // Called by `Out` when a frame is ended.
 
@@ -265,6 +274,7 @@ class Demuxer : public PtrInterface {
                        std::size_t size) {
     ++stats_.framesSent;
     ackSent_ = framesBegun_;
+    turnIsWanted();
     if (!isCounted(kind)) return;
     ++framesCommitted_;
     if (kind == FrameKind::message && mayPeerWrite()) noteSent(header, payload, size);
@@ -277,6 +287,8 @@ class Demuxer : public PtrInterface {
   };
 
   using Sa = Entity::MoxNboAttrLogSa;
+
+  void wake();
 
   // Ids and adapters.
   void holdIs(Sa& adapter, bool hold);
@@ -403,6 +415,8 @@ class Demuxer : public PtrInterface {
   FrameObserver observer_;
   std::function<void()> greeted_;
   Reporter reporter_;
+  std::function<void()> wake_;
+  bool isWakerArmed_ = false;
 };
 
 /// "slice/fap[f].description", for reports.

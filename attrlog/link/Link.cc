@@ -9,9 +9,6 @@
 namespace Mox::NboAttrLog {
 namespace {
 
-/// Bytes asked of the pipe at once.
-constexpr std::size_t readPiece = 65536;
-
 /// A subscriber that services a link from inside of a dispatch would apply messages in the middle
 /// of another one.
 thread_local bool isServicing = false;
@@ -42,10 +39,14 @@ Link::Link(Session* session, std::unique_ptr<ByteLink> bytes, LinkOptions const&
   demuxer_->reporterIs([this](std::string const& line) {
     if (session_) session_->report(*this, line);
   });
+  demuxer_->wakerIs([this] {
+    if (waiter_) waiter_->linkIsWoken();
+  });
   demuxer_->begin();
 }
 
 Link::~Link() {
+  waiter_.reset();
   if (state_ != State::closed) {
     demuxer_->close();
     demuxer_->emptyGraveyard();
@@ -68,9 +69,11 @@ void Link::service(std::uint64_t nowMs) {
 
 void Link::turn(std::uint64_t nowMs) {
   demuxer_->nowMsIs(nowMs);
+  writeLeft_ = writeBudget;
   if (end_ == End::none) {
-    receive();
+    bool const isDrained = receive();
     dispatch();
+    if (isDrained) frameDeadlineCheck(nowMs);
   }
   if (end_ == End::none) demuxer_->runFlowOuts([this] { flush(); });
   if (!greetingDueMs_) greetingDueMs_ = nowMs + demuxer_->options().greetingTimeoutMs;
@@ -83,7 +86,7 @@ void Link::turn(std::uint64_t nowMs) {
   if (isWriteBroken_) {
     // A pipe that takes no more may still hold the peer's last words, and tells how it ended.
     std::string const reason = bytes_->error();
-    std::uint64_t const most = bytesReceived_ + readBudget;
+    std::uint64_t const most = bytesReceived_ + 4 * readBudget;
     for (std::uint64_t before = most; before != bytesReceived_ && bytesReceived_ < most;) {
       before = bytesReceived_;
       receive();
@@ -93,21 +96,33 @@ void Link::turn(std::uint64_t nowMs) {
   }
 }
 
-void Link::receive() {
+bool Link::receive() {
   ByteQueue& received = demuxer_->in()->received();
-  for (std::size_t budget = readBudget; budget != 0;) {
-    std::size_t const size = std::min(budget, readPiece);
-    ByteResult const result = bytes_->read(received.room(size), size);
-    received.grow(result.count);
-    bytesReceived_ += result.count;
-    budget -= result.count;
-    if (result.state == ByteResult::State::failed) {
-      endIs(End::failed, bytes_->error());
-    } else if (result.state == ByteResult::State::end) {
-      endIs(End::peer, state_ == State::greeting ? "closed by the peer before its greeting"
-                                                 : "closed by the peer");
-    }
-    if (result.count < size) return;
+  ByteResult const result = bytes_->read(received.room(readBudget), readBudget);
+  received.grow(result.count);
+  bytesReceived_ += result.count;
+  if (result.state == ByteResult::State::failed) {
+    endIs(End::failed, bytes_->error());
+  } else if (result.state == ByteResult::State::end) {
+    endIs(End::peer, state_ == State::greeting ? "closed by the peer before its greeting"
+                                               : "closed by the peer");
+  }
+  return result.count < readBudget;
+}
+
+/// The time counts from the turn that has seen the frame's first bytes, and ends only when the pipe
+/// has no more of it: a process that was stopped itself blames no peer.
+void Link::frameDeadlineCheck(std::uint64_t nowMs) {
+  std::size_t const unfinished = demuxer_->in()->received().size();
+  std::uint64_t const offset = bytesReceived_ - unfinished;
+  if (unfinished == 0 || state_ != State::running) {
+    frameDueMs_.reset();
+  } else if (!frameDueMs_ || offset != frameOffset_) {
+    frameOffset_ = offset;
+    frameDueMs_ = nowMs + demuxer_->options().frameTimeoutMs;
+  } else if (nowMs >= *frameDueMs_) {
+    endIs(End::stalled, "log: a frame was not finished within " +
+                            durationText(demuxer_->options().frameTimeoutMs));
   }
 }
 
@@ -122,20 +137,27 @@ void Link::dispatch() {
 
 void Link::flush() {
   Out& out = **demuxer_->out();
-  while (!isWriteBroken_ && out.committedSize() != 0) {
-    ByteResult const result = bytes_->write(out.committed(), out.committedSize());
+  while (!isWriteBroken_ && out.committedSize() != 0 && writeLeft_ != 0) {
+    std::size_t const size = std::min(out.committedSize(), writeLeft_);
+    ByteResult const result = bytes_->write(out.committed(), size);
     out.sent(result.count);
     bytesSent_ += result.count;
+    writeLeft_ -= result.count;
     isWriteBroken_ = result.state == ByteResult::State::failed;
     if (result.count == 0) return;
   }
 }
 
 void Link::send() {
-  if (!isServicing && state_ != State::closed && end_ == End::none) flush();
+  if (isServicing || state_ == State::closed || end_ != End::none) return;
+  writeLeft_ = writeBudget;
+  flush();
 }
 
-void Link::closeIs(std::string const& reason) { endIs(End::here, reason); }
+void Link::closeIs(std::string const& reason) {
+  endIs(End::here, reason);
+  demuxer_->turnIsWanted();
+}
 
 void Link::endIs(End end, std::string const& reason) {
   if (end_ != End::none || state_ == State::closed) return;
@@ -146,6 +168,8 @@ void Link::endIs(End end, std::string const& reason) {
 void Link::tearDown() {
   if (state_ == State::closed) return;
   state_ = State::closed;
+  // Whoever waits for the descriptor takes it out while it is open.
+  waiter_.reset();
   demuxer_->close();
   bytes_->close();
   demuxer_->emptyGraveyard();
@@ -169,7 +193,10 @@ bool Link::wantsWrite() const {
 std::optional<std::uint64_t> Link::dueMs() const {
   if (state_ == State::closed) return std::nullopt;
   if (end_ != End::none || !greetingDueMs_) return 0;
-  return state_ == State::greeting ? greetingDueMs_ : demuxer_->ackDueMs();
+  if (state_ == State::greeting) return greetingDueMs_;
+  std::optional<std::uint64_t> const ackDueMs = demuxer_->ackDueMs();
+  if (!ackDueMs || !frameDueMs_) return ackDueMs ? ackDueMs : frameDueMs_;
+  return std::min(*ackDueMs, *frameDueMs_);
 }
 
 }  // namespace Mox::NboAttrLog

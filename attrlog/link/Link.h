@@ -34,10 +34,22 @@ class Link : public PtrInterface {
     failed,      ///< the pipe or this process failed
     refused,     ///< one end refused what the other sent: `demuxer().errorCode()`
     noGreeting,  ///< the peer said nothing in time
+    stalled,     ///< the peer did not finish a frame in time
   };
 
-  /// Bytes that one `service` reads.
-  static constexpr std::size_t readBudget = 262144;
+  /// Whoever waits for the pipe and for `dueMs` instead of calling `service` again and again.
+  class Waiter {
+   public:
+    /// Called when the link closes or is destroyed.
+    virtual ~Waiter() = default;
+    /// What the link wants has changed outside of `service`. Called once behind each `waiterArm`,
+    /// from within any change of an entity: it must only note the fact.
+    virtual void linkIsWoken() = 0;
+  };
+
+  /// Bytes that one `service` reads, and that it writes: no peer keeps the others waiting for long.
+  static constexpr std::size_t readBudget = 65536;
+  static constexpr std::size_t writeBudget = 131072;
 
   /// `session` may be null: a link by itself, for tests.
   Link(Session* session, std::unique_ptr<ByteLink> bytes, LinkOptions const& options);
@@ -65,6 +77,9 @@ class Link : public PtrInterface {
   bool wantsWrite() const;
   /// When `service` must be called though nothing moves; 0: at once. Empty: never.
   std::optional<std::uint64_t> dueMs() const;
+  /// Replaces the waiter. What the link wants now is not announced.
+  void waiterIs(std::unique_ptr<Waiter> waiter) { waiter_ = std::move(waiter); }
+  void waiterArm() { demuxer_->wakerArm(); }
 
   Demuxer& demuxer() { return **demuxer_; }
   Demuxer const& demuxer() const { return **demuxer_; }
@@ -84,8 +99,10 @@ class Link : public PtrInterface {
   };
 
   void turn(std::uint64_t nowMs);
-  void receive();
+  /// True when the pipe had no more.
+  bool receive();
   void dispatch();
+  void frameDeadlineCheck(std::uint64_t nowMs);
   void flush();
   void endIs(End end, std::string const& reason);
   void tearDown();
@@ -97,12 +114,16 @@ class Link : public PtrInterface {
   State state_ = State::greeting;
   End end_ = End::none;
   bool isWriteBroken_ = false;
+  std::size_t writeLeft_ = 0;  ///< of this turn's budget
   std::string error_;
   std::optional<std::uint64_t> greetingDueMs_;
+  std::optional<std::uint64_t> frameDueMs_;  ///< of the frame whose beginning has come
+  std::uint64_t frameOffset_ = 0;            ///< where in the stream it begins
   /// Peers of the same origin that have greeted over newer links of the session.
   std::vector<Newer> newer_;
   std::uint64_t bytesReceived_ = 0;
   std::uint64_t bytesSent_ = 0;
+  std::unique_ptr<Waiter> waiter_;
 };
 
 }  // namespace NboAttrLog

@@ -25,6 +25,7 @@ std::uint32_t Demuxer::rootFlags(bool exported) const {
 void Demuxer::exportIs(Ptr<Entity> const& root) {
   exportsWaiting_.push_back(root);
   exportWaiting();
+  turnIsWanted();
 }
 
 void Demuxer::exportWaiting() {
@@ -69,6 +70,7 @@ void Demuxer::exportDel(Ptr<Entity> const& root) {
 void Demuxer::exportsDone() {
   exportsDoneOwed_ = true;
   exportWaiting();
+  turnIsWanted();
 }
 
 void Demuxer::sendWithdrawals() {

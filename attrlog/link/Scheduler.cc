@@ -57,6 +57,7 @@ void Demuxer::transferIs(Sa& adapter) {
   createFlowOut(adapter, ConnectDesc(), true, 0);
   adapter.fullStarted_ = true;
   adapter.queued_ = true;
+  turnIsWanted();
   if (!inRun() || onlyQueueTransfers_) {
     bulk_.emplace_back(&adapter);
   } else if (continueFlowOut()) {
@@ -75,6 +76,7 @@ bool Demuxer::continueFlowOut() {
 
 void Demuxer::queue(Sa& adapter) {
   adapter.queued_ = true;
+  turnIsWanted();
   if (adapter.flowOut_->isFull()) {
     bulk_.emplace_back(&adapter);
   } else {

@@ -45,7 +45,14 @@ Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes, LinkOptions const& op
   for (Ptr<Entity> const& root : roots_) demuxer.exportIs(root);
   if (isExportDone_) demuxer.exportsDone();
   links_.push_back(link);
+  if (onLink_) onLink_(**link);
   return link;
+}
+
+void Session::onLink(OnLink handler) {
+  onLink_ = std::move(handler);
+  if (!onLink_) return;
+  for (Ptr<Link> const& link : links_) onLink_(**link);
 }
 
 void Session::service(std::uint64_t nowMs) {

@@ -23,6 +23,7 @@ class Session {
   using OnClosed = std::function<void(Link& link, std::string const& reason)>;
   using OnGreeted = std::function<void(Link& link)>;
   using OnReport = std::function<void(std::string const& line)>;
+  using OnLink = std::function<void(Link& link)>;
 
   /// `name` is sent to peers and should differ between the processes that one peer serves: a new
   /// connection with a name ends the older ones with that name and the same origin, so that a peer
@@ -58,6 +59,9 @@ class Session {
   void onClosed(OnClosed handler) { onClosed_ = std::move(handler); }
   /// A peer's greeting was accepted.
   void onGreeted(OnGreeted handler) { onGreeted_ = std::move(handler); }
+  /// Calls the handler for each link of the session, those of now included: for a loop that waits
+  /// for them.
+  void onLink(OnLink handler);
   /// One line about each thing that somebody who looks after the process wants to know.
   void onReport(OnReport handler) { onReport_ = std::move(handler); }
 
@@ -79,6 +83,7 @@ class Session {
   OnClosed onClosed_;
   OnGreeted onGreeted_;
   OnReport onReport_;
+  OnLink onLink_;
 };
 
 }  // namespace NboAttrLog
