@@ -12,6 +12,9 @@ endfunction()
 install_library(Mox libmox)
 install_library(InvSiblings libinvarad)
 install_library(InvArad libinvarad)
+install(TARGETS MoxSimulation EXPORT InvAradTargets
+        ARCHIVE COMPONENT dev
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/InvArad COMPONENT dev)
 
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/InvArad)
 set(shareDir ${CMAKE_INSTALL_DATADIR}/InvArad)
@@ -22,12 +25,14 @@ configure_package_config_file(cmake/InvAradConfig.cmake.in InvAradConfig.cmake
 write_basic_package_version_file(InvAradConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/InvAradConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/InvAradConfigVersion.cmake cmake/MoxModel.cmake
+              cmake/MoxSimulation.cmake
         DESTINATION ${packageDir} COMPONENT dev)
 
 install(DIRECTORY schema/ DESTINATION ${shareDir}/schema COMPONENT dev
         FILES_MATCHING PATTERN "*.mox")
 install(DIRECTORY moxc/ DESTINATION ${shareDir}/moxc COMPONENT dev
         FILES_MATCHING PATTERN "*.py" PATTERN "*.j2" PATTERN "__pycache__" EXCLUDE)
+install(FILES simulation/main.cc DESTINATION ${shareDir}/simulation COMPONENT dev)
 
 # GDB looks for it under the full name of the library.
 install(FILES tools/gdb/mox_printers.py

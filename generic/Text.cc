@@ -26,21 +26,6 @@ constexpr AttributeId firstOwnId = 0x100;
 
 String8 quoted(String8 const& text) { return valueToStrep(text); }
 
-/// A type by the name that the registry has in argument lists: qualified, or short within a name
-/// space of `near`.
-MoxType const* typeByName(Name const& name, MoxType const& near) {
-  if (MoxType const* const type = MoxType::typeNode(name)) return type;
-  Name const qualified = near.qualifiedName();
-  std::string_view scope = qualified.view();
-  for (auto end = scope.rfind("::"); end != scope.npos; end = scope.rfind("::")) {
-    scope = scope.substr(0, end);
-    if (MoxType const* const type = MoxType::typeNode(Name(String8(scope) + "::" + name))) {
-      return type;
-    }
-  }
-  return nullptr;
-}
-
 /// What a text of the type has to be, for those who have given another.
 String8 expectedText(MoxType const& type) {
   if (!type.isEnumType()) return type.qualifiedName();
@@ -129,6 +114,19 @@ std::vector<MoxAttr const*> contentOf(MoxType const& type) {
     if (attributeForm(**at) != AttributeForm::other) content.push_back(*at);
   }
   return content;
+}
+
+MoxType const* typeByName(Name const& name, MoxType const& near) {
+  if (MoxType const* const type = MoxType::typeNode(name)) return type;
+  Name const qualified = near.qualifiedName();
+  std::string_view scope = qualified.view();
+  for (auto end = scope.rfind("::"); end != scope.npos; end = scope.rfind("::")) {
+    scope = scope.substr(0, end);
+    if (MoxType const* const type = MoxType::typeNode(Name(String8(scope) + "::" + name))) {
+      return type;
+    }
+  }
+  return nullptr;
 }
 
 MoxAttr const* attributeByName(MoxType const& type, String8 const& name) {

@@ -28,6 +28,9 @@ enum class AttributeForm : unsigned char {
 AttributeForm attributeForm(MoxAttr const& attribute);
 /// The attributes that hold something, those of the base first; without those of all entities.
 std::vector<MoxAttr const*> contentOf(MoxType const& type);
+/// The type with a name as argument lists have it: qualified, or short within a name space of
+/// `near`. Null when there is none.
+MoxType const* typeByName(Name const& name, MoxType const& near);
 /// Null when there is none.
 MoxAttr const* attributeByName(MoxType const& type, String8 const& name);
 

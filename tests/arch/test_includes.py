@@ -20,8 +20,9 @@ ROOMS = {
     'attrlog/adapter': ['Mox', 'values', 'model', 'registry', 'attrlog'],
     'attrlog/link': ['Mox', 'values', 'model', 'registry', 'attrlog'],
     'transport': ['Mox', 'values', 'model', 'registry', 'attrlog'],
+    'simulation': ['Mox', 'values', 'registry', 'generic', 'attrlog', 'transport'],
 }
-SYSTEM_ROOMS = {'transport'}
+SYSTEM_ROOMS = {'transport', 'simulation'}
 # A hand-written reaction sees the models and what they are made of.
 REACTIONS = ['InvArad', 'InvSiblings', 'Mox', 'values', 'model']
 
