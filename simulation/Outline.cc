@@ -5,8 +5,6 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "registry/IntrospectionReactor.h"
-
 namespace Mox::Simulation {
 namespace {
 
@@ -117,18 +115,15 @@ std::unordered_set<MoxType const*> const& Outline::reached() const {
 
 std::vector<MoxType const*> rootTypes(String8 const& qualifiedName) {
   std::vector<MoxType const*> roots;
-  GenericIf::List::_fwkType();
-  Ptr<IntrospectionReactor> const reactor = IntrospectionReactor::global();
-  auto const* const recorded = dynamic_cast<RecordingReactor const*>(reactor.get());
-  if (!recorded) return roots;
-  for (MoxType const* type : recorded->types()) {
+  for (MoxType const* type : MoxType::typeNodes()) {
     if (!type->isRootType()) continue;
     if (qualifiedName.empty() || String8(type->qualifiedName()) == qualifiedName) {
       roots.push_back(type);
-      // All that is made once is made now, and counts in no history.
-      Outline::of(*type).reached();
     }
   }
+  // All that is made once is made now, and counts in no history.
+  for (MoxType const* type : roots) Outline::of(*type).reached();
+  GenericIf::List::_fwkType();
   return roots;
 }
 
