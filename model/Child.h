@@ -58,6 +58,12 @@ inline void requireMember(bool isMember) {
   if (!isMember) throwRangeException(messages::foreignIterator);
 }
 
+/// `xDelAll()`: `del` is called on each member, in the map's order.
+template <class Map, class Del>
+void deleteAll(Map& map, Del const& del) {
+  for (typename Map::Iterator at(&map); at; ++at) del(at);
+}
+
 template <class Child>
 void orphan(Ptr<Child> const& child) {
   if (child) child->parentIs(Ptr<Entity>());

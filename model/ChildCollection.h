@@ -71,10 +71,4 @@ auto childOf(Owner const& owner, Map const& map, Key const& key) {
   return Ptr<typename Map::MemberType>(map[key]);
 }
 
-/// `xDelAll()`: `del` is called on each member, in the map's order.
-template <class Map, class Del>
-void deleteAll(Map& map, Del const& del) {
-  for (typename Map::Iterator at(&map); at; ++at) del(at);
-}
-
 }  // namespace Mox

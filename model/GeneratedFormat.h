@@ -6,6 +6,6 @@
 
 namespace MOX_API Mox {
 
-inline constexpr int generatedFormat = 1;
+inline constexpr int generatedFormat = 2;
 
 }  // namespace Mox

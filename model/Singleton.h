@@ -20,7 +20,7 @@ ValidPtr<Child> singletonIs(Owner& owner, Ptr<Child>& field, AttributeId attribu
     if (same) return ValidPtr<Child>(present);
     present->parentIs(Ptr<Entity>());
   }
-  Ptr<Child> const made = make();
+  Ptr<Child> const made(make());
   made->parentAttrIdIs(attribute);
   made->moxOwnerIs(Ptr<Entity>(&owner));
   field = made;

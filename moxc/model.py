@@ -400,7 +400,16 @@ class Attr:
         """C++ type of the value as a parameter of setters and constructors."""
         if self.type.isEntity:
             return 'Mox::Ptr<%s> const&' % self.targetCpp
-        return self.type.paramCpp
+        return self.type.cpp if self.kind == 'value' else self.type.paramCpp
+
+    @property
+    def initialiser(self):
+        """C++ initialiser of a value's field; '' where the default constructor does it, or the
+        entity's."""
+        if self.kind != 'value' or self.defaultFrom or self.default == self.type.cpp + '()':
+            return ''
+        isPlain = self.type.isEnum or self.type.isBuiltin
+        return '{}' if isPlain and self.default == self.type.defaultText else ' = ' + self.default
 
     @property
     def genericKeyName(self):

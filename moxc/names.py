@@ -36,7 +36,7 @@ NOTIFIEE_HANDLERS = frozenset('''
 
 # Nested classes of every generated class, and names of the framework.
 TYPE_NAMES = frozenset('''
-    Notifiee NotifieeConst GenericIf Entity Ptr ValidPtr PtrInterface String8 Name Mox
+    Notifiee NotifieeConst Ids GenericIf Entity Ptr ValidPtr PtrInterface String8 Name Mox
 '''.split())
 
 # Nested classes of every entity class that have the form of a collection's wrapper.

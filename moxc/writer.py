@@ -4,18 +4,16 @@ OUTPUTS is the one table of what is generated: add a row and a template for a ne
 """
 
 import os
-import re
 import tempfile
 from typing import NamedTuple
 
 import jinja2
 
 from checker import cppText
-
-LINE_LENGTH = 100
+from layout import layout
 
 # The form of the generated code; the run-time's model/GeneratedFormat.h must name the same.
-GENERATED_FORMAT = 1
+GENERATED_FORMAT = 2
 
 TEMPLATE_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'templates')
 
@@ -93,8 +91,7 @@ class Writer:
             except Exception as failure:  # whatever an expression in the template raises
                 place = self._templatePlace(failure) or output.template
                 raise TemplateError('%s: %s' % (place, failure)) from failure
-            rendered[path] = '\n'.join(folded for line in text.split('\n')
-                                       for folded in foldLine(line))
+            rendered[path] = layout(text)
         return rendered
 
     def write(self, outDir):
@@ -140,47 +137,6 @@ class Writer:
                 return self._path(output, type)
         raise KeyError("no row of OUTPUTS declares types of kind '%s' (%s)"
                        % (type.kind, type.qualified))
-
-
-ONE_LINE_BODY = re.compile(r'( *)(.*\)[^(){}"]*\{) ([^{}]*;) \}$')
-
-
-def foldLine(line, continuation=None):
-    """A line of C++ as lines of at most LINE_LENGTH, as far as it has a body, commas or parentheses
-    to be broken at; comments are left as they are."""
-    if len(line) <= LINE_LENGTH or line.lstrip().startswith('//'):
-        return [line]
-    body = ONE_LINE_BODY.match(line)
-    if body:
-        return (foldLine(body[1] + body[2]) + foldLine(body[1] + '  ' + body[3]) + [body[1] + '}'])
-    indent = len(line) - len(line.lstrip())
-    breaks = _breaks(line, indent)
-    if breaks is None:
-        return [line]
-    continuation = indent + 4 if continuation is None else continuation
-    return [line[:breaks].rstrip()] + foldLine(' ' * continuation + line[breaks:].lstrip(),
-                                               continuation)
-
-
-def _breaks(line, indent):
-    """Where to break: behind the last comma that fits, else the last opening parenthesis, brace or
-    equals sign. None if that would not shorten the rest."""
-    inText = False
-    best = {',': None, '(': None, '=': None}
-    for at in range(indent, min(len(line), LINE_LENGTH)):
-        char = line[at]
-        if char == '"' and line[at - 1] != '\\':
-            inText = not inText
-        elif not inText and char == ',' and line[at + 1:at + 2] == ' ':
-            best[','] = at + 1
-        elif not inText and char in '({' and line[at + 1:at + 2] not in ')}':
-            best['('] = at + 1
-        elif not inText and line[at:at + 3] == '= ' + line[at + 2:at + 3]:
-            best['='] = at + 1
-    for kind in ',(=':
-        if best[kind] is not None and best[kind] > indent + 5:
-            return best[kind]
-    return None
 
 
 def writeIfChanged(path, text):
