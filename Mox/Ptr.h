@@ -116,8 +116,8 @@ class Ptr {
 
   T* get() const { return object_; }
   /// Both give the stored pointer, unchecked: null stays null.
-  T* operator->() const { return object_; }
-  T* operator*() const { return object_; }
+  T* operator->() const;
+  T* operator*() const;
   explicit operator bool() const { return object_ != nullptr; }
 
   /// Hands the reference held to the caller, who now owns it.
@@ -128,6 +128,17 @@ class Ptr {
  private:
   T* object_ = nullptr;
 };
+
+// Not declared inline, and so exported by models that hide their inline functions: other modules
+// reach these two by reflection.
+template <class T>
+T* Ptr<T>::operator->() const {
+  return object_;
+}
+template <class T>
+T* Ptr<T>::operator*() const {
+  return object_;
+}
 
 template <class T>
 class ValidPtr {

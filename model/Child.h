@@ -5,8 +5,8 @@
 
 #include <type_traits>
 
-#include "Mox/AttributeId.h"
 #include "Mox/Assertion.h"
+#include "Mox/AttributeId.h"
 #include "Mox/Entity.h"
 #include "Mox/Exception.h"
 #include "Mox/HashMap.h"

@@ -2,8 +2,8 @@
 // the link and finds its key in the child. Generated one-liners call these.
 //
 // A wrapper is a public class, so a client can take its child out or put another one in under the
-// map. A wrapper without a child is no member; whoever comes across it removes it, and removal finds
-// it wherever it is linked.
+// map. A wrapper without a child is no member; whoever comes across it removes it, and removal
+// finds it wherever it is linked.
 #pragma once
 
 #include <cstdint>
@@ -52,8 +52,8 @@ class ChildWrapper : public PtrInterface {
   Ptr<Self> next;
 };
 
-/// The wrapper with this key, or null. Reads the keys in the bucket up to it; `isEmpty` is called on
-/// each wrapper there that has no child.
+/// The wrapper with this key, or null. Reads the keys in the bucket up to it; `isEmpty` is called
+/// on each wrapper there that has no child.
 template <class Map, class Key, class IsEmpty>
 typename Map::MemberType* findWrapper(Map const& map, Key const& key, IsEmpty const& isEmpty) {
   using Wrapper = typename Map::MemberType;

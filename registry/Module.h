@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
+#include <type_traits>
 
 #include "Mox/AttributeId.h"
 #include "Mox/Ptr.h"
@@ -107,15 +109,23 @@ MoxType* typeInstance(MoxType*& instance, void (*init)(), TypeAccess base) {
   return made;
 }
 
-/// Keeps the accessor of a pointer in the program for those who reach it by reflection.
+/// Takes the address of an accessor of a pointer, so that the accessor is in the module for those
+/// who reach it by reflection.
 void forcePointerAccessH(void const* accessor);
+
+/// The address of a member function, which isn't virtual.
+template <class Function>
+void const* functionAddress(Function function) {
+  static_assert(std::is_member_function_pointer_v<Function>);
+  void const* address;
+  std::memcpy(&address, &function, sizeof address);
+  return address;
+}
 
 template <class T>
 void forcePointerAccess() {
-  static constexpr auto dereference = &Ptr<T>::operator*;
-  forcePointerAccessH(&dereference);
-  static constexpr auto member = &Ptr<T>::operator->;
-  forcePointerAccessH(&member);
+  forcePointerAccessH(functionAddress(&Ptr<T>::operator*));
+  forcePointerAccessH(functionAddress(&Ptr<T>::operator->));
 }
 
 }  // namespace Mox

@@ -74,6 +74,11 @@ class Exports(unittest.TestCase):
             self.assertEqual((library, sorted(found - wanted), sorted(wanted - found)),
                              (library, [], []))
 
+    def testThePointerAccessorsOfAnEntityCanBeReached(self):
+        names = {name.split('(')[0] for _, name in exported('libInvArad')}
+        for accessor in 'operator*', 'operator->':
+            self.assertIn('Mox::Ptr<Inventory::Arad::Qsgmii>::' + accessor, names)
+
 
 if __name__ == '__main__':
     unittest.main()
