@@ -13,6 +13,7 @@
 
 namespace MOX_API Mox {
 
+class EntityId;
 class MoxAttr;
 class MoxType;
 namespace NboAttrLog {
@@ -60,6 +61,13 @@ class Entity : public PtrInterface {
                                                  Ptr<NboAttrLog::Out> const& out,
                                                  PtrInterface* channel);
   virtual Ptr<MoxNboAttrLogSa> moxNboAttrLogSaDel(Ptr<NboAttrLog::Out const> const& out);
+
+  /// The entity's id on the connection of `out`. `announces`: an entity that no tree of the
+  /// connection holds is announced by itself, which drops a message that is being written
+  /// (`isInMessage`): an `AttrLogRecordException` asks for it again. `throws`: an
+  /// `EntityIdUnavailableException` when the peer can't know the entity yet; else the id 0.
+  EntityId entityId(Ptr<NboAttrLog::Out> const& out, bool isInMessage, bool announces,
+                    bool throws) const;
 
   // Bump nothing.
   std::uint32_t version() const { return version_; }

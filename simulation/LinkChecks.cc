@@ -40,7 +40,7 @@ KnownIds checkQuietEnd(Link const& link, Allowed allowed, std::string const& whe
     std::string const path(adapter.rawEntity()->fullName().view());
     ids.emplace(adapter.entityId(), path);
     if (adapter.flowOut()) fail("unsent changes of " + path);
-    if (adapter.hold()) fail("a hold is left of " + path);
+    if (adapter.life() == StreamAdapter::Life::held) fail("a hold is left of " + path);
     if (!adapter.hasFlag(noFlowOut) || adapter.hasFlag(deferAll | changeFromLog | writingOff |
                                                        boundByTransaction | inScheduledRun)) {
       fail("odd flags of " + path);

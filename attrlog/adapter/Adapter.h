@@ -8,7 +8,6 @@
 #include "Mox/Ptr.h"
 #include "attrlog/adapter/Serialize.h"
 #include "attrlog/adapter/StreamAdapter.h"
-#include "attrlog/link/Demuxer.h"
 
 namespace MOX_API Mox {
 namespace NboAttrLog {
@@ -69,9 +68,38 @@ class AdapterOf : public Base {
 
 // Bodies of the entity's operations.
 
+/// The adapter of an entity on the connection of `out`; null: any with a unified id. An entity has
+/// one id on most connections, so that the first adapter of its list finds the wanted one in that
+/// connection's table: the cost doesn't grow with the number of connections.
+template <class List>
+Sa* findAdapter(PtrInterface const& entity, List const& notifiees, Ptr<Out const> const& out) {
+  AdapterHost const* const host = out ? out->host() : nullptr;
+  EntityId missed;
+  for (auto* notifiee = notifiees.head(); notifiee != nullptr; notifiee = notifiee->next) {
+    PtrInterface::NotifieeConst* const reactor = notifiee->moxRawReactor();
+    // Stream adapters are at the head of the list.
+    if (reactor == nullptr || !reactor->isStreamAdapter()) break;
+    auto* const adapter = static_cast<Sa*>(reactor);
+    if (!out) {
+      if (adapter->hasUnifiedEntityId() && adapter->host() != nullptr) return adapter;
+      continue;
+    }
+    if (adapter->nboAttrLogOut().get() == out.get()) return adapter;
+    if (host == nullptr) continue;
+    EntityId const id = adapter->entityId();
+    if (!id.isUnified() || id == missed) continue;
+    Sa* const found = host->reactors.reactor(id);
+    if (found != nullptr && found->rawEntity() == &entity) return found;
+    // Nothing of the connection is anywhere but in its table, under an id that others have too.
+    if (host->reactors.isComplete()) return nullptr;
+    missed = id;
+  }
+  return nullptr;
+}
+
 template <class X>
 Ptr<Sa> adapterOf(X const& entity, Ptr<Out const> const& out) {
-  return Ptr<Sa>(findAdapter(entity.notifieeList(), out));
+  return Ptr<Sa>(findAdapter(entity, entity.notifieeList(), out));
 }
 
 /// The first other adapter with a unified id on the channel of `adapter`, or on any when it has
@@ -82,7 +110,7 @@ Ptr<Sa> adapterForChannel(X const& entity, Ptr<Sa> const& adapter) {
     PtrInterface::NotifieeConst* reactor = notifiee->moxRawReactor();
     if (!reactor || !reactor->isStreamAdapter() || reactor == adapter.get()) continue;
     auto* found = static_cast<Sa*>(reactor);
-    if (!found->hasUnifiedEntityId() || !found->streamDemuxer()) continue;
+    if (!found->hasUnifiedEntityId() || !found->host()) continue;
     if (!adapter->channel() || found->channel() == adapter->channel()) return Ptr<Sa>(found);
   }
   return {};
@@ -90,10 +118,10 @@ Ptr<Sa> adapterForChannel(X const& entity, Ptr<Sa> const& adapter) {
 
 template <class X>
 Ptr<Sa> adapterDel(X& entity, Ptr<Out const> const& out) {
-  Demuxer* const demuxer = out ? demuxFor(out->reverseLog()) : nullptr;
-  if (!demuxer) return {};
+  AdapterHost* const host = out ? out->host() : nullptr;
+  if (!host) return {};
   Ptr<Sa> adapter = adapterOf(entity, out);
-  if (adapter) demuxer->reactorDel(adapter->entityId());
+  if (adapter) host->reactors.remove(adapter->entityId());
   return adapter;
 }
 

@@ -5,6 +5,7 @@
 #include <limits>
 #include <optional>
 
+#include "Mox/Dir.h"
 #include "attrlog/adapter/Rows.h"
 
 namespace Mox::NboAttrLog {
@@ -20,13 +21,15 @@ void applySync(MessageIn& message) {
   Sa& adapter = message.adapter;
   Ptr<Entity> const entity = adapter.moxNotifierEntity();
   EntityId const id = adapter.entityId();
-  for (Ptr<Demuxer> const& demuxer : globalNboAttrLogDemuxerManager().nboDemuxerIterator()) {
-    Ptr<Sa> const found(demuxer->reactor(id));
+  std::vector<AdapterHost*> const hosts = adapterHosts();
+  for (AdapterHost* const host : hosts) {
+    Ptr<Sa> const found(host->reactors.reactor(id));
     if (!found || found->moxNotifierEntity() != entity || !id.isUnified()) continue;
     found->flagsIs(applyingSync, true);
     found->syncModeIs(mode);
     found->flagsIs(applyingSync, false);
   }
+  channelModeIs(adapter, MsgChannel::Mode::synced);
   if (mode != StreamAdapter::SyncMode::ended || !entity) return;
   Dir* const dir = dynamic_cast<Dir*>(entity->parent().get());
   if (!dir) return;
@@ -36,12 +39,12 @@ void applySync(MessageIn& message) {
 }
 
 /// Throws when the peer may not write the attribute.
-void checkWritable(Sa const& adapter, Demuxer const& demuxer, AttributeId attribute) {
+void checkWritable(Sa const& adapter, AdapterHost const& host, AttributeId attribute) {
   if (!adapter.hasFlag(readOnlyRemote)) [[likely]]
     return;
   if (adapter.readOnlyRemoteOk(attribute) || adapter.convertedToWritable(false)) return;
   throwInternalException(messages::readOnlyProxy + adapter.rawEntity()->fullName() +
-                         messages::readOnlyProxyPeer + String8(demuxer.peerName().c_str()));
+                         messages::readOnlyProxyPeer + String8(host.peer().peerName.c_str()));
 }
 
 }  // namespace
@@ -89,11 +92,11 @@ class ReactorAnchor {
 
 /// What most messages are, without what only other forms need.
 void applyNumber(Sa& adapter, AttrRow const& row, unsigned int length) {
-  Demuxer* const demuxer = adapter.connection();
-  if (!demuxer) return;
+  AdapterHost* const host = adapter.host();
+  if (!host) return;
   ReactorAnchor const anchor(adapter);
-  checkWritable(adapter, *demuxer, row.id);
-  MessageIn message{adapter, demuxer->in(), row.id, length, false};
+  checkWritable(adapter, *host, row.id);
+  MessageIn message{adapter, *host, host->in, row.id, length, false};
   row.read(message);
 }
 
@@ -102,22 +105,21 @@ void applyNumber(Sa& adapter, AttrRow const& row, unsigned int length) {
                                       StreamAdapter::DeserializationOptions const& options,
                                       unsigned int length, Ptr<In> const& in) {
   bool const reflect = static_cast<bool>(in);
-  Demuxer* const demuxer = adapter.connection();
-  if (!reflect && !demuxer) return;
+  AdapterHost* const host = adapter.host();
+  if (!host) return;
   std::optional<ReactorAnchor> anchor;
   if (!reflect) {
     anchor.emplace(adapter);
-    checkWritable(adapter, *demuxer, attribute);
+    checkWritable(adapter, *host, attribute);
   }
-  MessageIn message{adapter, reflect ? in : demuxer->in(), attribute, length, reflect};
+  MessageIn message{adapter, *host, reflect ? in : host->in, attribute, length, reflect};
   if (std::abs(attribute) == compoundAttribute && type.ownsChildren()) {
     message.compound = readCompound(**message.in, type, attribute);
     message.attribute = message.compound.attribute;
   }
   bool const deletes = message.attribute < 0;
   AttrRow const* const row = type.find(deletes ? -message.attribute : message.attribute);
-  if (row && row->isInPieces() && demuxer)
-    message.flowIn = demuxer->flowIn(adapter.entityId()).get();
+  if (row && row->isInPieces()) message.flowIn = host->flowIns.flowIn(adapter.entityId()).get();
   if (auto const reader = !row ? nullptr : deletes ? row->readDel : row->read) {
     reader(message);
   } else if (message.attribute == syncAttribute) {
@@ -139,13 +141,17 @@ void deserialize(Sa& adapter, TypeRows const& type, AttributeId attribute,
   deserializeAny(adapter, type, attribute, options, length, in);
 }
 
+void channelModeIs(Sa& adapter, MsgChannel::Mode mode) {
+  if (adapter.channel() == nullptr) return;
+  if (auto* const entry = MsgChannel::constrainer().entry(adapter.channel())) entry->modeIs(mode);
+}
+
 void scanReference(MessageScan& message) {
   EntityId const id = message.in.nextEntityId();
   if (!id) return;
-  Demuxer::Naming const naming =
-      id.isUnified() ? message.demuxer.naming(id) : Demuxer::Naming::unknown;
-  if (naming == Demuxer::Naming::unknown) throw StreamException(StreamError::badId);
-  if (naming == Demuxer::Naming::gone) message.namesGone = true;
+  Naming const naming = id.isUnified() ? message.reactors.naming(id) : Naming::unknown;
+  if (naming == Naming::unknown) throw StreamException(StreamError::badId);
+  if (naming == Naming::gone) message.namesGone = true;
 }
 
 void scanPiece(MessageScan& message) {
@@ -158,8 +164,9 @@ void scanPiece(MessageScan& message) {
 
 void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8 const&)) {
   using Text = String8::Iterator;
+  channelModeIs(message.adapter, MsgChannel::Mode::payloadRead);
   if (message.reflect) {
-    row.tell(message.adapter, nullptr);
+    row.notify(message.adapter, nullptr);
     return;
   }
   FlowIn* const flowIn = message.flowIn;
@@ -176,11 +183,9 @@ void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8
   }
   payloadEnd(message);
   bool const complete = text.pos() == 0;
-  Demuxer* const demuxer = message.adapter.streamDemuxer();
-  EntityId const id = message.adapter.entityId();
   if (!complete) {
-    if (!flowIn && demuxer) {
-      Ptr<FlowIn> const made = demuxer->flowInIs(id);
+    if (!flowIn) {
+      Ptr<FlowIn> const made = message.host.flowIns.flowInIs(message.adapter.entityId());
       moxFlowInIteratorIs(made.get(), row.id, text);
     }
     return;
@@ -206,7 +211,7 @@ namespace {
 void sweep(Sa& adapter, AttrRow const& row, StreamAdapter::AttrTransactionType kind) {
   using Kind = StreamAdapter::AttrTransactionType;
   Ptr<Entity> const entity = adapter.moxNotifierEntity();
-  Demuxer const* const connection = adapter.streamDemuxer();
+  AdapterHost const* const connection = adapter.host();
   if (!entity) return;
   if (kind == Kind::begin) {
     Marks::begin(**entity, row, connection);
@@ -224,13 +229,14 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
   using Kind = StreamAdapter::AttrTransactionType;
   // A type that a transaction never touches leaves no record behind.
   if (type.count == 0 && !type.base) return true;
-  Demuxer* const demuxer = adapter.streamDemuxer();
+  AdapterHost* const host = adapter.host();
+  if (!host) return true;
   EntityId const id = adapter.entityId();
-  Ptr<FlowIn> flowIn = demuxer ? demuxer->flowIn(id) : Ptr<FlowIn>();
+  Ptr<FlowIn> flowIn = host->flowIns.flowIn(id);
   if (flowIn) {
     if (kind == Kind::end && attribute == flowIn->aid()) flowIn->handlingTransactionIs(true);
-  } else if (demuxer && !adapter.hasFlag(applyingSync) && kind == Kind::begin) {
-    flowIn = demuxer->flowInIs(id);
+  } else if (!adapter.hasFlag(applyingSync) && kind == Kind::begin) {
+    flowIn = host->flowIns.flowInIs(id);
     flowIn->aidIs(attribute);
   }
   AttrRow const* row = type.find(attribute);
@@ -241,7 +247,7 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
       return true;
     case AttrForm::pieces:
       if (!flowIn || flowIn->aid() != attribute) return false;
-      if (kind != Kind::begin) demuxer->openValueDel(id, attribute);
+      if (kind != Kind::begin) host->flowIns.openValueDel(id, attribute);
       return true;
     case AttrForm::singleton: {
       Ptr<Entity> const child = row->child(adapter);
@@ -252,7 +258,7 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
     }
     case AttrForm::valuesByString:
       if (flowIn && kind == Kind::abort) {
-        demuxer->openValueDel(id, attribute);
+        host->flowIns.openValueDel(id, attribute);
         return true;
       }
       sweep(adapter, *row, kind);
@@ -268,7 +274,7 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
 void notify(Sa& adapter, TypeRows const& type, AttributeId attribute, void const* key) {
   AttrRow const* row = type.find(attribute < 0 ? -attribute : attribute);
   if (!row || row->isCollection() != (attribute < 0)) return;
-  row->tell(adapter, key);
+  row->notify(adapter, key);
 }
 
 }  // namespace Mox::NboAttrLog

@@ -12,10 +12,10 @@
 
 #include "Mox/Exception.h"
 #include "Mox/NboAttrLogFlow.h"
+#include "attrlog/adapter/AdapterHost.h"
 #include "attrlog/adapter/EntityIds.h"
 #include "attrlog/adapter/SerializeCollection.h"
 #include "attrlog/adapter/StreamAdapter.h"
-#include "attrlog/link/Demuxer.h"
 
 namespace MOX_API Mox {
 namespace NboAttrLog {
@@ -37,10 +37,11 @@ Compound readCompound(In& in, TypeRows const& type, AttributeId attribute);
 /// The strings: pieces are joined in a FlowIn, and applied when whole.
 void readPieces(MessageIn& message, AttrRow const& row, void (*set)(Sa&, String8 const&));
 
+/// What the reader has reached is noted on the adapter's message channel, when it has one.
+void channelModeIs(Sa& adapter, MsgChannel::Mode mode);
+
 /// From here on the message counts as applied.
-inline void applying(MessageIn& message) {
-  if (Demuxer* demuxer = message.adapter.connection()) demuxer->appliedIs();
-}
+inline void applying(MessageIn& message) { message.host.inHand.appliedIs(); }
 
 /// Nothing but `rest` bytes may stand behind the values that were read.
 inline void payloadEnd(MessageIn const& message, std::size_t rest = 0) {
@@ -97,6 +98,9 @@ template <class D>
 void readScalar(MessageIn& message) {
   auto const value = WireValue<typename D::Value>::read(*message.in.get());
   payloadEnd(message);
+  if constexpr (IsReference<typename D::Value>::value) {
+    channelModeIs(message.adapter, MsgChannel::Mode::payloadRead);
+  }
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter));
     return;
@@ -126,6 +130,7 @@ void readValueKey(MessageIn& message) {
   auto const key = WireValue<typename D::Key>::read(*message.in.get());
   auto const value = WireValue<typename D::Value>::read(*message.in.get());
   payloadEnd(message);
+  channelModeIs(message.adapter, MsgChannel::Mode::payloadRead);
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter), key);
     return;
@@ -141,17 +146,15 @@ class OpenValueAnchor {
  public:
   /// `isOpen`: it came in pieces.
   OpenValueAnchor(Sa const& adapter, AttributeId attribute, bool isOpen)
-      : demuxer_(isOpen ? adapter.connection() : nullptr),
-        id_(adapter.entityId()),
-        attribute_(attribute) {}
+      : host_(isOpen ? adapter.host() : nullptr), id_(adapter.entityId()), attribute_(attribute) {}
   ~OpenValueAnchor() {
-    if (demuxer_) demuxer_->openValueDel(id_, attribute_);
+    if (host_) host_->flowIns.openValueDel(id_, attribute_);
   }
   OpenValueAnchor(OpenValueAnchor const&) = delete;
   OpenValueAnchor& operator=(OpenValueAnchor const&) = delete;
 
  private:
-  Demuxer* demuxer_;
+  AdapterHost* host_;
   EntityId id_;
   AttributeId attribute_;
 };
@@ -179,6 +182,7 @@ void readStringKey(MessageIn& message) {
   Ptr<Connection::In> const in(message.in);
   ConnectionInSizeAnchor const anchor{in, message.length};
   String8 const key = message.in->nextString();
+  channelModeIs(message.adapter, MsgChannel::Mode::payloadRead);
   if (message.reflect) {
     D::on(static_cast<typename D::Sa&>(message.adapter), key);
     return;
@@ -194,12 +198,12 @@ void readStringKey(MessageIn& message) {
   if (message.length != 0) in >> text;
   payloadEnd(message);
   bool const complete = text.pos() == 0;
-  Demuxer& demuxer = *message.adapter.streamDemuxer();
+  FlowIns& flowIns = message.host.flowIns;
   EntityId const id = message.adapter.entityId();
   if (!complete) {
     if (matches) return;
     if (flowIn && flowIn->iter()) throw StreamException(StreamError::badPiece);
-    Ptr<FlowIn> const made = demuxer.flowInIs(id);
+    Ptr<FlowIn> const made = flowIns.flowInIs(id);
     moxFlowInIdxEnq(made.get(), key);
     moxFlowInIteratorIs(made.get(), D::id, text);
     return;
@@ -264,8 +268,7 @@ EntityId peekChildId(MessageIn& message, Present const& present) {
   unsigned char const* const position = in.position();
   EntityId const id = in.nextEntityId();
   in.positionIs(position);
-  Demuxer const* const demuxer = message.adapter.streamDemuxer();
-  Sa const* const holder = demuxer ? demuxer->reactor(id) : nullptr;
+  Sa const* const holder = message.host.reactors.reactor(id);
   if (!id.isUnified() || id == orphanTarget || (holder && holder->rawEntity() != present())) {
     throw StreamException(StreamError::badId);
   }
@@ -276,8 +279,7 @@ EntityId peekChildId(MessageIn& message, Present const& present) {
 /// subscriber's change took the mark meanwhile. The mark is set again.
 inline bool isUnbound(MessageIn& message, EntityId id, unsigned char const* position) {
   Sa& adapter = message.adapter;
-  Demuxer const* const demuxer = adapter.streamDemuxer();
-  if (!adapter.rawEntity() || !demuxer || demuxer->reactor(id)) return false;
+  if (!adapter.rawEntity() || !adapter.host() || message.host.reactors.reactor(id)) return false;
   message.in->positionIs(position);
   adapter.flagsIs(changeFromLog, true);
   return true;
@@ -304,7 +306,7 @@ void readChildKey(MessageIn& message) {
   try {
     Expect const expect(Exception::nameInUseId);
     if (adapter.hasFlag(changeFromLog)) {
-      adapter.streamDemuxer()->checkEphemeralEntityDeletion(present.get(), id, true);
+      message.host.checkEphemeralEntityDeletion(present.get(), id);
     }
     {
       MsgChannel::DeserializingEidAnchor const anchor(id, adapter.rawEntity());
@@ -320,6 +322,7 @@ void readChildKey(MessageIn& message) {
     child = applyArgs<D>(adapter, args);
   }
   if (child) child->moxMarkedForDeletionIs(false);
+  channelModeIs(adapter, MsgChannel::Mode::payloadRead);
   unmark<D>(adapter, key);
   if (isUnbound(message, id, position)) D::on(typed, key);
 }
@@ -345,6 +348,7 @@ void readSingleton(MessageIn& message) {
   }
   if (adapter.hasFlag(changeFromLog) && adapter.rawEntity()) D::on(typed);
   if (child) child->moxMarkedForDeletionIs(false);
+  channelModeIs(adapter, MsgChannel::Mode::payloadRead);
   if (isUnbound(message, id, position)) D::on(typed);
 }
 

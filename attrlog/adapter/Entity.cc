@@ -1,12 +1,12 @@
-// The attribute log's operations of an entity without a log face, and the hook that parts a
-// removed child from every connection.
+// The attribute log's operations of an entity: those without a log face, its id on a connection,
+// and what a child that loses its parent means to every connection.
 #include "Mox/Entity.h"
 
-#include "attrlog/adapter/StreamAdapter.h"
-#include "attrlog/link/Demuxer.h"
+#include "attrlog/adapter/AdapterHost.h"
 
 namespace Mox {
 
+using NboAttrLog::AdapterHost;
 using NboAttrLog::Out;
 using Sa = Entity::MoxNboAttrLogSa;
 
@@ -19,18 +19,30 @@ Ptr<Sa> Entity::moxNboAttrLogSaIs(PtrInterface::NotifieeConst::Mox_BitSet, unsig
 }
 Ptr<Sa> Entity::moxNboAttrLogSaDel(Ptr<Out const> const&) { return {}; }
 
+EntityId Entity::entityId(Ptr<Out> const& out, bool isInMessage, bool announces,
+                          bool throws) const {
+  AdapterHost* const host = out ? out->host() : nullptr;
+  if (host == nullptr) return EntityId();
+  try {
+    return host->announcer.referenceId(const_cast<Entity&>(*this), isInMessage, announces);
+  } catch (EntityIdUnavailableException const&) {
+    if (throws) throw;
+    return EntityId();
+  }
+}
+
 namespace NboAttrLog {
 namespace {
 
-/// A child that has left its parent says nothing more, whoever still holds it.
+/// A child that has left its parent leaves every connection, whoever still holds it.
 void handleUnparent(Entity* entity) {
-  if (globalNboAttrLogDemuxerManager().demuxers().empty()) return;
-  for (auto const& demuxer : globalNboAttrLogDemuxerManager().nboDemuxerIterator()) {
-    Ptr<Sa> const adapter = entity->moxNboAttrLogSa(Ptr<Out const>(demuxer->out()));
+  std::vector<AdapterHost*> const hosts = adapterHosts();
+  for (AdapterHost* const host : hosts) {
+    Ptr<Sa> const adapter = entity->moxNboAttrLogSa(Ptr<Out const>(host->out));
     if (adapter && adapter->origin() != StreamAdapter::Origin::exportedOrphan) {
       adapter->doRemountSelf(Ptr<Out>());
     }
-    demuxer->wakeAll();
+    host->scheduler.wakeAll();
   }
 }
 

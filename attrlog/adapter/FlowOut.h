@@ -13,6 +13,7 @@
 
 namespace MOX_API Mox {
 
+class Entity;
 class StreamAdapter;
 
 namespace NboAttrLog {
@@ -88,6 +89,15 @@ class FlowOut : public PtrInterface {
   /// What is owed has become so since then, on the clock of the link's turns: since the first mark,
   /// or the beginning of the last walk over all attributes that came to its end.
   std::uint64_t owedSinceMs() const { return owedSinceMs_; }
+  void owedSinceMsIs(std::uint64_t nowMs) { owedSinceMs_ = nowMs; }
+  std::uint64_t walkBeganMs() const { return walkBeganMs_; }
+  void walkBeganMsIs(std::uint64_t nowMs) { walkBeganMs_ = nowMs; }
+  /// The end of the full transfer has been sent.
+  bool isCompleteSent() const { return completeSent_; }
+  void isCompleteSentIs(bool sent) { completeSent_ = sent; }
+  /// The entity whose id a blocked flow-out waits for: a name only, it may be gone.
+  Entity const* blockedOn() const { return blockedOn_; }
+  void blockedOnIs(Entity const* target) { blockedOn_ = target; }
   void runResultIs(AttributeId result) { runResult_ = result; }
   AttributeId runResult() const { return runResult_; }
 
@@ -95,8 +105,6 @@ class FlowOut : public PtrInterface {
   FlowOut(StreamAdapter* adapter, bool full);
 
  private:
-  friend class Demuxer;
-
   AttributeId attrId_ = 0;
   AttributeId runResult_ = 0;
   void* bookmark_ = nullptr;
@@ -115,6 +123,7 @@ class FlowOut : public PtrInterface {
   bool completeSent_ = false;
   std::uint64_t owedSinceMs_ = 0;
   std::uint64_t walkBeganMs_ = 0;
+  Entity const* blockedOn_ = nullptr;
 };
 
 }  // namespace NboAttrLog

@@ -11,11 +11,11 @@ namespace MOX_API Mox {
 namespace NboAttrLog {
 
 template <class D>
-void tellScalar(Sa& adapter, void const*) {
+void notifyScalar(Sa& adapter, void const*) {
   D::on(static_cast<typename D::Sa&>(adapter));
 }
 template <class D>
-void tellKey(Sa& adapter, void const* key) {
+void notifyKey(Sa& adapter, void const* key) {
   D::on(static_cast<typename D::Sa&>(adapter), *static_cast<typename D::Key const*>(key));
 }
 
@@ -46,7 +46,7 @@ constexpr AttrRow scalarRow(AttrForm form) {
   row.writeValue = [](Sa& adapter, Ptr<Out> const& out) {
     WireValue<typename D::Value>::write(out, D::get(entityOf<D>(adapter)));
   };
-  row.tell = &tellScalar<D>;
+  row.notify = &notifyScalar<D>;
   row.read = &readScalar<D>;
   row.shape = &scanValue<typename D::Value>;
   return row;
@@ -57,14 +57,17 @@ constexpr AttrRow plainRow() {
 }
 template <class D>
 constexpr AttrRow referenceRow() {
-  return scalarRow<D>(AttrForm::reference);
+  AttrRow row = scalarRow<D>(AttrForm::reference);
+  row.writeValue = nullptr;
+  row.target = [](Sa& adapter) { return Ptr<Entity const>(D::get(entityOf<D>(adapter))); };
+  return row;
 }
 
 template <class D>
 constexpr AttrRow piecesRow() {
   AttrRow row = rowBegin<D>(AttrForm::pieces);
   row.text = [](Sa& adapter) { return D::get(entityOf<D>(adapter)); };
-  row.tell = &tellScalar<D>;
+  row.notify = &notifyScalar<D>;
   row.read = &readPiecesOf<D>;
   row.shape = &scanPiece;
   row.freeSlots = [](FlowOut& flowOut) { moxFlowOutValueDeq<String8::IteratorConst>(flowOut); };
@@ -77,9 +80,9 @@ constexpr AttrRow singletonRow() {
   row.child = [](Sa& adapter) { return Ptr<Entity>(D::get(entityOf<D>(adapter))); };
   row.childAdapter = [](Sa& adapter, Ptr<Entity> const& child) {
     return childAdapterIs(adapter, D::id, adapter.childFlags(), child, 1, adapter.channel(),
-                          &D::writeArgs);
+                          &D::writeArgs, transfersChildren(adapter));
   };
-  row.tell = &tellScalar<D>;
+  row.notify = &notifyScalar<D>;
   row.read = &readSingleton<D>;
   row.readDel = &readSingletonDel<D>;
   row.shape = &scanChild<D>;
@@ -107,7 +110,7 @@ constexpr AttrRow collectionRow(AttrForm form) {
   row.writeKey = [](void const* key, Ptr<Out> const& out) {
     WireValue<Key>::write(out, *static_cast<Key const*>(key));
   };
-  row.tellOf = [](Sa& adapter, In& payload) {
+  row.notifyOf = [](Sa& adapter, In& payload) {
     D::on(static_cast<typename D::Sa&>(adapter), peekKey<Key>(payload));
   };
   row.owes = [](Sa&, FlowOut& flowOut, In& payload) {
@@ -119,7 +122,7 @@ constexpr AttrRow collectionRow(AttrForm form) {
     }
     return false;
   };
-  row.tell = &tellKey<D>;
+  row.notify = &notifyKey<D>;
   row.readDel = &readKeyDel<D>;
   row.dirtyKeyCount = [](FlowOut& flowOut) {
     return std::size_t{D::dirtyKeys(static_cast<typename D::FlowOut&>(flowOut)).size()};
@@ -146,8 +149,10 @@ constexpr AttrRow childCollectionRow() {
   };
   row.walk = &serializeChildren<D>;
   row.remount = [](Sa& adapter, Entity& entity) {
-    for (auto member = D::begin(static_cast<typename D::Entity&>(entity)); member; ++member) {
-      childAdapterDel(adapter, Ptr<Entity>(D::childOf(*member)));
+    auto& typed = static_cast<typename D::Entity&>(entity);
+    for (auto member = D::begin(typed); member; ++member) {
+      typename D::Key const key = member.key();
+      childAdapterDel(adapter, Ptr<Entity>(D::lookup(typed, key)));
     }
   };
   return row;

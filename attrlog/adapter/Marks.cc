@@ -11,15 +11,15 @@ namespace Mox::NboAttrLog {
 namespace {
 
 struct Transaction {
-  Demuxer const* connection;
+  AdapterHost const* connection;
   MarkedMembers away;  ///< those marked, while they don't stand
 };
 
 struct Collection {
   std::vector<Transaction> open;
-  Demuxer const* standing = nullptr;  ///< whose marks are on the members
+  AdapterHost const* standing = nullptr;  ///< whose marks are on the members
 
-  Transaction* of(Demuxer const* connection) {
+  Transaction* of(AdapterHost const* connection) {
     auto const at = std::find_if(open.begin(), open.end(), [connection](Transaction const& one) {
       return one.connection == connection;
     });
@@ -60,7 +60,7 @@ Collections& collections() {
 }
 
 void standingIs(Entity& entity, AttrRow const& row, Collection& collection,
-                Demuxer const* connection) {
+                AdapterHost const* connection) {
   if (collection.standing == connection) return;
   if (Transaction* before = collection.of(collection.standing)) {
     row.marksTake(entity, before->away);
@@ -75,20 +75,20 @@ void standingIs(Entity& entity, AttrRow const& row, Collection& collection,
 
 }  // namespace
 
-void Marks::enter(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+void Marks::enter(Entity& entity, AttrRow const& row, AdapterHost const* connection) {
   if (Collection* const collection = collections().at({&entity, row.id})) {
     standingIs(entity, row, *collection, connection);
   }
 }
 
-void Marks::begin(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+void Marks::begin(Entity& entity, AttrRow const& row, AdapterHost const* connection) {
   Collection& collection = collections().made({&entity, row.id});
   standingIs(entity, row, collection, connection);
   if (!collection.of(connection)) collection.open.push_back({connection, {}});
   collection.standing = connection;
 }
 
-void Marks::end(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+void Marks::end(Entity& entity, AttrRow const& row, AdapterHost const* connection) {
   Collection* const collection = collections().at({&entity, row.id});
   if (collection == nullptr) return;
   std::erase_if(collection->open,
@@ -97,7 +97,7 @@ void Marks::end(Entity& entity, AttrRow const& row, Demuxer const* connection) {
   if (collection->open.empty()) collections().erase({&entity, row.id});
 }
 
-void Marks::drop(Entity& entity, AttrRow const& row, Demuxer const* connection) {
+void Marks::drop(Entity& entity, AttrRow const& row, AdapterHost const* connection) {
   Collection const* const collection = collections().at({&entity, row.id});
   if (collection == nullptr) return;
   if (collection->standing == connection) {

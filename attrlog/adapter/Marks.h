@@ -14,7 +14,7 @@ namespace MOX_API Mox {
 namespace NboAttrLog {
 
 struct AttrRow;
-class Demuxer;
+class AdapterHost;
 
 /// Counted, so that a key which is made again isn't taken for the one that was marked.
 using MarkedMembers = std::vector<Ptr<PtrInterface>>;
@@ -22,13 +22,13 @@ using MarkedMembers = std::vector<Ptr<PtrInterface>>;
 namespace Marks {
 
 /// A frame of the connection about the collection is about to be applied.
-void enter(Entity& entity, AttrRow const& row, Demuxer const* connection);
+void enter(Entity& entity, AttrRow const& row, AdapterHost const* connection);
 /// The connection opens a transaction: it is about to mark all members.
-void begin(Entity& entity, AttrRow const& row, Demuxer const* connection);
+void begin(Entity& entity, AttrRow const& row, AdapterHost const* connection);
 /// Its transaction is through.
-void end(Entity& entity, AttrRow const& row, Demuxer const* connection);
+void end(Entity& entity, AttrRow const& row, AdapterHost const* connection);
 /// Its transaction will never be through: nothing is deleted, no mark is left.
-void drop(Entity& entity, AttrRow const& row, Demuxer const* connection);
+void drop(Entity& entity, AttrRow const& row, AdapterHost const* connection);
 /// Collections with an open transaction.
 std::size_t openCount();
 

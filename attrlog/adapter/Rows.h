@@ -14,9 +14,11 @@
 #include "attrlog/adapter/FlowIn.h"
 #include "attrlog/adapter/FlowOut.h"
 #include "attrlog/adapter/Marks.h"
+#include "attrlog/adapter/Reactors.h"
 #include "attrlog/adapter/StreamAdapter.h"
 #include "attrlog/wire/In.h"
 #include "attrlog/wire/Out.h"
+#include "registry/MoxAttr.h"
 
 namespace MOX_API Mox {
 namespace NboAttrLog {
@@ -47,6 +49,7 @@ struct Compound {
 /// A message that is being read.
 struct MessageIn {
   Sa& adapter;
+  AdapterHost& host;
   Ptr<In> const& in;
   AttributeId attribute;
   unsigned int length;
@@ -58,7 +61,7 @@ struct MessageIn {
 /// What can be said of a message before it is applied.
 struct MessageScan {
   In& in;
-  Demuxer const& demuxer;
+  Reactors const& reactors;
   std::string_view key = {};  ///< the key's bytes
   Compound compound = {};
   bool namesGone = false;  ///< it refers to an entity that this end has parted with
@@ -77,16 +80,18 @@ struct AttrRow {
   std::uint8_t keyWidth;
   /// The word that holds the dirty bit, or for a collection the has-synced bit.
   std::uint32_t FlowOut::*word;
-  /// Plain and reference: reads the entity's value and writes it.
+  /// Plain: reads the entity's value and writes it.
   void (*writeValue)(Sa&, Ptr<Out> const&);
   /// Pieces: the entity's text.
   String8 (*text)(Sa&);
+  /// Reference: reads what it leads to; null for nothing.
+  Ptr<Entity const> (*target)(Sa&);
   /// Singleton: the child; null for none.
   Ptr<Entity> (*child)(Sa&);
   /// Singleton: finds or makes and announces the child's adapter.
   Ptr<Sa> (*childAdapter)(Sa&, Ptr<Entity> const&);
   /// Calls the handler `onX()`, or `onX(key)` with the key behind the pointer.
-  void (*tell)(Sa&, void const* key);
+  void (*notify)(Sa&, void const* key);
   /// Applies or reflects a message with a positive id, and one with a negative id.
   void (*read)(MessageIn&);
   void (*readDel)(MessageIn&);
@@ -101,7 +106,7 @@ struct AttrRow {
   /// Collections: writes the key behind the pointer, and calls the handler of the key at the front
   /// of a payload.
   void (*writeKey)(void const* key, Ptr<Out> const&);
-  void (*tellOf)(Sa&, In& payload);
+  void (*notifyOf)(Sa&, In& payload);
   /// Collections: the walk of a flow-out; true when it is through.
   bool (*walk)(Sa&);
   std::size_t (*dirtyKeyCount)(FlowOut&);

@@ -6,29 +6,13 @@
 
 #include "Mox/Exception.h"
 #include "Mox/NboAttrLogFlow.h"
-#include "attrlog/link/Demuxer.h"
 #include "attrlog/wire/WireValue.h"
+#include "registry/MoxAttr.h"
 
 namespace Mox::NboAttrLog {
 namespace {
 
-using TransactToken = Connection::Out::TransactToken;
 using Position = String8::IteratorConst;
-
-void messageBegin(Sa& adapter, AttributeId attribute, std::uint32_t fixedLength, bool variable,
-                  std::uint32_t tag = 0) {
-  MsgHeader header;
-  header.entityId = adapter.entityId();
-  header.attributeId = attribute;
-  header.isVariableLength = variable;
-  header.fixedLength = fixedLength;
-  header.instantiateTag = tag;
-  Ptr<Out> const& out = adapter.nboAttrLogOut();
-  out->nextHeaderIs(header);
-  out << TransactToken::tokenBegin;
-}
-
-void messageEnd(Sa& adapter) { adapter.nboAttrLogOut() << TransactToken::tokenEnd; }
 
 /// Marks a scalar in a FlowOut that is made if there is none.
 FlowOut* markScalar(Sa& adapter, AttrRow const& row) {
@@ -54,16 +38,19 @@ bool decide(Sa& adapter, AttrRow const& row) {
 
 /// The id of a referenced or owned entity is not known to the peer yet: owed, and the walk stops.
 void markBlocked(Sa& adapter, AttrRow const& row) {
-  if (FlowOut* flowOut = markScalar(adapter, row)) blockFlowOut(adapter, *flowOut);
+  if (FlowOut* flowOut = markScalar(adapter, row)) blockFlowOut(*flowOut);
 }
 
-/// Tells a noted change again when the message in hand is through.
-void note(Sa& adapter, AttrRow const& row) {
-  adapter.streamDemuxer()->noteSlot(adapter, [&adapter, &row] { row.tell(adapter, nullptr); });
+/// The message exceeds what the peer accepts: owed, and the walk goes on.
+void markTooLong(Sa& adapter, AttrRow const& row) {
+  markScalar(adapter, row);
+  reportTooLong(adapter, row.id);
 }
 
 bool isOpen(Sa& adapter, AttrRow const& row, Gate passed) {
-  if (passed == Gate::noted) note(adapter, row);
+  if (passed == Gate::noted) {
+    adapter.host()->inHand.note(adapter, [&adapter, &row] { row.notify(adapter, nullptr); });
+  }
   return passed == Gate::open;
 }
 
@@ -73,16 +60,17 @@ Gate gate(Sa& adapter, AttrRow const& row, void const* key) {
   // What most changes meet: the entity is announced, nothing of it is being applied.
   constexpr std::uint32_t unusual =
       applyingSync | changeFromLog | writingOff | boundByTransaction | readOnlyHere;
-  Demuxer* const demuxer = adapter.connection();
-  if (demuxer && (adapter.flags() & (unusual | writingOn)) == writingOn &&
-      !demuxer->isApplying(adapter)) {
+  AdapterHost* const host = adapter.host();
+  if (host && (adapter.flags() & (unusual | writingOn)) == writingOn &&
+      !host->inHand.isApplying(adapter)) {
     return Gate::open;
   }
   if (adapter.hasFlag(applyingSync)) return Gate::declined;
   bool const fromLog = adapter.hasFlag(changeFromLog);
-  if (demuxer) {
-    // The mark speaks for the attribute of the message in hand alone.
-    if (fromLog ? demuxer->isApplyingOther(adapter, row.id) : adapter.handlingFlowInFor(row.id)) {
+  if (host) {
+    // The mark is about the attribute of the message in hand alone.
+    if (fromLog ? host->inHand.isApplyingOther(adapter, row.id)
+                : adapter.handlingFlowInFor(row.id)) {
       return Gate::noted;
     }
   }
@@ -98,46 +86,59 @@ Gate gate(Sa& adapter, AttrRow const& row, void const* key) {
   }
   if (bind) return Gate::fromLog;
   if (adapter.hasFlag(readOnlyHere) && !adapter.convertedToWritable(false)) {
-    if (demuxer) demuxer->refusedHere(adapter, row, key);
-    adapter.doThrowReadOnly(row.id);
+    if (host) host->repeats.refusedHere(adapter, row, key);
+    adapter.doThrowReadOnly(descriptorOf(adapter, row.id));
   }
   return Gate::open;
 }
 
-void blockFlowOut(Sa& adapter, FlowOut& flowOut) {
+Ptr<MoxAttr const> descriptorOf(Sa const& adapter, AttributeId attribute) {
+  return Ptr<MoxAttr const>(
+      Entity::moxAttrHook ? Entity::moxAttrHook(adapter.rawEntity(), attribute) : nullptr);
+}
+
+void blockFlowOut(FlowOut& flowOut) {
   flowOut.moxDataBitsIs(flowOut.moxDataBits() | FlowOut::blocked);
-  if (Demuxer* demuxer = adapter.streamDemuxer()) demuxer->blockedIs(adapter);
+}
+
+void reportTooLong(Sa& adapter, AttributeId attribute) {
+  if (AdapterHost* const host = adapter.host()) host->tooLong(placeText(adapter, attribute));
+}
+
+bool transfersChildren(Sa const& parent) {
+  return parent.syncMode() == StreamAdapter::SyncMode::live || parent.hasFlag(inScheduledRun);
 }
 
 void serializePlain(Sa& adapter, AttrRow const& row) {
   if (!isOpen(adapter, row, gate(adapter, row))) return;
   if (!decide(adapter, row)) return;
   try {
-    messageBegin(adapter, row.id, row.fixedLength, row.fixedLength == 0);
-    row.writeValue(adapter, adapter.nboAttrLogOut());
-    messageEnd(adapter);
-  } catch (...) {
-    // Too long for the peer: still owed.
-    markScalar(adapter, row);
-    throw;
+    MessageOut message(adapter, row.id, row.fixedLength == 0, row.fixedLength);
+    row.writeValue(adapter, message.out());
+    message.commit();
+  } catch (MessageTooLong const&) {
+    markTooLong(adapter, row);
   }
 }
 
 void serializeReference(Sa& adapter, AttrRow const& row) {
   if (!isOpen(adapter, row, gate(adapter, row))) return;
+  Ptr<Entity const> target = row.target(adapter);
   if (!decide(adapter, row)) return;
-  for (;;) {
+  for (;; target = row.target(adapter)) {
     try {
       Expect const expect(Exception::attrLogRecordId);
-      messageBegin(adapter, row.id, 0, true);
-      row.writeValue(adapter, adapter.nboAttrLogOut());
-      messageEnd(adapter);
+      // Before the header: the target may have to be announced.
+      Ptr<Out> const& out = adapter.nboAttrLogOut();
+      EntityId const id = target ? target->entityId(out, false, true, true) : EntityId();
+      MessageOut message(adapter, row.id, true);
+      out << static_cast<unsigned long long>(id.value());
+      message.commit();
       return;
     } catch (AttrLogRecordException const&) {
       continue;
     } catch (EntityIdUnavailableException const&) {
-      markBlocked(adapter, row);
-      return;
+      return markBlocked(adapter, row);
     }
   }
 }
@@ -150,32 +151,18 @@ void serializeSingleton(Sa& adapter, AttrRow const& row) {
     return;
   }
   if (!isOpen(adapter, row, passed) || !decide(adapter, row)) return;
-  Ptr<Entity> child = row.child(adapter);
-  if (!child) {
-    messageBegin(adapter, -row.id, 0, false);
-    messageEnd(adapter);
-    return;
-  }
+  Ptr<Entity> const child = row.child(adapter);
+  if (!child) return MessageOut(adapter, -row.id, false).commit();
   Ptr<Sa> childAdapter;
-  while (!childAdapter) {
-    try {
-      Expect const expect(Exception::attrLogRecordId);
-      childAdapter = row.childAdapter(adapter, child);
-    } catch (AttrLogRecordException const&) {
-      continue;
-    } catch (EntityIdUnavailableException const&) {
-      markBlocked(adapter, row);
-      return;
-    } catch (...) {
-      // Too long for the peer: still owed.
-      markScalar(adapter, row);
-      throw;
-    }
+  try {
+    childAdapter = row.childAdapter(adapter, child);
+  } catch (EntityIdUnavailableException const&) {
+    return markBlocked(adapter, row);
+  } catch (MessageTooLong const&) {
+    return markTooLong(adapter, row);
   }
   adapter.doFixChildFlags(childAdapter);
-  if (adapter.syncMode() == StreamAdapter::SyncMode::live || adapter.hasFlag(inScheduledRun)) {
-    childAdapter->doThis();
-  }
+  if (transfersChildren(adapter)) childAdapter->doThis();
 }
 
 bool serializePieces(Sa& adapter, AttrRow const& row) {
@@ -209,9 +196,9 @@ bool serializePieces(Sa& adapter, AttrRow const& row) {
     return open();
   }
   for (;;) {
-    messageBegin(adapter, row.id, 0, true);
+    MessageOut message(adapter, row.id, true);
     out << position;
-    messageEnd(adapter);
+    message.commit();
     if (position.eot()) return true;
     if (flowOut == nullptr) return open();
     if ((scheduled && !adapter.continueFlowOut()) || out->freeSpace() < out->maxMessageSize()) {
@@ -232,37 +219,46 @@ void bindChild(Sa& parent, Ptr<Entity> const& child) {
   reverse->positionIs(position);
   if (!id.isUnified() || id == orphanTarget) throw StreamException(StreamError::badId);
   adapter->doEntityIdIs(id, demuxFor(reverse), true);
+  // An id of this connection alone goes back to the peer in place of the child's.
+  if (!parent.hasUnifiedEntityId()) reverse->entityIdIs(position, parent.entityId());
   adapter->flagsIs(boundByTransaction, false);
 }
 
 Ptr<Sa> childAdapterIs(Sa& parent, AttributeId attribute, std::uint32_t flags,
                        Ptr<Entity> const& child, unsigned int version, PtrInterface* channel,
-                       WriteArgs writeArgs) {
+                       WriteArgs writeArgs, bool transferFollows) {
   using BitSet = PtrInterface::NotifieeConst::Mox_BitSet;
   Ptr<Out> const& out = parent.nboAttrLogOut();
   if (Ptr<Sa> present = child->moxNboAttrLogSa(Ptr<Out const>(out))) {
     if (present->origin() == StreamAdapter::Origin::exportedOrphan) {
-      // Announced by itself before its tree came: withdrawn, and said again under its parent.
+      // Announced by itself before its tree came: withdrawn, and announced again under its parent.
       present->doRemountSelf(Ptr<Out>());
     } else {
       present->notificationFlagsIs(BitSet(flags));
-      parent.doFixChildFlags(present);
-      // Announced or bound already: nothing is said twice.
+      // Announced or bound already: nothing is sent twice.
       if (present->hasFlag(needsNoCreation)) return present;
     }
   }
   Ptr<Sa> adapter = child->moxNboAttrLogSaIs(BitSet(flags), version, out, channel);
   adapter->moxOnInit();
-  try {
-    messageBegin(parent, attribute, 0, true, creationTag);
-    writeArgs(**child, out);
-    out << adapter->entityId();
-    messageEnd(parent);
-  } catch (...) {
-    parent.streamDemuxer()->retire(**adapter);
-    throw;
+  AdapterHost& host = *parent.host();
+  for (;;) {
+    try {
+      Expect const expect(Exception::attrLogRecordId);
+      MessageOut message(parent, attribute, true, 0, creationTag);
+      if (transferFollows) out->fullTransferFollowsIs();
+      writeArgs(**child, message);
+      out << adapter->entityId();
+      message.commit();
+      break;
+    } catch (AttrLogRecordException const&) {
+      continue;
+    } catch (...) {
+      host.retire(**adapter);
+      throw;
+    }
   }
-  parent.streamDemuxer()->handleAnnounced(**adapter);
+  host.announcedIs(**adapter);
   return adapter;
 }
 
@@ -281,29 +277,22 @@ void serializeOrphan(Sa& adapter, char const* const* typeNames, std::size_t coun
   for (;;) {
     try {
       Expect const expect(Exception::attrLogRecordId);
-      MsgHeader header;
-      header.entityId = orphanTarget;
-      header.attributeId = orphanAttribute;
-      out->nextHeaderIs(header);
-      out << TransactToken::tokenBegin;
+      MessageOut message = MessageOut::orphan(adapter);
+      out->fullTransferFollowsIs();
       out->currentPayloadSectionIs(Section::typeSection);
-      for (std::size_t i = 0; i < count; ++i) out << String8(typeNames[i]);
+      for (std::size_t i = 0; i < count; ++i) out << TypeId{String8(typeNames[i])};
       out->currentPayloadSectionIs(Section::constructorSection);
-      writeArgs(**entity, out);
+      writeArgs(**entity, message);
       out->currentPayloadSectionIs(Section::identitySection);
-      out << adapter.entityId() << TransactToken::tokenEnd;
+      out << adapter.entityId();
+      message.commit();
       break;
     } catch (AttrLogRecordException const&) {
       continue;
     }
   }
-  adapter.streamDemuxer()->handleAnnounced(adapter);
+  adapter.host()->announcedIs(adapter);
   adapter.doThis();
-}
-
-unsigned long long referenceId(Ptr<Out> const& out, Entity const* target) {
-  Demuxer* const demuxer = out->demuxer();
-  return demuxer != nullptr ? demuxer->referenceId(target).value() : 0;
 }
 
 // The walk.
@@ -317,7 +306,7 @@ bool flowOutStep(Sa& adapter, FlowOut& flowOut, AttrRow const& row) {
     case AttrForm::plain:
     case AttrForm::reference:
     case AttrForm::singleton:
-      if (row.bit(flowOut)) row.tell(adapter, nullptr);
+      if (row.bit(flowOut)) row.notify(adapter, nullptr);
       return true;
     case AttrForm::pieces: {
       if (flowOut.valueIter() == nullptr && !row.bit(flowOut)) return true;
@@ -373,7 +362,7 @@ void instantiateSerialize(Sa& adapter, TypeRows const& type) {
     if (row.isCollection()) {
       row.walk(adapter);
     } else {
-      row.tell(adapter, nullptr);
+      row.notify(adapter, nullptr);
     }
   }
 }

@@ -19,7 +19,6 @@
 #include "Mox/Exception.h"
 #include "Mox/NboAttrLogFlow.h"
 #include "attrlog/adapter/Serialize.h"
-#include "attrlog/link/Demuxer.h"
 #include "attrlog/wire/WireValue.h"
 
 namespace MOX_API Mox {
@@ -45,23 +44,19 @@ typename D::FlowOut* markKey(Sa& adapter, typename D::Key const& key) {
   return typed;
 }
 
-/// Tells a noted change of a key again when the message in hand is through.
+/// Sends a noted change of a key when the message in hand is done.
 template <class D>
 void noteKey(Sa& adapter, typename D::Key const& key) {
-  adapter.streamDemuxer()->noteSlot(adapter, [&adapter, key] { D::row().tell(adapter, &key); });
+  adapter.host()->inHand.note(adapter, [&adapter, key] { D::row().notify(adapter, &key); });
 }
 
-/// A header for a key's message, and its begin token and key.
+/// The message of a key that is gone.
 template <class D>
-Ptr<Out> const& keyMessageBegin(Sa& adapter, bool deleted, typename D::Key const& key) {
-  MsgHeader header;
-  header.entityId = adapter.entityId();
-  header.attributeId = deleted ? -D::id : D::id;
-  Ptr<Out> const& out = adapter.nboAttrLogOut();
-  out->nextHeaderIs(header);
-  out << Connection::Out::TransactToken::tokenBegin;
-  WireValue<typename D::Key>::write(out, key);
-  return out;
+void sendKeyDel(Sa& adapter, typename D::Key const& key) {
+  MessageOut message(adapter, -D::id, true);
+  WireValue<typename D::Key>::write(message.out(), key);
+  message.keyEnd();
+  message.commit();
 }
 
 /// Send one key now, or leave its mark: shared by children and by values under numbers.
@@ -84,42 +79,43 @@ bool decideKey(Sa& adapter, typename D::Key const& key) {
 
 // One key.
 
+/// What became of a key of a walk.
+enum class KeySent {
+  done,     ///< its mark can go
+  owed,     ///< its mark stays: the peer would not take the message
+  stopped,  ///< its mark stays, and so does the walk
+};
+
 template <class D>
-void serializeChildKey(Sa& adapter, typename D::Key const& key,
-                       Ptr<typename D::Child> const& child) {
+KeySent serializeChildKey(Sa& adapter, typename D::Key const& key,
+                          Ptr<typename D::Child> const& child) {
   Gate const passed = gate(adapter, D::row(), &key);
   if (passed == Gate::fromLog) {
     ChangeFromLogAnchor const anchor(adapter);
     if (child) bindChild(adapter, child);
-    return;
+    return KeySent::done;
   }
   if (passed == Gate::noted) noteKey<D>(adapter, key);
-  if (passed != Gate::open || !decideKey<D>(adapter, key)) return;
+  if (passed != Gate::open || !decideKey<D>(adapter, key)) return KeySent::done;
   if (!child) {
-    keyMessageBegin<D>(adapter, true, key) << Connection::Out::TransactToken::tokenEnd;
-    return;
+    sendKeyDel<D>(adapter, key);
+    return KeySent::done;
   }
   Ptr<Sa> childAdapter;
-  while (!childAdapter) {
-    try {
-      Expect const expect(Exception::attrLogRecordId);
-      childAdapter = childAdapterIs(adapter, D::id, adapter.childFlags(), child, 1,
-                                    adapter.channel(), &D::writeArgs);
-    } catch (AttrLogRecordException const&) {
-      continue;
-    } catch (EntityIdUnavailableException const&) {
-      if (auto* flowOut = markKey<D>(adapter, key)) blockFlowOut(adapter, *flowOut);
-      return;
-    } catch (...) {
-      // Too long for the peer: still owed.
-      markKey<D>(adapter, key);
-      throw;
-    }
+  try {
+    childAdapter = childAdapterIs(adapter, D::id, adapter.childFlags(), child, 1, adapter.channel(),
+                                  &D::writeArgs, transfersChildren(adapter));
+  } catch (EntityIdUnavailableException const&) {
+    if (auto* flowOut = markKey<D>(adapter, key)) blockFlowOut(*flowOut);
+    return KeySent::stopped;
+  } catch (MessageTooLong const&) {
+    markKey<D>(adapter, key);
+    reportTooLong(adapter, D::id);
+    return KeySent::owed;
   }
   adapter.doFixChildFlags(childAdapter);
-  if (adapter.syncMode() == StreamAdapter::SyncMode::live || adapter.hasFlag(inScheduledRun)) {
-    childAdapter->doThis();
-  }
+  if (transfersChildren(adapter)) childAdapter->doThis();
+  return KeySent::done;
 }
 
 template <class D>
@@ -128,9 +124,12 @@ void serializeValueKey(Sa& adapter, typename D::Key const& key, typename D::Valu
   Gate const passed = gate(adapter, D::row(), &key);
   if (passed == Gate::noted) noteKey<D>(adapter, key);
   if (passed != Gate::open || !decideKey<D>(adapter, key)) return;
-  Ptr<Out> const& out = keyMessageBegin<D>(adapter, deleted, key);
-  if (!deleted) WireValue<typename D::Value>::write(out, value);
-  out << Connection::Out::TransactToken::tokenEnd;
+  if (deleted) return sendKeyDel<D>(adapter, key);
+  MessageOut message(adapter, D::id, true);
+  WireValue<typename D::Key>::write(message.out(), key);
+  message.keyEnd();
+  WireValue<typename D::Value>::write(message.out(), value);
+  message.commit();
 }
 
 /// A string under a string key. True: the key's message, or its last piece, went out.
@@ -177,7 +176,7 @@ bool serializeStringKey(Sa& adapter, String8 const& key, String8 const& value, b
       markKey<D>(adapter, key);
       return false;
     }
-    keyMessageBegin<D>(adapter, true, key) << Connection::Out::TransactToken::tokenEnd;
+    sendKeyDel<D>(adapter, key);
     return true;
   }
 
@@ -203,7 +202,9 @@ bool serializeStringKey(Sa& adapter, String8 const& key, String8 const& value, b
       }
       return false;
     }
-    keyMessageBegin<D>(adapter, false, key);
+    MessageOut message(adapter, D::id, true);
+    WireValue<String8>::write(out, key);
+    message.keyEnd();
     {
       ConnectionOutSizeAnchor const anchor{Ptr<Connection::Out>(out)};
       // What keeps the frame within a message, but never nothing.
@@ -212,7 +213,7 @@ bool serializeStringKey(Sa& adapter, String8 const& key, String8 const& value, b
       out->sizeLimitIs(std::max<std::size_t>(most > spent ? most - spent : 0, 256));
       out << position;
     }
-    out << Connection::Out::TransactToken::tokenEnd;
+    message.commit();
     if (position.eot()) return true;
     started = true;
   }
@@ -230,22 +231,23 @@ bool serializeStringOf(Sa& adapter, String8 const& key) {
   return serializeStringKey<D>(adapter, key, member ? member->value() : String8(), !member);
 }
 
-// The walk. `Step` says one member. `members` is true when all of them are through, false when the
-// walk stopped: its result is then this function's.
+// The walk. The FlowOut is taken once, at its start: one that a member's change makes meanwhile
+// belongs to that change. `Step` sends one member. `isWalked` is true when all of them are done,
+// false when the walk stopped: its result is then this function's.
 
 template <class D, class Step>
-bool walkMembers(Sa& adapter, Step const& step, typename D::FlowOut* flowOut, bool& members) {
+bool walkMembers(Sa& adapter, Step const& step, typename D::FlowOut* flowOut, bool& isWalked) {
   using Type = StreamAdapter::AttrTransactionType;
   typename D::Entity& entity = entityOf<D>(adapter);
-  members = false;
+  isWalked = false;
   if (flowOut != nullptr && flowOut->bookmark() == nullptr) {
     adapter.sendTransactionMarker(D::id, Type::begin, 0);
   }
   auto member = flowOut != nullptr && flowOut->bookmark() != nullptr
                     ? D::at(entity, moxFlowOutBookmarkDeq<typename D::Key>(*flowOut))
                     : D::begin(entity);
-  bool blocked = false;
-  bool stopped = false;
+  bool isBlocked = false;
+  bool isStopped = false;
   for (; member; ++member) {
     try {
       step(member);
@@ -254,19 +256,18 @@ bool walkMembers(Sa& adapter, Step const& step, typename D::FlowOut* flowOut, bo
       if (flowOut != nullptr) moxFlowOutBookmarkEnq(*flowOut, member.key());
       throw;
     }
-    flowOut = flowOutOf<D>(adapter);
     if (flowOut == nullptr) continue;
-    blocked = flowOut->isBlocked();
-    if (!adapter.continueFlowOut() || blocked) {
-      stopped = true;
+    isBlocked = flowOut->isBlocked();
+    if (!adapter.continueFlowOut() || isBlocked) {
+      isStopped = true;
       break;
     }
   }
   // The member in hand is done, unless it still waits for an id.
-  if (stopped && !blocked) ++member;
+  if (isStopped && !isBlocked) ++member;
   // No end marker behind a value that is still open: the caller sees to that first.
-  if (!stopped || (!member && flowOut->valueIterKey() != nullptr)) {
-    members = true;
+  if (!isStopped || (!member && flowOut->valueIterKey() != nullptr)) {
+    isWalked = true;
     return true;
   }
   if (member) {
@@ -278,21 +279,20 @@ bool walkMembers(Sa& adapter, Step const& step, typename D::FlowOut* flowOut, bo
   return flowOut->isBlocked() ? false : D::dirtyKeys(*flowOut).size() == 0;
 }
 
-template <class D, class Dirty>
-bool walkDirtyKeys(Sa& adapter, Dirty const& sayKey) {
-  auto* flowOut = flowOutOf<D>(adapter);
+/// `SendKey` sends one dirty key.
+template <class D, class SendKey>
+bool walkDirtyKeys(Sa& adapter, typename D::FlowOut* flowOut, SendKey const& sendKey) {
   if (flowOut == nullptr || flowOut->attrId() != D::id) return true;
   if (!D::row().bit(*flowOut)) {
     D::row().bitIs(*flowOut, true);
     adapter.sendTransactionMarker(D::id, StreamAdapter::AttrTransactionType::end, 0);
   }
-  Ptr<FlowOut> const hold(flowOut);
   for (typename D::DirtyKeys::Iterator entry(&D::dirtyKeys(*flowOut)); entry; ++entry) {
     if (!adapter.continueFlowOut()) return false;
     typename D::Key const key = entry->key();
-    if (!sayKey(key)) return false;
-    if (flowOut->isBlocked()) return false;
-    D::dirtyDel(*flowOut, key);
+    KeySent const sent = sendKey(key);
+    if (sent == KeySent::stopped || flowOut->isBlocked()) return false;
+    if (sent == KeySent::done) D::dirtyDel(*flowOut, key);
   }
   return true;
 }
@@ -308,7 +308,7 @@ inline bool walkPasses(Sa& adapter, AttributeId attribute, bool& result) {
     return false;
   }
   if (adapter.hasFlag(readOnlyHere) && !adapter.convertedToWritable(false)) {
-    adapter.doThrowReadOnly(attribute);
+    adapter.doThrowReadOnly(descriptorOf(adapter, attribute));
   }
   return true;
 }
@@ -320,42 +320,37 @@ bool isWalked(typename D::FlowOut* flowOut) {
          ((flowOut->moxDataBits() & FlowOut::walkOver) != 0 || D::row().bit(*flowOut));
 }
 
-/// A collection whose members go in one message each: `sayMember(key, member)` says one of the
-/// walk, `sayKey(key)` a dirty one.
-template <class D, class SayMember, class SayKey>
-bool serializeMembers(Sa& adapter, SayMember const& sayMember, SayKey const& sayKey) {
+/// A collection whose members go in one message each: `sendMember(key, member)` sends one of the
+/// walk, `sendKey(key)` a dirty one.
+template <class D, class SendMember, class SendKey>
+bool serializeMembers(Sa& adapter, SendMember const& sendMember, SendKey const& sendKey) {
   bool result = false;
   if (!walkPasses(adapter, D::id, result)) return result;
-  auto* flowOut = flowOutOf<D>(adapter);
+  Ptr<typename D::FlowOut> const hold(flowOutOf<D>(adapter));
+  auto* const flowOut = hold.get();
   if (!isWalked<D>(flowOut)) {
-    bool members = false;
-    bool const done = walkMembers<D>(
+    bool isDone = false;
+    bool const walked = walkMembers<D>(
         adapter,
         [&](auto const& member) {
           typename D::Key const key = member.key();
-          sayMember(key, member);
-          auto* now = flowOutOf<D>(adapter);
-          if (now != nullptr && !now->isBlocked()) D::dirtyDel(*now, key);
+          KeySent const sent = sendMember(key, member);
+          if (flowOut != nullptr && sent == KeySent::done) D::dirtyDel(*flowOut, key);
         },
-        flowOut, members);
-    if (!members) return done;
+        flowOut, isDone);
+    if (!isDone) return walked;
   }
-  return walkDirtyKeys<D>(adapter, [&](typename D::Key const& key) {
-    sayKey(key);
-    return true;
-  });
+  return walkDirtyKeys<D>(adapter, flowOut, sendKey);
 }
 
 template <class D>
 bool serializeChildren(Sa& adapter) {
+  auto const send = [&](auto const& key, auto const& child) {
+    return serializeChildKey<D>(adapter, key, child);
+  };
   return serializeMembers<D>(
-      adapter,
-      [&](auto const& key, auto const& member) {
-        serializeChildKey<D>(adapter, key, D::childOf(*member));
-      },
-      [&](auto const& key) {
-        serializeChildKey<D>(adapter, key, D::lookup(entityOf<D>(adapter), key));
-      });
+      adapter, [&](auto const& key, auto const& member) { return send(key, D::childOf(*member)); },
+      [&](auto const& key) { return send(key, D::lookup(entityOf<D>(adapter), key)); });
 }
 
 template <class D>
@@ -364,42 +359,45 @@ bool serializeValues(Sa& adapter) {
       adapter,
       [&](auto const& key, auto const& member) {
         serializeValueKey<D>(adapter, key, member.value(), false);
+        return KeySent::done;
       },
-      [&](auto const& key) { serializeValueOf<D>(adapter, key); });
+      [&](auto const& key) {
+        serializeValueOf<D>(adapter, key);
+        return KeySent::done;
+      });
 }
 
 template <class D>
 bool serializeStrings(Sa& adapter) {
   bool result = false;
   if (!walkPasses(adapter, D::id, result)) return result;
-  auto* flowOut = flowOutOf<D>(adapter);
+  Ptr<typename D::FlowOut> const hold(flowOutOf<D>(adapter));
+  auto* const flowOut = hold.get();
   if (flowOut != nullptr && flowOut->attrId() == D::id && flowOut->valueIterKey() != nullptr) {
-    // A value was left in pieces. If its key is gone meanwhile, that is what there is to say.
+    // A value was left in pieces. If its key is gone meanwhile, its removal is what is owed.
     String8 const key = moxFlowOutValueKeyDeq<String8>(*flowOut);
-    bool const present = static_cast<bool>(D::find(entityOf<D>(adapter), key));
-    if (!present) moxFlowOutValueDeq<String8::IteratorConst>(*flowOut);
-    if (!serializeStringKey<D>(adapter, key, String8(), !present)) {
+    bool const isPresent = static_cast<bool>(D::find(entityOf<D>(adapter), key));
+    if (!isPresent) moxFlowOutValueDeq<String8::IteratorConst>(*flowOut);
+    if (!serializeStringKey<D>(adapter, key, String8(), !isPresent)) {
       D::dirtyIs(*flowOut, key, true);
       return false;
     }
     D::dirtyDel(*flowOut, key);
   }
   if (!isWalked<D>(flowOut)) {
-    bool members = false;
-    bool const done = walkMembers<D>(
+    bool isDone = false;
+    bool const walked = walkMembers<D>(
         adapter,
         [&](auto const& member) {
           String8 const key = member.key();
-          bool const through = serializeStringKey<D>(adapter, key, member.value(), false);
-          if (!through) {
+          if (!serializeStringKey<D>(adapter, key, member.value(), false)) {
             markKey<D>(adapter, key);
-          } else if (auto* now = flowOutOf<D>(adapter)) {
-            D::dirtyDel(*now, key);
+          } else if (flowOut != nullptr) {
+            D::dirtyDel(*flowOut, key);
           }
         },
-        flowOut, members);
-    if (!members) return done;
-    flowOut = flowOutOf<D>(adapter);
+        flowOut, isDone);
+    if (!isDone) return walked;
     if (flowOut != nullptr && flowOut->valueIterKey() != nullptr) {
       // The last value stays open: the next run ends it, and skips the walk.
       D::dirtyIs(*flowOut, *static_cast<String8*>(flowOut->valueIterKey()), true);
@@ -407,8 +405,9 @@ bool serializeStrings(Sa& adapter) {
       return false;
     }
   }
-  return walkDirtyKeys<D>(adapter,
-                          [&](String8 const& key) { return serializeStringOf<D>(adapter, key); });
+  return walkDirtyKeys<D>(adapter, flowOut, [&](String8 const& key) {
+    return serializeStringOf<D>(adapter, key) ? KeySent::done : KeySent::stopped;
+  });
 }
 
 }  // namespace NboAttrLog

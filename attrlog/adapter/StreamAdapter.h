@@ -17,10 +17,21 @@
 
 namespace MOX_API Mox {
 
+class MoxAttr;
 class MoxType;
+
+/// The mounts of two directories that a flow-out joins; both empty here.
+struct EntityUriPath {
+  String8 path;
+};
+struct ConnectDesc {
+  EntityUriPath local;
+  EntityUriPath remote;
+};
 
 namespace NboAttrLog {
 
+class AdapterHost;
 class Demuxer;
 struct TypeRows;
 
@@ -42,15 +53,6 @@ enum AdapterFlag : std::uint32_t {
   deferAll = 1u << 27,         ///< mark every change, send none
 };
 
-/// The mounts of two directories that a flow-out joins; both empty here.
-struct EntityUriPath {
-  String8 path;
-};
-struct ConnectDesc {
-  EntityUriPath local;
-  EntityUriPath remote;
-};
-
 }  // namespace NboAttrLog
 
 class StreamAdapter : public PtrInterface::Notifiee {
@@ -61,7 +63,22 @@ class StreamAdapter : public PtrInterface::Notifiee {
   /// How an adapter came to its connection.
   enum class Origin : std::uint8_t { exportedOrphan, importedOrphan, announced, bound };
 
-  /// What the demuxer tells of the frame that a message came in.
+  /// The life of an adapter on its connection.
+  ///
+  ///     unannounced ──announced, bound──> inStep <──> owing <──> parked, blocked
+  ///          any ──bound with a transfer to come──> held ──complete──> inStep, owing
+  ///          any ──> retired
+  enum class Life : std::uint8_t {
+    unannounced,  ///< the peer doesn't know the entity by this adapter's id
+    inStep,       ///< nothing is owed
+    owing,        ///< has a FlowOut that waits for its turn
+    parked,       ///< has a FlowOut of which nothing can be sent until something changes
+    blocked,      ///< has a FlowOut that waits for another entity's id
+    held,         ///< the peer transfers the entity: local changes are only marked
+    retired,      ///< has left the connection for good
+  };
+
+  /// The frame that a message came in.
   struct DeserializationOptions {
     std::uint32_t sequenceNumber = 0;
     NboAttrLog::FrameKind kind = NboAttrLog::FrameKind::message;
@@ -87,8 +104,8 @@ class StreamAdapter : public PtrInterface::Notifiee {
   /// Sends all that creates children, with no regard to dirty marks.
   virtual void moxInstantiateSerialize() = 0;
   /// Null when the connection is gone.
-  virtual NboAttrLog::Demuxer const* streamDemuxer() const { return connection(); }
-  virtual NboAttrLog::Demuxer* streamDemuxer() { return connection(); }
+  virtual NboAttrLog::Demuxer const* streamDemuxer() const;
+  virtual NboAttrLog::Demuxer* streamDemuxer();
   virtual Ptr<Entity const> moxNotifierEntity() const = 0;
   virtual Ptr<Entity> moxNotifierEntity() = 0;
   /// Sends the entity without a parent: types, constructor arguments, id.
@@ -103,7 +120,7 @@ class StreamAdapter : public PtrInterface::Notifiee {
   virtual void doAssignEntityId() = 0;
   /// A new FlowOut of the adapter's own type: everything from `start` on is owed.
   virtual Ptr<NboAttrLog::FlowOut> flowOutIs(Ptr<NboAttrLog::Out> const& out,
-                                             NboAttrLog::ConnectDesc const& desc, bool full,
+                                             ConnectDesc const& desc, bool full,
                                              AttributeId start) = 0;
   virtual EntityId realEntityId() const { return entityId_; }
   /// Calls the handler of an attribute: `onX()` for a positive id; for a negative one `onX(key)`
@@ -137,29 +154,35 @@ class StreamAdapter : public PtrInterface::Notifiee {
     bits.maskIs(mask, set);
     ownBitSetIs(bits);
   }
-  /// The part of the flags that a parent gives.
+  /// The part of the flags that a parent gives. Setting it leaves the bits that follow from the
+  /// adapter's life as they are.
   Mox_BitSet notificationFlags() const {
     return Mox_BitSet(flags() & Mox_BitSet::notificationBitMask());
   }
-  void notificationFlagsIs(Mox_BitSet bits) {
-    Mox_BitSet merged = mox_bitSet();
-    merged.notificationFlagsIs(bits);
-    ownBitSetIs(merged);
-  }
+  void notificationFlagsIs(Mox_BitSet bits);
 
-  /// The demuxer of the adapter's connection; null when it is gone.
-  NboAttrLog::Demuxer* connection() const { return out_ ? out_->demuxer() : nullptr; }
-  /// The record of what this adapter owes; null while it is in step.
+  /// What the adapters of this connection share; null when the connection is gone.
+  NboAttrLog::AdapterHost* host() const { return out_ ? out_->host() : nullptr; }
+  /// The record of what this adapter owes; null while it owes nothing.
   NboAttrLog::FlowOut* flowOut() const { return flowOut_.get(); }
+  /// True when the peer may write this attribute of a read-only entity.
+  bool readOnlyRemoteOk(AttributeId attribute) const;
 
-  // What the demuxer keeps with each adapter.
-
+  Life life() const { return life_; }
+  bool isRetired() const { return life_ == Life::retired; }
+  /// True while the peer knows the entity by this adapter's id.
+  bool isAnnounced() const { return life_ != Life::unannounced && life_ != Life::retired; }
   Origin origin() const { return origin_; }
   void originIs(Origin origin) { origin_ = origin; }
-  /// True from the bind to the peer's complete frame: local changes are only marked.
-  bool hold() const { return hold_; }
   /// True once a full transfer has begun since the last announcement.
-  bool fullStarted() const { return fullStarted_; }
+  bool isTransferBegun() const { return isTransferBegun_; }
+  void isTransferBegunIs(bool begun) { isTransferBegun_ = begun; }
+
+  // For FlowScheduler alone, which keeps account of all lives and FlowOuts of a connection.
+
+  /// Stores the life and derives the flag bits that follow from it.
+  void moxLifeIs(Life life);
+  void moxFlowOutIs(Ptr<NboAttrLog::FlowOut> const& flowOut);
 
  protected:
   /// `flags` is taken as it stands. The adapter belongs to the connection of `out`.
@@ -169,17 +192,13 @@ class StreamAdapter : public PtrInterface::Notifiee {
   void ownNotifierIs(Ptr<PtrInterface const> const& notifier);
 
  private:
-  friend class NboAttrLog::Demuxer;
+  void deriveFlags();
 
   EntityId entityId_;
   SyncMode syncMode_ = SyncMode::idle;
   Origin origin_ = Origin::announced;
-  bool hold_ = false;
-  bool fullStarted_ = false;
-  bool parked_ = false;
-  bool queued_ = false;
-  bool retired_ = false;
-  Entity const* blockedOn_ = nullptr;  ///< a name only: it may be gone
+  Life life_ = Life::unannounced;
+  bool isTransferBegun_ = false;
   Ptr<NboAttrLog::Out> out_;
   PtrInterface* channel_;
   Ptr<NboAttrLog::FlowOut> flowOut_;
@@ -211,15 +230,15 @@ class Entity::MoxNboAttrLogSa : public StreamAdapter {
   bool handlingFlowInFor(AttributeId attribute) const;
   /// True when the stream, though read-only, may be written.
   bool convertedToWritable(bool) const;
-  /// True when the peer may write this attribute of a read-only entity.
-  bool readOnlyRemoteOk(AttributeId) const { return false; }
-  [[noreturn]] void doThrowReadOnly(AttributeId attribute) const;
+  /// Throws the exception of a change of a read-only copy. Null: an attribute unknown to the type
+  /// registry.
+  [[noreturn]] void doThrowReadOnly(Ptr<MoxAttr const> const& attribute) const;
   /// True when a change of `attribute` may go out now, though a FlowOut exists.
   bool prepareImmediateTransmission(AttributeId attribute, bool shortOfBuffer);
   void sendTransactionMarker(AttributeId attribute, AttrTransactionType type, unsigned int number);
   /// True while a running flow-out may go on. Once false it stays false to the end of the run.
   bool continueFlowOut() const;
-  /// Derives the child's own state bits, which a merge with the parent's flags has overwritten.
+  /// Derives the bits of the child's flags that follow from its own life.
   void doFixChildFlags(Ptr<StreamAdapter> const& child);
   /// Settles the adapter's id and enters it in the demuxer's table of reactors.
   void doEntityIdIs(EntityId const& id, NboAttrLog::Demuxer* demuxer, bool bound);

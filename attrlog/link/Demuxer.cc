@@ -1,183 +1,37 @@
-// The table of reactors, and a connection's life from greeting to close. Reading stands in
-// Dispatch.cc, flow-outs in Scheduler.cc, roots and references in Roots.cc.
+// A connection from greeting to close: cutting what was received into frames, the turn's sending,
+// acks and errors. Frames about entities are read in Reader.cc, roots in Roots.cc.
 #include "attrlog/link/Demuxer.h"
 
-#include <algorithm>
+#include <cstdio>
 
-#include "Mox/NboAttrLogFlow.h"
 #include "attrlog/adapter/EntityIds.h"
-#include "attrlog/adapter/Rows.h"
-#include "registry/MoxType.h"
 
 namespace Mox::NboAttrLog {
+namespace {
+
+using TransactToken = Connection::Out::TransactToken;
+
+std::string hex(std::uint64_t value) {
+  char text[24];
+  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+  return text;
+}
+
+}  // namespace
 
 Demuxer::Demuxer(LinkOptions const& options)
-    : options_(options), out_(new Out(this, options.outCapacity)), in_(new In(this)) {
-  globalNboAttrLogDemuxerManager().demuxerIs(this);
-}
+    : host_(options, this), reader_(host_), roots_(host_) {}
 
 Demuxer::~Demuxer() {
-  if (mode_ != Mode::closed) close();
+  if (mode() != Mode::closed) close();
 }
 
-// Ids and adapters.
-
-void Demuxer::reactorsVisit(std::function<void(Sa const&)> const& visit) const {
-  for (auto adapter = reactors_.iteratorConst(); adapter; ++adapter) visit(**adapter);
-}
-
-Ptr<Entity> Demuxer::entity(EntityId id) const {
-  Sa* adapter = reactor(id);
-  return adapter && adapter->hasFlag(writingOn) ? adapter->moxNotifierEntity() : Ptr<Entity>();
-}
-
-Demuxer::Naming Demuxer::naming(EntityId id) const {
-  if (entity(id)) return Naming::known;
-  if (refused_.contains(id.value())) return Naming::refused;
-  return gone_.contains(id.value()) ? Naming::gone : Naming::unknown;
-}
-
-Ptr<Demuxer::Sa> Demuxer::reactorDel(EntityId const& id) {
-  Ptr<Sa> const adapter(reactor(id));
-  if (adapter) reactors_.deleteMember(adapter);
-  return adapter;
-}
-
-void Demuxer::reactorIs(EntityId id, Sa& adapter, bool bound) {
-  Ptr<Sa> hold(&adapter);
-  if (adapter.entityId() != id) {
-    if (reactor(adapter.entityId()) == &adapter) {
-      // An equal child came under another id: what was open or owed under the old one is void.
-      flowOutDel(adapter);
-      transactionDrop(adapter);
-      reactorDel(adapter.entityId());
-      goneIs(adapter.entityId());
-      holdIs(adapter, false);
-    }
-    adapter.entityIdIs(id);
-  }
-  if (reactor(id) != &adapter) {
-    if (Sa* other = reactor(id)) retire(*other);
-    reactors_.newMember(hold);
-  }
-  if (bound) {
-    if (adapter.origin_ != StreamAdapter::Origin::importedOrphan) {
-      adapter.origin_ = StreamAdapter::Origin::bound;
-    }
-    adapter.fullStarted_ = false;
-    adapter.flagsIs(writingOn, true);
-    if (frameStartsHold_) holdIs(adapter, true);
-  }
-  settleFlags(adapter);
-  if (bound) wake(adapter.rawEntity());
-}
-
-void Demuxer::assignEntityId(Sa& adapter) {
-  Ptr<Entity> entity = adapter.moxNotifierEntity();
-  MsgChannel::Constrainer& brought = MsgChannel::constrainer();
-  EntityId id;
-  if (brought.deserializingEid && entity->parent().get() == brought.deserializingInParent) {
-    id = brought.deserializingEid;
-  } else if (Ptr<Sa> other = entity->moxNboAttrLogSa(Ptr<Out const>())) {
-    if (other.get() != &adapter) id = other->entityId();
-  }
-  if (!id || reactor(id) != nullptr || gone_.contains(id.value())) id = newEntityId();
-  reactorIs(id, adapter, false);
-}
-
-void Demuxer::handleAnnounced(Sa& adapter) {
-  adapter.flagsIs(writingOn, true);
-  settleFlags(adapter);
-  wake(adapter.rawEntity());
-}
-
-void Demuxer::retire(Sa& adapter) {
-  if (adapter.retired_) return;
-  Ptr<Sa> hold(&adapter);
-  EntityId const id = adapter.entityId();
-  bool const isInTable = reactor(id) == &adapter;
-  if (isInTable && adapter.hasFlag(writingOn)) {
-    goneIs(id);
-    if (adapter.origin_ == StreamAdapter::Origin::exportedOrphan && mode_ == Mode::running) {
-      withdrawalsOwed_.push_back(id);
-      turnIsWanted();
-    }
-  }
-  if (isInTable) transactionDrop(adapter);
-  adapter.retired_ = true;
-  adapter.flagsIs(writingOff, true);
-  adapter.flagsIs(writingOn, false);
-  adapter.moxDoZombieReactors(true);
-  adapter.notifierIs(Ptr<PtrInterface const>());
-  flowOutDel(adapter);
-  blockedDel(adapter);
-  holdIs(adapter, false);
-  if (isInTable) reactorDel(id);
-  // Its own handler may be on the stack.
-  graveyard_.push_back(hold);
-}
-
-void Demuxer::settleFlags(Sa& adapter) {
-  adapter.flagsIs(noFlowOut, adapter.flowOut() == nullptr);
-  adapter.flagsIs(needsNoCreation, true);
-  adapter.flagsIs(deferAll, adapter.hold_);
-  adapter.flagsIs(writingOff, adapter.retired_ || mode_ == Mode::closed);
-}
-
-void Demuxer::holdIs(Sa& adapter, bool hold) {
-  if (adapter.hold_ == hold) return;
-  adapter.hold_ = hold;
-  holds_ = hold ? holds_ + 1 : holds_ - 1;
-}
-
-void Demuxer::checkEphemeralEntityDeletion(Entity* child, EntityId const& id, bool) {
-  if (child == nullptr) return;
-  Ptr<Sa> adapter = child->moxNboAttrLogSa(Ptr<Out const>(out_));
-  if (adapter && adapter->entityId() != id) retire(**adapter);
-}
-
-// Values in pieces and open transactions.
-
-Ptr<FlowIn> Demuxer::flowIn(EntityId const& id) const {
-  MoxFlowIn const* entry = flowIns_.size() != 0 ? flowIns_[id] : nullptr;
-  return entry ? entry->value() : Ptr<FlowIn>();
-}
-
-Ptr<FlowIn> Demuxer::flowInIs(EntityId const& id) {
-  if (Ptr<FlowIn> present = flowIn(id)) return present;
-  Ptr<FlowIn> made(new FlowIn);
-  EntityId key = id;
-  flowIns_.newMemberG(Ptr<PtrInterface>(new MoxFlowIn(id, made)), &key);
-  return made;
-}
-
-/// What is open on an adapter that goes: a value in pieces, a transaction.
-void Demuxer::transactionDrop(Sa& adapter) {
-  flowInDel(adapter.entityId());
-  Ptr<Entity> const entity = adapter.moxNotifierEntity();
-  // A change of the sync mode opens transactions without a marker and without a FlowIn.
-  if (!entity || Marks::openCount() == 0) return;
-  for (TypeRows const* type = &adapter.rows(); type != nullptr; type = type->base) {
-    for (AttrRow const& row : *type) {
-      if (row.isCollection()) Marks::drop(**entity, row, this);
-    }
-  }
-}
-
-Ptr<FlowIn> Demuxer::flowInDel(EntityId const& id) {
-  Ptr<MoxFlowIn> entry = flowIns_.size() != 0 ? flowIns_[id] : nullptr;
-  if (!entry) return {};
-  Ptr<FlowIn> flowIn = entry->value();
-  flowIns_.deleteMember(entry);
-  return flowIn;
-}
-
-void Demuxer::openValueDel(EntityId const& id, AttributeId attribute) {
-  Ptr<FlowIn> const open = flowIn(id);
-  if (!open) return;
-  moxFlowInIteratorDel<String8::Iterator>(open.get(), attribute);
-  moxFlowInIdxDeq<String8>(open.get());
-  if (open->openTransaction() == 0) flowInDel(id);
+LinkStats Demuxer::stats() const {
+  LinkStats stats = host_.stats;
+  stats.framesSent = host_.exchange.framesSent();
+  stats.framesReceived = host_.exchange.framesReceived();
+  stats.undelivered = undelivered_;
+  return stats;
 }
 
 // Life.
@@ -185,83 +39,169 @@ void Demuxer::openValueDel(EntityId const& id, AttributeId attribute) {
 void Demuxer::begin() {
   Greeting greeting;
   greeting.bits = Greeting::unifiedIds | Greeting::exports | Greeting::imports;
-  if (options_.grantsWrite) greeting.bits |= Greeting::grantsWrite;
-  if (options_.wantsWrite) greeting.bits |= Greeting::wantsWrite;
-  greeting.schemaHash = options_.schemaHash;
+  if (options().grantsWrite) greeting.bits |= Greeting::grantsWrite;
+  if (options().wantsWrite) greeting.bits |= Greeting::wantsWrite;
+  greeting.schemaHash = options().schemaHash;
   greeting.nonce = newEntityId().value();
-  greeting.peerName = options_.name;
+  greeting.peerName = options().name;
   std::string const bytes = greeting.bytes();
-  out_->rawIs(bytes.data(), bytes.size());
-}
-
-void Demuxer::dispatchGreeting(Greeting const& greeting) {
-  if (greeting.schemaHash != options_.schemaHash && options_.schemaStrict) {
-    throw StreamException(StreamError::badSchema);
-  }
-  peer_ = greeting;
-  out_->peerMaxPayloadIs(greeting.maxPayload);
-  mode_ = Mode::running;
-  if (greeted_) greeted_();
-  exportWaiting();
-}
-
-void Demuxer::wake() {
-  isWakerArmed_ = false;
-  if (wake_) wake_();
-}
-
-void Demuxer::errorIs(StreamError code, std::string const& text) {
-  if (errorCode_ != StreamError::none || mode_ == Mode::closed) return;
-  errorCode_ = code;
-  error_ = text;
-  if (mode_ != Mode::running) return;
-  MsgHeader header;
-  header.attributeId = static_cast<AttributeId>(code);
-  out_->frameIs(FrameKind::error, header);
-  out_ << Out::TransactToken::tokenBegin << String8(text.c_str()) << Out::TransactToken::tokenEnd;
+  out()->rawIs(bytes.data(), bytes.size());
 }
 
 void Demuxer::close() {
-  if (mayWrite()) stats_.undelivered = framesCommitted_ - peerAck_;
-  mode_ = Mode::closed;
-  std::vector<Ptr<Sa>> adapters;
-  for (auto adapter = reactors_.iterator(); adapter; ++adapter) adapters.push_back(adapter.ptr());
-  for (auto const& adapter : adapters) {
-    Ptr<Entity> const entity = adapter->moxNotifierEntity();
-    bool const isAnnounced = adapter->origin_ == StreamAdapter::Origin::exportedOrphan;
-    if (mayWrite() && isAnnounced && entity && !entity->fwkType()->isRootType()) {
-      imports_->lend(peerName(), entity);
+  if (mode() == Mode::closed) return;
+  if (mayWrite()) undelivered_ = unacknowledgedFrames();
+  roots_.close();
+  host_.close();
+}
+
+void Demuxer::errorIs(StreamError code, std::string const& text) {
+  if (errorCode_ != StreamError::none || mode() == Mode::closed) return;
+  errorCode_ = code;
+  error_ = text;
+  if (!greeted()) return;
+  MsgHeader header;
+  header.attributeId = static_cast<AttributeId>(code);
+  out()->frameIs(FrameKind::error, header);
+  out() << TransactToken::tokenBegin << String8(text.c_str()) << TransactToken::tokenEnd;
+}
+
+// Receiving.
+
+void Demuxer::dispatchReceived() {
+  ByteQueue& received = in()->received();
+  while (mode() != Mode::closed && errorCode_ == StreamError::none && !received.empty()) {
+    Frame frame;
+    std::size_t size = 0;
+    try {
+      if (mode() == Mode::greeting) {
+        size = dispatchGreeting(received);
+      } else if ((size = FrameParser::frame(received.data(), received.size(), frame)) != 0) {
+        host_.isReading = true;
+        dispatch(frame);
+        if (observer_) observer_(frame);
+      }
+      host_.isReading = false;
+    } catch (StreamException const& refused) {
+      host_.isReading = false;
+      errorIs(refused.code(), std::string("log: ") + refused.what() + " at stream offset " +
+                                  std::to_string(streamOffset_) + ", entity " +
+                                  hex(frame.entityId.value()) + ", attribute " +
+                                  std::to_string(frame.attributeId));
+      return;
     }
-    retire(**adapter);
+    if (size == 0) return;
+    streamOffset_ += size;
+    in()->payloadIs(nullptr, 0);
+    if (mode() != Mode::closed) received.take(size);
   }
-  imports_->staleIs(this);
-  quick_.clear();
-  bulk_.clear();
-  stopped_.clear();
-  blocked_.clear();
-  noted_.clear();
-  flowIns_.emptyAllBuckets();
-  exportsWaiting_.clear();
-  withdrawalsOwed_.clear();
-  repeatsOwed_.clear();
-  refused_.clear();
-  gone_.clear();
-  gonePending_.clear();
-  goneTold_.clear();
-  slots_ = SlotTable();
-  out_->close();
-  in_->close();
-  globalNboAttrLogDemuxerManager().demuxerDel(this);
 }
 
-void DemuxerManager::demuxerIs(Demuxer* demuxer) { demuxers_.push_back(demuxer); }
-
-void DemuxerManager::demuxerDel(Demuxer* demuxer) {
-  demuxers_.erase(std::remove(demuxers_.begin(), demuxers_.end(), demuxer), demuxers_.end());
+/// The bytes of the greeting; 0 when more are needed.
+std::size_t Demuxer::dispatchGreeting(ByteQueue const& received) {
+  Greeting greeting;
+  std::size_t const size = FrameParser::greeting(received.data(), received.size(), greeting);
+  if (size == 0) return 0;
+  if (greeting.schemaHash != options().schemaHash && options().schemaStrict) {
+    throw StreamException(StreamError::badSchema);
+  }
+  host_.greetedIs(greeting);
+  if (greeted_) greeted_();
+  roots_.sendWaiting();
+  return size;
 }
+
+void Demuxer::dispatch(Frame const& frame) {
+  host_.exchange.received(frame.kind);
+  // The peer's reason for ending counts, whatever else is wrong with its frame.
+  if (frame.kind == FrameKind::error) return dispatchError(frame);
+  if (host_.exchange.acknowledge(frame.ack) || host_.reactors.isAnyGoneSent()) {
+    host_.reactors.acknowledgedIs(host_.exchange.framesAcknowledged());
+  }
+  bool const isRoot = frame.entityId == orphanTarget;
+  switch (frame.kind) {
+    case FrameKind::message:
+      return isRoot ? roots_.orphan(frame) : reader_.message(frame);
+    case FrameKind::marker:
+      return reader_.marker(frame);
+    case FrameKind::complete:
+      return isRoot ? roots_.complete(frame) : reader_.complete(frame);
+    case FrameKind::repeat:
+      return reader_.repeat(frame);
+    case FrameKind::error:
+    case FrameKind::ack:
+      return;
+  }
+}
+
+void Demuxer::dispatchError(Frame const& frame) {
+  in()->payloadIs(frame.payload, frame.payloadSize);
+  String8 const text = in()->nextString();
+  if (in()->bytesAvailable() != 0) throw StreamException(StreamError::badLength);
+  if (text.length() > maxErrorText) throw StreamException(StreamError::tooLong);
+  auto const code =
+      frame.attributeId > 0 && frame.attributeId <= static_cast<AttributeId>(StreamError::badValue)
+          ? static_cast<StreamError>(frame.attributeId)
+          : StreamError::badHeader;
+  errorCode_ = code;
+  error_ = "log: refused by the peer: " + std::string(text.charPtr(), text.length());
+}
+
+// Sending.
+
+void Demuxer::runFlowOuts(std::function<void()> const& flush) {
+  roots_.dropStale();
+  out()->withheldIs(0);
+  flush();
+  host_.repeats.sendOwed();
+  roots_.sendWaiting();
+  host_.scheduler.run([&] {
+    flush();
+    roots_.sendWaiting();
+  });
+  // An id that has gone may be forgotten once the peer has everything that is owed now.
+  if (host_.reactors.isAnyGoneOwed() && host_.scheduler.isAllParked() &&
+      !host_.announcer.isAnyWithdrawn()) {
+    host_.reactors.goneSentIs(host_.exchange.framesCommitted());
+  }
+  sendAck();
+  // Hot attributes of entities in step must not starve those that wait.
+  out()->withheldIs(host_.scheduler.hasWaiting() ? queueReserve : 0);
+}
+
+bool Demuxer::hasOwed() const {
+  return host_.scheduler.hasWaiting() || host_.announcer.isAnyWithdrawn() ||
+         host_.announcer.isAnyWaiting() || host_.repeats.isAnyOwed();
+}
+
+/// A read-only peer costs the sender only retired ids, so its acks may be late.
+bool Demuxer::onlyListens() const { return !mayWrite() && host_.exchange.framesCommitted() == 0; }
+
+/// A frame for each turn would wake a peer that waits for nothing.
+void Demuxer::sendAck() {
+  if (!greeted() || !host_.exchange.isAckDue(host_.nowMs, onlyListens(), options().ackDelayMs) ||
+      out()->freeSpace() < runReserve) {
+    return;
+  }
+  host_.exchange.ackSent();
+  MsgHeader header;
+  header.isVariableLength = false;
+  out()->frameIs(FrameKind::ack, header);
+  out() << TransactToken::tokenBegin << TransactToken::tokenEnd;
+}
+
+std::optional<std::uint64_t> Demuxer::ackDueMs() const {
+  // Without room, the turn comes when there is some.
+  bool const isOwed = greeted() && host_.exchange.unacked() != 0;
+  return isOwed && out()->freeSpace() >= runReserve ? host_.exchange.ackDueMs() : std::nullopt;
+}
+
+// The demuxers of the process.
 
 std::vector<Ptr<Demuxer>> DemuxerManager::nboDemuxerIterator() const {
-  return {demuxers_.begin(), demuxers_.end()};
+  std::vector<Ptr<Demuxer>> demuxers;
+  for (AdapterHost const* const host : adapterHosts()) demuxers.emplace_back(host->demuxer());
+  return demuxers;
 }
 
 DemuxerManager& globalNboAttrLogDemuxerManager() {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "attrlog/link/Demuxer.h"
+#include "attrlog/adapter/AdapterHost.h"
 #include "model/TypeText.h"
 #include "registry/MoxType.h"
 
@@ -28,7 +28,7 @@ std::string argumentsOf(Entity const& entity) {
 }  // namespace
 
 void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
-                     Demuxer const* connection) {
+                     AdapterHost const* connection) {
   // Entries that their owner has ended meanwhile are of no use to anybody.
   std::erase_if(items_, [&](Item const& item) {
     return item.entry && (!item.entry->target() || item.entry == entry);
@@ -37,7 +37,7 @@ void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
 }
 
 void Imports::shelve(std::string const& peer, Ptr<Entity> const& entity,
-                     Demuxer const* connection) {
+                     AdapterHost const* connection) {
   items_.push_back({peer, {}, entity, argumentsOf(**entity), connection});
 }
 
@@ -48,13 +48,14 @@ void Imports::lend(std::string const& peer, Ptr<Entity> const& entity) {
   if (std::none_of(items_.begin(), items_.end(), isKnown)) shelve(peer, entity, nullptr);
 }
 
-Ptr<Entity> Imports::claim(std::string const& peer, Entity const& made, Demuxer const* connection) {
+Ptr<Entity> Imports::claim(std::string const& peer, Entity const& made,
+                           AdapterHost const* connection) {
   std::string const arguments = argumentsOf(made);
   for (Item& item : items_) {
     // One that this end has announced to the peer meanwhile has its id on this connection.
     if (item.shelved && item.connection == nullptr && item.peer == peer &&
         item.arguments == arguments &&
-        !item.shelved->moxNboAttrLogSa(Ptr<Out const>(connection->out()))) {
+        !item.shelved->moxNboAttrLogSa(Ptr<Out const>(connection->out))) {
       item.connection = connection;
       return item.shelved;
     }
@@ -68,7 +69,7 @@ bool Imports::isRootFrom(Entity const* entity, std::string const& peer) const {
   });
 }
 
-void Imports::drop(Entity const* entity, Demuxer const* connection) {
+void Imports::drop(Entity const* entity, AdapterHost const* connection) {
   auto const at = std::find_if(items_.begin(), items_.end(), [&](Item const& item) {
     return item.entity() == entity && item.connection == connection;
   });
@@ -78,7 +79,7 @@ void Imports::drop(Entity const* entity, Demuxer const* connection) {
   end(item);
 }
 
-void Imports::staleIs(Demuxer const* connection) {
+void Imports::staleIs(AdapterHost const* connection) {
   for (Item& item : items_) {
     if (item.connection == connection) item.connection = nullptr;
   }

@@ -39,7 +39,7 @@ Link::Link(Session* session, std::unique_ptr<ByteLink> bytes, LinkOptions const&
   demuxer_->reporterIs([this](std::string const& line) {
     if (session_) session_->report(*this, line);
   });
-  demuxer_->wakerIs([this] {
+  demuxer_->waker().callbackIs([this] {
     if (waiter_) waiter_->linkIsWoken();
   });
   demuxer_->begin();
@@ -156,7 +156,7 @@ void Link::send() {
 
 void Link::closeIs(std::string const& reason) {
   endIs(End::here, reason);
-  demuxer_->turnIsWanted();
+  demuxer_->waker().wake();
 }
 
 void Link::endIs(End end, std::string const& reason) {

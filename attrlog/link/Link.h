@@ -79,7 +79,7 @@ class Link : public PtrInterface {
   std::optional<std::uint64_t> dueMs() const;
   /// Replaces the waiter. What the link wants now is not announced.
   void waiterIs(std::unique_ptr<Waiter> waiter) { waiter_ = std::move(waiter); }
-  void waiterArm() { demuxer_->wakerArm(); }
+  void waiterArm() { demuxer_->waker().arm(); }
 
   Demuxer& demuxer() { return **demuxer_; }
   Demuxer const& demuxer() const { return **demuxer_; }

@@ -1,241 +1,176 @@
-// Entities without a parent on the connection: the exported roots, what references lead to, what
-// the peer brings, and the ids of those that have gone.
-#include <algorithm>
+// Announcing roots, and what becomes of an orphan message.
+#include "attrlog/link/Roots.h"
+
+#include <utility>
 
 #include "Mox/Exception.h"
-#include "attrlog/adapter/EntityIds.h"
-#include "attrlog/link/Demuxer.h"
 #include "registry/MoxType.h"
 
 namespace Mox::NboAttrLog {
+namespace {
+
+/// Reads one section of an orphan's payload; `read` sees its bytes alone.
+template <class Read>
+void readSection(In& in, Out::PayloadSection wanted, Read const& read) {
+  if (static_cast<Out::PayloadSection>(in.nextU8()) != wanted) {
+    throw StreamException(StreamError::badOrphan);
+  }
+  std::size_t const size = in.nextU32();
+  unsigned char const* const end = in.endMark();
+  if (size > in.bytesAvailable()) throw StreamException(StreamError::badOrphan);
+  in.endMarkIs(in.position() + size);
+  unsigned char const* const next = in.endMark();
+  read();
+  in.endMarkIs(end);
+  in.positionIs(next);
+}
+
+}  // namespace
 
 // Export.
 
-std::uint32_t Demuxer::rootFlags(bool exported) const {
-  std::uint32_t flags = weakReference;
-  if (exported) {
-    if (!mayPeerWrite()) flags |= readOnlyRemote;
-  } else {
-    flags |= notAuthority;
-    if (!mayWrite()) flags |= readOnlyHere;
-  }
-  return flags;
+void Roots::exportIs(Ptr<Entity> const& root) {
+  host_.announceIs(root);
+  sendWaiting();
 }
 
-void Demuxer::exportIs(Ptr<Entity> const& root) {
-  exportsWaiting_.push_back(root);
-  exportWaiting();
-  turnIsWanted();
-}
-
-void Demuxer::exportWaiting() {
-  sendWithdrawals();
-  while (mode_ == Mode::running && !exportsWaiting_.empty() && out_->freeSpace() >= runRoom) {
-    Ptr<Entity> root = exportsWaiting_.front();
-    exportsWaiting_.pop_front();
-    // What the peer itself has brought, or is about to bring again, doesn't go back to it.
-    if (imports_->isRootFrom(root.get(), peerName())) continue;
-    if (root->moxNboAttrLogSa(Ptr<Out const>(out_))) continue;
-    announce(root);
-  }
-  if (exportsDoneOwed_ && mode_ == Mode::running && exportsWaiting_.empty()) {
-    exportsDoneOwed_ = false;
-    sendComplete(orphanTarget);
-  }
-}
-
-/// Says an entity without its parent; its full transfer follows.
-void Demuxer::announce(Ptr<Entity> const& entity) {
-  Ptr<Sa> adapter = entity->moxNboAttrLogSaIs(
-      PtrInterface::NotifieeConst::Mox_BitSet(rootFlags(true)), 1, out_, nullptr);
-  adapter->originIs(StreamAdapter::Origin::exportedOrphan);
-  adapter->moxOnInit();
-  try {
-    adapter->doSerializeOrphan();
-  } catch (...) {
-    retire(**adapter);
-    throw;
-  }
-}
-
-void Demuxer::exportDel(Ptr<Entity> const& root) {
-  exportsWaiting_.erase(std::remove(exportsWaiting_.begin(), exportsWaiting_.end(), root),
-                        exportsWaiting_.end());
-  Ptr<Sa> adapter = root->moxNboAttrLogSa(Ptr<Out const>(out_));
+void Roots::exportDel(Ptr<Entity> const& root) {
+  host_.announcer.waitingDel(root);
+  Ptr<Sa> const adapter = root->moxNboAttrLogSa(Ptr<Out const>(host_.out));
   if (!adapter || adapter->origin() != StreamAdapter::Origin::exportedOrphan) return;
   adapter->doRemountSelf(Ptr<Out>());
-  sendWithdrawals();
+  host_.announcer.sendWithdrawals();
 }
 
-void Demuxer::exportsDone() {
-  exportsDoneOwed_ = true;
-  exportWaiting();
-  turnIsWanted();
+void Roots::exportsDone() {
+  isDoneOwed_ = true;
+  sendWaiting();
+  host_.waker.wake();
 }
 
-void Demuxer::sendWithdrawals() {
-  while (mode_ == Mode::running && !withdrawalsOwed_.empty() && out_->freeSpace() >= runReserve) {
-    EntityId const id = withdrawalsOwed_.front();
-    withdrawalsOwed_.pop_front();
-    MsgHeader header;
-    header.entityId = orphanTarget;
-    header.attributeId = -orphanAttribute;
-    out_->nextHeaderIs(header);
-    out_ << Out::TransactToken::tokenBegin << id << Out::TransactToken::tokenEnd;
+void Roots::sendWaiting() {
+  host_.announcer.sendWithdrawals();
+  while (host_.isRunning() && host_.announcer.isAnyWaiting() && host_.out->freeSpace() >= runRoom) {
+    Ptr<Entity> const root = host_.announcer.nextWaiting();
+    // What the peer itself has brought, or is about to bring again, doesn't go back to it.
+    if (!imports_->isRootFrom(root.get(), peerName())) host_.announcer.announce(root);
   }
-}
-
-bool Demuxer::inStep() const { return mode_ == Mode::running && peerExportsDone_ && holds_ == 0; }
-
-// References.
-
-EntityId Demuxer::referenceId(Entity const* target) {
-  if (target == nullptr) return EntityId();
-  auto const unavailable = [&] {
-    unavailable_ = target;
-    throw EntityIdUnavailableException("entity has no id on this connection yet",
-                                       Exception::IdBitArray());
-  };
-  Ptr<Out const> const out(out_);
-  if (Ptr<Sa const> adapter = target->moxNboAttrLogSa(out)) {
-    if (!adapter->hasFlag(writingOn) || adapter->hasFlag(boundByTransaction)) unavailable();
-    return adapter->entityId();
+  if (isDoneOwed_ && host_.isRunning() && !host_.announcer.isAnyWaiting()) {
+    isDoneOwed_ = false;
+    host_.sendComplete(orphanTarget);
   }
-  if (!target->moxHasAttrLogInterface()) unavailable();
-  for (Entity const* above = target->moxRawParent(); above != nullptr;
-       above = above->moxRawParent()) {
-    // Its tree is on the connection, or about to be: its own announcement is still owed.
-    auto const isAbove = [above](Ptr<Entity> const& root) { return root.get() == above; };
-    if (above->moxNboAttrLogSa(out) ||
-        std::any_of(exportsWaiting_.begin(), exportsWaiting_.end(), isAbove)) {
-      unavailable();
-    }
-  }
-  bool const before = std::exchange(onlyQueueTransfers_, true);
-  try {
-    announce(Ptr<Entity>(const_cast<Entity*>(target)));
-  } catch (...) {
-    onlyQueueTransfers_ = before;
-    throw;
-  }
-  onlyQueueTransfers_ = before;
-  throw AttrLogRecordException("an entity was announced within a message", Exception::IdBitArray());
-}
-
-// An id that this end has parted with may still stand in frames of the peer: until the peer has
-// acknowledged the last frame that tells it so, which is at the latest the last one that is owed
-// now.
-
-void Demuxer::goneIs(EntityId id) {
-  if (mode_ != Mode::running || !gone_.insert(id.value()).second) return;
-  gonePending_.push_back(id);
-}
-
-void Demuxer::settleGone() {
-  if (gonePending_.empty() || flowOutCount_ != parkedCount_ || !withdrawalsOwed_.empty()) return;
-  for (EntityId id : gonePending_) goneTold_.emplace_back(framesCommitted_, id);
-  gonePending_.clear();
 }
 
 // Import.
 
-void Demuxer::dispatchOrphan(Frame const& frame) {
-  using Section = Out::PayloadSection;
-  in_->payloadIs(frame.payload, frame.payloadSize);
-  if (frame.attributeId == -orphanAttribute) return dispatchWithdrawal();
+void Roots::orphan(Frame const& frame) {
+  In& in = **host_.in;
+  in.payloadIs(frame.payload, frame.payloadSize);
+  if (frame.attributeId == -orphanAttribute) return withdrawal();
   if (frame.attributeId != orphanAttribute) throw StreamException(StreamError::badOrphan);
 
-  auto const section = [this](Section wanted, auto const& read) {
-    if (static_cast<Section>(in_->nextU8()) != wanted)
-      throw StreamException(StreamError::badOrphan);
-    std::size_t const size = in_->nextU32();
-    unsigned char const* const end = in_->endMark();
-    if (size > in_->bytesAvailable()) throw StreamException(StreamError::badOrphan);
-    in_->endMarkIs(in_->position() + size);
-    unsigned char const* const next = in_->endMark();
-    read();
-    in_->endMarkIs(end);
-    in_->positionIs(next);
-  };
+  using Section = Out::PayloadSection;
   MoxType const* type = nullptr;
-  section(Section::typeSection, [&] { type = MoxType::typeNode(Name(in_->nextString())); });
-  // A root needs a place; what references lead to is taken from whom they are taken.
+  readSection(in, Section::typeSection, [&] { type = MoxType::typeNode(Name(in.nextString())); });
+  // A root needs a place; others are accepted from peers that may write.
   bool const isRoot = type != nullptr && type->isRootType();
-  bool const isTaken = type != nullptr && (importDir_ || (!isRoot && mayPeerWrite()));
+  bool const isAccepted = type != nullptr && (dir_ || (!isRoot && host_.mayPeerWrite()));
   Ptr<Entity> made;
-  section(Section::constructorSection, [&] {
-    if (!isTaken) return;
+  readSection(in, Section::constructorSection, [&] {
+    if (!isAccepted) return;
     try {
-      made = type->newEntity(in_, PtrInterface::NotifieeConst::Mox_BitSet(rootFlags(false)), 1,
-                             nullptr);
+      made = type->newEntity(host_.in, host_.rootFlags(false), 1, nullptr);
     } catch (Exception const&) {
       throw StreamException(StreamError::badValue);
     }
-    if (made && in_->bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
+    if (made && in.bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
   });
   EntityId id;
-  section(Section::identitySection, [&] { id = in_->nextEntityId(); });
-  if (in_->bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
-  if (!id.isUnified() || id == orphanTarget || reactor(id) != nullptr) {
+  readSection(in, Section::identitySection, [&] { id = in.nextEntityId(); });
+  if (in.bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
+  if (!id.isUnified() || id == orphanTarget || host_.reactors.reactor(id) != nullptr) {
     throw StreamException(StreamError::badId);
   }
 
-  Ptr<Entity> entity = made;
-  Ptr<Dir::Entry> entry = isRoot && made ? importDir_->entry(made->name()) : Ptr<Dir::Entry>();
-  if (entry && (entry->target()->fwkType() != type || isMounted(**entry->target()))) entity = {};
-  if (!entity || !entity->moxHasAttrLogInterface()) {
-    ++stats_.refusedOrphans;
-    refused_.insert(id.value());
+  Ptr<Dir::Entry> entry = isRoot && made ? dir_->entry(made->name()) : Ptr<Dir::Entry>();
+  bool const isTaken =
+      entry && (entry->target()->fwkType() != type || isMounted(**entry->target()));
+  if (!made || isTaken || !made->moxHasAttrLogInterface()) {
+    ++host_.stats.refusedOrphans;
+    host_.reactors.refusedIs(id);
     return;
   }
-  if (isRoot) {
-    if (!entry) entry = importDir_->entryIs(made->name(), made);
-    entity = entry->target();
-    imports_->rootIs(peerName(), entry, this);
-  } else if (Ptr<Entity> present = imports_->claim(peerName(), **made, this)) {
-    entity = present;
-  } else {
-    imports_->shelve(peerName(), made, this);
-  }
-  Ptr<Sa> adapter = entity->moxNboAttrLogSaIs(
-      PtrInterface::NotifieeConst::Mox_BitSet(rootFlags(false)), 1, out_, nullptr);
+  Ptr<Entity> const entity = present(made, *type, entry);
+  Ptr<Sa> const adapter = entity->moxNboAttrLogSaIs(host_.rootFlags(false), 1, host_.out, nullptr);
+  if (adapter->hasFlag(readOnlyHere)) host_.hasReadOnlyCopies = true;
   adapter->originIs(StreamAdapter::Origin::importedOrphan);
-  frameStartsHold_ = frame.fullTransferFollows;
-  reactorIs(id, **adapter, true);
-  frameStartsHold_ = false;
+  host_.inHand.startsTransferIs(frame.fullTransferFollows);
+  host_.reactorIs(id, **adapter, true);
+  host_.inHand.startsTransferIs(false);
 }
 
-/// Once, when all that the peer had at first has come, or was taken back before it came.
-void Demuxer::dropStaleShelved() {
-  if (isShelfSwept_ || !inStep()) return;
-  isShelfSwept_ = true;
-  imports_->dropStaleShelved(peerName());
+/// The entity that an orphan message leads to: one that is here already, or the one made of it.
+Ptr<Entity> Roots::present(Ptr<Entity> const& made, MoxType const& type, Ptr<Dir::Entry>& entry) {
+  if (type.isRootType()) {
+    if (!entry) entry = dir_->entryIs(made->name(), made);
+    imports_->rootIs(peerName(), entry, &host_);
+    return entry->target();
+  }
+  if (Ptr<Entity> known = imports_->claim(peerName(), **made, &host_)) return known;
+  imports_->shelve(peerName(), made, &host_);
+  return made;
 }
 
-/// True when this or another connection has brought the root and still stands.
-bool Demuxer::isMounted(Entity& root) const {
-  for (Ptr<Demuxer> const& demuxer : globalNboAttrLogDemuxerManager().nboDemuxerIterator()) {
-    Ptr<Sa> const adapter = root.moxNboAttrLogSa(Ptr<Out const>(demuxer->out()));
-    if (adapter && (demuxer.get() == this || adapter->hasFlag(notAuthority))) return true;
+/// True when this or another connection has brought the root and is still there.
+bool Roots::isMounted(Entity& root) const {
+  for (AdapterHost const* const host : adapterHosts()) {
+    Ptr<Sa> const adapter = root.moxNboAttrLogSa(Ptr<Out const>(host->out));
+    if (adapter && (host == &host_ || adapter->hasFlag(notAuthority))) return true;
   }
   return false;
 }
 
-void Demuxer::dispatchWithdrawal() {
-  EntityId const id = in_->nextEntityId();
-  if (in_->bytesAvailable() != 0) throw StreamException(StreamError::badLength);
+void Roots::withdrawal() {
+  In& in = **host_.in;
+  EntityId const id = in.nextEntityId();
+  if (in.bytesAvailable() != 0) throw StreamException(StreamError::badLength);
   if (!id.isUnified()) throw StreamException(StreamError::badId);
-  Ptr<Sa> const adapter(reactor(id));
+  Ptr<Sa> const adapter(host_.reactors.reactor(id));
   if (!adapter) {
-    if (refused_.erase(id.value()) == 0) ++stats_.strays;
+    if (!host_.reactors.refusedDel(id)) ++host_.stats.strays;
     return;
   }
-  if (adapter->origin_ != StreamAdapter::Origin::importedOrphan) {
+  if (adapter->origin() != StreamAdapter::Origin::importedOrphan) {
     throw StreamException(StreamError::badOrphan);
   }
   Ptr<Entity> const entity = adapter->moxNotifierEntity();
   adapter->doRemountSelf(Ptr<Out>());
-  if (entity) imports_->drop(entity.get(), this);
+  if (entity) imports_->drop(entity.get(), &host_);
+}
+
+void Roots::complete(Frame const& frame) {
+  if (frame.payloadSize != 0) throw StreamException(StreamError::badLength);
+  isPeerDone_ = true;
+  imports_->dropStaleRoots(peerName());
+}
+
+void Roots::dropStale() {
+  if (!inStep() || std::exchange(isShelfSwept_, true)) return;
+  imports_->dropStaleShelved(peerName());
+}
+
+void Roots::close() {
+  // Announced to a peer whose tree this end may write: its next connection may bring them back.
+  if (host_.mayWrite()) {
+    host_.reactors.forEach([this](Sa& adapter) {
+      Ptr<Entity> const entity = adapter.moxNotifierEntity();
+      if (adapter.origin() == StreamAdapter::Origin::exportedOrphan && entity &&
+          !entity->fwkType()->isRootType()) {
+        imports_->lend(peerName(), entity);
+      }
+    });
+  }
+  imports_->staleIs(&host_);
 }
 
 }  // namespace Mox::NboAttrLog

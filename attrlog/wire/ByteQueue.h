@@ -1,5 +1,6 @@
 // A contiguous first-in first-out queue of bytes: the buffer beneath Out and In.
-// Bytes are appended at the end and taken at the front; what is inside lies in one piece.
+// Bytes are appended at the end and taken at the front; what is inside lies in one piece. Memory
+// that one large message took is given back when the message has left.
 #pragma once
 
 #include <cstddef>
@@ -34,7 +35,9 @@ class ByteQueue {
   }
   void take(std::size_t count) {
     begin_ += count;
-    if (begin_ == end_) begin_ = end_ = 0;
+    if (begin_ != end_) return;
+    begin_ = end_ = 0;
+    if (capacity_ > keptCapacity) release();
   }
   /// Cuts the queue to `size` bytes, at its end.
   void truncate(std::size_t size) { end_ = begin_ + size; }
@@ -45,14 +48,18 @@ class ByteQueue {
   }
   std::size_t capacity() const { return capacity_; }
 
+  /// Bytes of memory that an empty queue may keep.
+  static constexpr std::size_t keptCapacity = 262144;
+
  private:
   void makeRoom(std::size_t count) {
     std::size_t const used = size();
+    bool const isFarTooLarge = capacity_ > keptCapacity && used + count < capacity_ / 8;
     // Half of the buffer free in front: moving is amortised by the bytes already taken.
-    if (capacity_ - used >= count && begin_ >= capacity_ / 2) {
+    if (capacity_ - used >= count && begin_ >= capacity_ / 2 && !isFarTooLarge) {
       std::memmove(bytes_.get(), data(), used);
     } else {
-      std::size_t capacity = capacity_ ? capacity_ * 2 : 4096;
+      std::size_t capacity = capacity_ && !isFarTooLarge ? capacity_ * 2 : 4096;
       while (capacity - used < count) capacity *= 2;
       std::unique_ptr<unsigned char[]> bytes(new unsigned char[capacity]);
       if (used != 0) std::memcpy(bytes.get(), data(), used);

@@ -1,5 +1,5 @@
 // The root of what carries an attribute log: the nested Out and In that byte positions and size
-// limits belong to. The real connection is NboAttrLog::Link.
+// limits belong to, and whose connection an Out or an In serves.
 #pragma once
 
 #include "Mox/Api.h"
@@ -17,4 +17,19 @@ class ByteConnection {
   class In;
 };
 
+namespace NboAttrLog {
+
+class AdapterHost;
+class Demuxer;
+class Waker;
+
+/// The owners of a connection, for the rooms above: the bytes' own room follows neither pointer;
+/// and who waits for it. All are null once the connection is closed.
+struct ConnectionOwner {
+  Demuxer* demuxer = nullptr;
+  AdapterHost* host = nullptr;
+  Waker* waker = nullptr;
+};
+
+}  // namespace NboAttrLog
 }  // namespace Mox

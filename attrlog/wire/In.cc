@@ -3,8 +3,7 @@
 
 #include <bit>
 
-#include "Mox/Entity.h"
-#include "attrlog/link/Demuxer.h"
+#include "attrlog/wire/FrameParser.h"
 
 namespace Mox {
 
@@ -46,17 +45,10 @@ String8 ByteConnection::In::nextString() {
 
 namespace NboAttrLog {
 
-In::In(Demuxer* demuxer) : demuxer_(demuxer) {}
 In::~In() = default;
 
-Ptr<Entity> In::nextEntity() {
-  EntityId const id = nextEntityId();
-  if (!id) return {};
-  Ptr<Entity> entity = demuxer_ != nullptr ? demuxer_->entity(id) : Ptr<Entity>();
-  if (!entity && (demuxer_ == nullptr || demuxer_->naming(id) == Demuxer::Naming::unknown)) {
-    throw StreamException(StreamError::badId);
-  }
-  return entity;
+void In::entityIdIs(unsigned char const* position, EntityId id) {
+  putBytes(const_cast<unsigned char*>(position), id.value(), 8);
 }
 
 void In::throwWrongType() {

@@ -86,19 +86,23 @@ class Entity;
 
 namespace NboAttrLog {
 
-class Demuxer;
-class Out;
-
 /// The `In` of an attribute log. It holds the received bytes that no frame was made of yet, and
 /// is the cursor over the payload that the demuxer has in hand.
 class In : public ByteConnection::In {
  public:
-  explicit In(Demuxer* demuxer);
+  explicit In(ConnectionOwner owner) : owner_(owner) {}
   ~In() override;
 
   EntityId nextEntityId() { return EntityId(nextU64()); }
-  /// The entity that an id names on this connection; null for 0.
+  /// Replaces the id that was read at `position` of the payload in hand.
+  void entityIdIs(unsigned char const* position, EntityId id);
+  // Defined where adapters are known (adapter/AdapterHost.cc).
+
+  /// The entity that an id names on this connection; null for 0, and for one that this end has
+  /// refused or given up.
   Ptr<Entity> nextEntity();
+  /// Counts an enumerator that this end doesn't know.
+  void unknownEnumsInc();
   /// The same, cast to `T`. Throws `AttrLogEntityException` "Entity is the wrong type".
   template <class T>
   Ptr<T> nextEntity() {
@@ -109,7 +113,8 @@ class In : public ByteConnection::In {
   }
 
   /// Null after close.
-  Demuxer* demuxer() const { return demuxer_; }
+  Demuxer* demuxer() const { return owner_.demuxer; }
+  AdapterHost* host() const { return owner_.host; }
   ByteQueue& received() { return received_; }
   /// Opens a payload of `size` bytes for reading.
   void payloadIs(unsigned char const* bytes, std::size_t size) {
@@ -117,7 +122,7 @@ class In : public ByteConnection::In {
     end_ = bytes + size;
   }
   void close() {
-    demuxer_ = nullptr;
+    owner_ = {};
     received_.release();
     payloadIs(nullptr, 0);
   }
@@ -125,9 +130,15 @@ class In : public ByteConnection::In {
   [[noreturn]] static void throwWrongType();
 
  private:
-  Demuxer* demuxer_;
+  ConnectionOwner owner_;
   ByteQueue received_;
 };
 
 }  // namespace NboAttrLog
+
+/// The demuxer that serves an In; null for none.
+inline NboAttrLog::Demuxer* demuxFor(Ptr<NboAttrLog::In> const& in) {
+  return in ? in->demuxer() : nullptr;
+}
+
 }  // namespace Mox

@@ -6,8 +6,9 @@
 
 #include "Mox/Assertion.h"
 #include "Mox/Exception.h"
-#include "attrlog/link/Demuxer.h"
+#include "attrlog/wire/Exchange.h"
 #include "attrlog/wire/In.h"
+#include "attrlog/wire/Waker.h"
 
 namespace Mox {
 
@@ -18,18 +19,26 @@ void Connection::Out::sent(std::size_t count) {
 
 namespace NboAttrLog {
 
-Out::Out(Demuxer* demuxer, std::size_t capacity)
-    : Connection::Out(std::max(capacity, leastCapacity)), demuxer_(demuxer) {}
+MessageTooLong::MessageTooLong() : RangeException("message too long for the log") {}
+MessageTooLong::~MessageTooLong() = default;
+
+Out::Out(ConnectionOwner owner, Exchange* exchange, In* reverse, std::size_t capacity)
+    : Connection::Out(std::max(capacity, leastCapacity)),
+      owner_(owner),
+      exchange_(exchange),
+      reverse_(reverse) {}
 
 Out::~Out() = default;
 
-Ptr<In> Out::reverseLog() const { return demuxer_ ? demuxer_->in() : Ptr<In>(); }
+Ptr<In> Out::reverseLog() const { return Ptr<In>(reverse_); }
 
 void Out::close() {
   buffer_.release();
   committedSize_ = 0;
   open_ = false;
-  demuxer_ = nullptr;
+  owner_ = {};
+  exchange_ = nullptr;
+  reverse_ = nullptr;
 }
 
 void Out::rawIs(void const* bytes, std::size_t count) {
@@ -40,23 +49,25 @@ void Out::rawIs(void const* bytes, std::size_t count) {
 
 void Out::commit() {
   if (sectionStart_ != 0) sectionEnd();
-  std::size_t const payload = frameSize() - headerSize - 1;
+  std::size_t const payload = payloadSize();
   if (!header_.isVariableLength && payload != header_.fixedLength) {
     buffer_.truncate(committedSize_);
     throwInternalException("message of another length than its header says");
   }
   if (payload > peerMaxPayload_) {
     buffer_.truncate(committedSize_);
-    throwRangeException("message too long for the log");
+    throw MessageTooLong();
   }
   numberIs(static_cast<std::uint8_t>(TransactToken::tokenEnd), 1);
   unsigned char* const bytes = buffer_.data() + committedSize_;
   putBytes(bytes + 2, payload, 4);
   bytesWritten_ += payload + frameOverhead;
   committedSize_ = buffer_.size();
-  if (demuxer_ != nullptr) {
-    putBytes(bytes + 18, demuxer_->framesBegun(), 4);
-    demuxer_->handleCommitted(kind_, header_, bytes + headerSize + 1, payload);
+  lastPayloadSize_ = payload;
+  if (exchange_ != nullptr) {
+    putBytes(bytes + 18, exchange_->ack(), 4);
+    exchange_->committed(kind_);
+    if (owner_.waker != nullptr) owner_.waker->wake();
   }
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <type_traits>
 
+#include "Mox/Exception.h"
 #include "Mox/Name.h"
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
@@ -43,6 +44,8 @@ class Connection::Out : public PtrInterface {
   /// length word included. 0: what keeps the frame within `maxMessageSize()`.
   std::size_t sizeLimit() const { return sizeLimit_; }
   void sizeLimitIs(std::size_t limit) { sizeLimit_ = limit; }
+  /// Writes a piece of a string: see `operator<<` below.
+  virtual void pieceIs(String8::IteratorConst& position) = 0;
 
  protected:
   explicit Out(std::size_t capacity) : capacity_(capacity) {}
@@ -72,11 +75,18 @@ class ConnectionOutSizeAnchor {
 
 namespace NboAttrLog {
 
-class Demuxer;
+class Exchange;
 class In;
 
+/// A message whose payload exceeds what the peer accepts; nothing of it is in the buffer.
+class MessageTooLong : public RangeException {
+ public:
+  MessageTooLong();
+  ~MessageTooLong() override;
+};
+
 /// The `Out` of an attribute log. Held by its connection and, counted, by each stream adapter;
-/// after the connection has closed it has no buffer, no demuxer and no reverse log.
+/// after the connection has closed it has no buffer, no owner and no reverse log.
 class Out : public Connection::Out {
  public:
   enum class PayloadSection : std::uint8_t {
@@ -86,18 +96,22 @@ class Out : public Connection::Out {
     identitySection = 4,
   };
 
-  Out(Demuxer* demuxer, std::size_t capacity);
+  /// `exchange` counts the frames and gives their acks; it and `reverse` live until `close`. All of
+  /// them may be null: bytes without a connection.
+  Out(ConnectionOwner owner, Exchange* exchange, In* reverse, std::size_t capacity);
   ~Out() override;
 
   /// Begins a message. What was begun before and not ended is dropped.
   void nextHeaderIs(MsgHeader const& header) { frameIs(FrameKind::message, header); }
   /// Begins a frame of another kind; written like a message otherwise.
   void frameIs(FrameKind kind, MsgHeader const& header);
+  /// The message that was just begun creates an entity whose whole state follows.
+  void fullTransferFollowsIs() { buffer_.data()[committedSize_ + 1] |= frameFullTransferFollows; }
   /// Begins a section of an orphan's payload and ends the one before.
   void currentPayloadSectionIs(PayloadSection section);
   /// The begin token opens the payload; the end token commits the frame.
-  /// Throws an internal exception when a fixed message's payload has another length, a range
-  /// exception "message too long for the log" when the peer would not take it.
+  /// Throws an internal exception when a fixed message's payload has another length,
+  /// `MessageTooLong` when the peer would not take it.
   void tokenIs(TransactToken token) {
     if (token == TransactToken::tokenEnd) return commit();
     numberIs(static_cast<std::uint8_t>(token), 1);
@@ -111,9 +125,15 @@ class Out : public Connection::Out {
   /// True when a message may be started without further test.
   bool hasSufficientBuffer() const { return open_ && freeSpace() >= blockSize; }
 
-  /// Null after close.
-  Demuxer* demuxer() const { return demuxer_; }
+  Demuxer* demuxer() const { return owner_.demuxer; }
+  AdapterHost* host() const { return owner_.host; }
   Ptr<In> reverseLog() const;
+  /// Bytes of the payload that is being written.
+  std::size_t payloadSize() const { return frameSize() - headerSize - 1; }
+  /// The payload of the frame committed last; valid until the next call that writes or sends.
+  unsigned char const* lastPayload() const {
+    return buffer_.data() + committedSize_ - 1 - lastPayloadSize_;
+  }
 
   /// The largest payload that the peer accepts, in bytes.
   void peerMaxPayloadIs(std::size_t size) { peerMaxPayload_ = size; }
@@ -132,16 +152,18 @@ class Out : public Connection::Out {
   void bytesIs(void const* bytes, std::size_t count) { buffer_.append(bytes, count); }
   /// A length word and the bytes.
   void stringIs(String8 const& text);
-  /// As much of the text behind `position` as the size limit lets it, moving `position` behind it.
-  void pieceIs(String8::IteratorConst& position);
+  void pieceIs(String8::IteratorConst& position) override;
 
  private:
   std::size_t frameSize() const { return buffer_.size() - committedSize_; }
   void commit();
   void sectionEnd();
 
-  Demuxer* demuxer_;
+  ConnectionOwner owner_;
+  Exchange* exchange_;
+  In* reverse_;
   std::size_t peerMaxPayload_ = maxPayload;
+  std::size_t lastPayloadSize_ = 0;
   std::size_t sectionStart_ = 0;
   FrameKind kind_ = FrameKind::message;
   MsgHeader header_;
@@ -157,9 +179,6 @@ inline void Out::frameIs(FrameKind kind, MsgHeader const& header) {
   std::uint8_t flags = header.isVariableLength ? frameVariableLength : 0;
   if (header.trailingFlag) flags |= frameTrailing;
   if (creates) flags |= frameCreatesChild;
-  if (kind == FrameKind::message && (creates || header.attributeId == orphanAttribute)) {
-    flags |= frameFullTransferFollows;
-  }
   bytes[0] = static_cast<std::uint8_t>(kind);
   bytes[1] = flags;
   putBytes(bytes + 2, 0, 4);
@@ -206,9 +225,23 @@ inline Ptr<Out> const& operator<<(Ptr<Out> const& out, Connection::Out::Transact
 
 }  // namespace NboAttrLog
 
-/// A piece of a string: see `NboAttrLog::Out::pieceIs`.
+/// A piece of a string: a length word whose highest bit announces more, and as many bytes from
+/// `position` on as the size limit allows. Moves `position` behind them; writes nothing for an
+/// empty string.
+inline void operator<<(Ptr<Connection::Out> const& out, String8::IteratorConst& position) {
+  out->pieceIs(position);
+}
 inline void operator<<(Ptr<NboAttrLog::Out> const& out, String8::IteratorConst& position) {
   out->pieceIs(position);
+}
+
+/// A type as messages name it.
+struct TypeId {
+  String8 fullName;
+};
+inline Ptr<NboAttrLog::Out> const& operator<<(Ptr<NboAttrLog::Out> const& out, TypeId const& type) {
+  out->stringIs(type.fullName);
+  return out;
 }
 
 }  // namespace Mox

@@ -35,7 +35,7 @@ std::string oneLine(std::string const& text) {
 
 /// A cursor over a payload that belongs to no connection.
 Ptr<In> payloadOf(Frame const& frame) {
-  Ptr<In> in(new In(nullptr));
+  Ptr<In> in(new In({}));
   in->payloadIs(frame.payload, frame.payloadSize);
   return in;
 }

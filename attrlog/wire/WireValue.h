@@ -7,7 +7,6 @@
 
 #include "Mox/Exception.h"
 #include "Mox/Ptr.h"
-#include "attrlog/link/Demuxer.h"
 #include "attrlog/wire/In.h"
 #include "attrlog/wire/Out.h"
 #include "values/DramConfig.h"
@@ -19,8 +18,8 @@
 namespace MOX_API Mox {
 namespace NboAttrLog {
 
-/// The id of a referenced entity on this connection; 0 for null. Throws
-/// `EntityIdUnavailableException` when the peer cannot know the entity yet.
+/// The id of a referenced entity on this connection, as a message carries it; 0 for null. Throws
+/// what `Entity::entityId` throws. Defined where entities are known (adapter/AdapterHost.cc).
 unsigned long long referenceId(Ptr<Out> const& out, Entity const* target);
 
 /// For a type T: `fixedLength` (0 where a scalar message is of variable length), `write`, `read`,
@@ -87,7 +86,7 @@ struct WireValue<T> {
       Expect const expect(Exception::rangeId);
       return enumInstance<T>(number);
     } catch (RangeException const&) {
-      if (Demuxer* demuxer = in.demuxer()) demuxer->unknownEnumsInc(1);
+      in.unknownEnumsInc();
       return static_cast<T>(static_cast<int>(number));
     }
   }

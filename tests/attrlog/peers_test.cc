@@ -200,8 +200,8 @@ TEST(Relay, TheMarksOfOneTransactionAreNotThoseOfAnother) {
   };
   Ptr<Arad> const chip = chain.tree(1).fap("f");
   AttrRow const& row = *fromA->rows().find(522);
-  Demuxer const* const a = &chain.ups[1]->demuxer();
-  Demuxer const* const c = &chain.downs[1]->demuxer();
+  AdapterHost const* const a = &chain.ups[1]->demuxer().host();
+  AdapterHost const* const c = &chain.downs[1]->demuxer().host();
   fromA->handleAttrTransaction(522, Type::begin, 0);
   EXPECT_EQ(marked(), "12345678");
   for (unsigned short port : {1, 2, 3}) chip->port(port)->moxMarkedForDeletionIs(false);

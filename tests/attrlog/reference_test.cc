@@ -149,7 +149,7 @@ TEST(Reference, AReferenceToWhatTheOtherEndHasJustWithdrawnIsAnsweredWithThatEnd
   // The id is forgotten once the importer has acknowledged the withdrawal.
   scene.port(1)->laneIs(3);
   scene.settle();
-  EXPECT_EQ(scene.mirror.out().naming(EntityId(0x7777000000000001)), Demuxer::Naming::unknown);
+  EXPECT_EQ(scene.mirror.out().naming(EntityId(0x7777000000000001)), Naming::unknown);
 }
 
 TEST(Reference, AnEndThatHasOnlyListenedMayNameWhatHasJustGone) {

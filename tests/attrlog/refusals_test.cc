@@ -253,7 +253,7 @@ TEST(Refusals, ACompoundMessageLosesAConflictAsThePlainOneDoes) {
       SCOPED_TRACE(testing::Message() << isCompound << creates);
       Pair pair;
       EntityId const id = arad(pair);
-      std::uint32_t const seen = pair.mirror.in().framesBegun();
+      std::uint32_t const seen = pair.mirror.in().host().exchange.framesBegun();
       // This end has said something else of the slot, which the writer had not seen.
       if (creates) {
         pair.arad->portIs(17, nullptr)->laneIs(5);

@@ -576,7 +576,7 @@ class World {
       ids.emplace(adapter.entityId(), path);
       if (!adapter.rawEntity()) fail("an adapter without an entity" + at);
       if (adapter.flowOut()) fail("something is owed" + at + " by " + path);
-      if (adapter.hold()) fail("a hold is left" + at + " of " + path);
+      if (adapter.life() == StreamAdapter::Life::held) fail("a hold is left" + at + " of " + path);
       if (!adapter.hasFlag(noFlowOut) || adapter.hasFlag(deferAll | changeFromLog | writingOff |
                                                          boundByTransaction | inScheduledRun)) {
         fail("odd flags" + at + " of " + path);

@@ -134,10 +134,10 @@ TEST(GeneratedValues, EqualNumbersOfDifferentClassesHashTheSame) {
 /// What a value's `operator<<` puts on the stream, in hex, and read back the same.
 template <class T>
 std::string wireOf(T const& value) {
-  Mox::Ptr<Mox::NboAttrLog::Out> const out(new Mox::NboAttrLog::Out(nullptr, 4096));
+  Mox::Ptr<Mox::NboAttrLog::Out> const out(new Mox::NboAttrLog::Out({}, nullptr, nullptr, 4096));
   constexpr unsigned char behind = 0xa5;
   out << value << behind;
-  Mox::Ptr<Mox::NboAttrLog::In> const in(new Mox::NboAttrLog::In(nullptr));
+  Mox::Ptr<Mox::NboAttrLog::In> const in(new Mox::NboAttrLog::In({}));
   in->payloadIs(out->committed(), 64);
   EXPECT_EQ(Mox::NboAttrLog::WireValue<T>::read(**in), value);
   auto const width = in->position() - out->committed();
@@ -151,7 +151,7 @@ std::string wireOf(T const& value) {
 /// The refusal of a number that a peer sent.
 template <class Id>
 std::string wireRefusal(std::initializer_list<unsigned char> bytes) {
-  Mox::Ptr<Mox::NboAttrLog::In> const in(new Mox::NboAttrLog::In(nullptr));
+  Mox::Ptr<Mox::NboAttrLog::In> const in(new Mox::NboAttrLog::In({}));
   in->payloadIs(bytes.begin(), bytes.size());
   return thrown([&] { Mox::NboAttrLog::WireValue<Id>::read(**in); });
 }

@@ -1,0 +1,93 @@
+// Orphan messages, their withdrawal, and the ids of references.
+#include "attrlog/adapter/Announcer.h"
+
+#include <algorithm>
+
+#include "Mox/Exception.h"
+#include "attrlog/adapter/AdapterHost.h"
+
+namespace Mox::NboAttrLog {
+
+void Announcer::waitingDel(Ptr<Entity> const& entity) {
+  waiting_.erase(std::remove(waiting_.begin(), waiting_.end(), entity), waiting_.end());
+}
+
+Ptr<Entity> Announcer::nextWaiting() {
+  Ptr<Entity> const entity = waiting_.front();
+  waiting_.pop_front();
+  return entity;
+}
+
+void Announcer::announce(Ptr<Entity> const& entity) {
+  if (entity->moxNboAttrLogSa(Ptr<Out const>(host_.out))) return;
+  Ptr<Entity::MoxNboAttrLogSa> const adapter =
+      entity->moxNboAttrLogSaIs(host_.rootFlags(true), 1, host_.out, nullptr);
+  adapter->originIs(StreamAdapter::Origin::exportedOrphan);
+  adapter->moxOnInit();
+  try {
+    adapter->doSerializeOrphan();
+  } catch (MessageTooLong const&) {
+    host_.tooLong(std::string(entity->fullName().view()));
+    host_.retire(**adapter);
+  } catch (...) {
+    host_.retire(**adapter);
+    throw;
+  }
+}
+
+/// True when a tree of the connection, or of one about to be announced, holds the entity.
+bool Announcer::isTreeAnnounced(Entity const& entity) const {
+  for (Entity const* above = entity.moxRawParent(); above != nullptr;
+       above = above->moxRawParent()) {
+    auto const isAbove = [above](Ptr<Entity> const& root) { return root.get() == above; };
+    if (above->moxNboAttrLogSa(Ptr<Out const>(host_.out)) ||
+        std::any_of(waiting_.begin(), waiting_.end(), isAbove)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+EntityId Announcer::referenceId(Entity& target, bool isInMessage, bool announces) {
+  auto const unavailable = [&] {
+    host_.scheduler.blockedOnIs(&target);
+    throw EntityIdUnavailableException("entity has no id on this connection yet",
+                                       Exception::IdBitArray());
+  };
+  Ptr<Out const> const out(host_.out);
+  Ptr<Entity::MoxNboAttrLogSa> adapter = target.moxNboAttrLogSa(out);
+  if (!adapter) {
+    // A tree announces its own entities.
+    if (!announces || !target.moxHasAttrLogInterface() || isTreeAnnounced(target)) unavailable();
+    {
+      FlowScheduler::OnlyQueue const anchor(host_.scheduler);
+      announce(Ptr<Entity>(&target));
+    }
+    if (isInMessage) {
+      throw AttrLogRecordException("an entity was announced within a message",
+                                   Exception::IdBitArray());
+    }
+    adapter = target.moxNboAttrLogSa(out);
+  }
+  if (!adapter || !adapter->isAnnounced() || adapter->hasFlag(boundByTransaction)) unavailable();
+  return adapter->entityId();
+}
+
+void Announcer::sendWithdrawals() {
+  while (host_.isRunning() && !withdrawn_.empty() && host_.out->freeSpace() >= runReserve) {
+    MsgHeader header;
+    header.entityId = orphanTarget;
+    header.attributeId = -orphanAttribute;
+    host_.out->nextHeaderIs(header);
+    host_.out << Connection::Out::TransactToken::tokenBegin << withdrawn_.front()
+              << Connection::Out::TransactToken::tokenEnd;
+    withdrawn_.pop_front();
+  }
+}
+
+void Announcer::clear() {
+  waiting_.clear();
+  withdrawn_.clear();
+}
+
+}  // namespace Mox::NboAttrLog

@@ -1,0 +1,59 @@
+// Announces entities without a parent on a connection: exported roots and what only references
+// lead to; and withdraws them. Roots queue here; reference writers ask for ids.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+
+#include "Mox/Entity.h"
+#include "Mox/Ptr.h"
+#include "attrlog/wire/Wire.h"
+
+namespace MOX_API Mox {
+namespace NboAttrLog {
+
+class AdapterHost;
+
+class Announcer {
+ public:
+  explicit Announcer(AdapterHost& host) : host_(host) {}
+
+  // Roots.
+
+  /// The entity is to be announced when there is room.
+  void waitingIs(Ptr<Entity> const& entity) { waiting_.push_back(entity); }
+  void waitingDel(Ptr<Entity> const& entity);
+  bool isAnyWaiting() const { return !waiting_.empty(); }
+  /// The next one that waits, and has left the queue. Requires: one waits.
+  Ptr<Entity> nextWaiting();
+  /// Announces an entity; its full transfer follows. One with an adapter is passed over. A message
+  /// that the peer would not take is counted and reported.
+  void announce(Ptr<Entity> const& entity);
+
+  // References.
+
+  /// The id of an entity for a message. `announces`: it is announced if it belongs to no tree of
+  /// the connection. `isInMessage`: a message is being written, which an announcement drops. Throws
+  /// `AttrLogRecordException` when that has happened, `EntityIdUnavailableException` when the peer
+  /// can't know the entity yet.
+  EntityId referenceId(Entity& target, bool isInMessage, bool announces);
+
+  // Withdrawals.
+
+  /// An announced entity has left the connection: the peer is to drop it.
+  void withdrawnIs(EntityId id) { withdrawn_.push_back(id); }
+  void sendWithdrawals();
+  bool isAnyWithdrawn() const { return !withdrawn_.empty(); }
+
+  void clear();
+
+ private:
+  bool isTreeAnnounced(Entity const& entity) const;
+
+  AdapterHost& host_;
+  std::deque<Ptr<Entity>> waiting_;
+  std::deque<EntityId> withdrawn_;
+};
+
+}  // namespace NboAttrLog
+}  // namespace Mox
