@@ -101,6 +101,9 @@ void Entity::moxNotifieeAdapterIs(Ptr<Entity const> const&) {}
 void Entity::handleParent(Ptr<Entity> const&) {}
 bool Entity::moxHasAttrLogInterface() const { return false; }
 
+void Entity::NotifieeConst::notifierIs(Ptr<PtrInterface const> const&) {
+  PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const>());
+}
 void Entity::NotifieeConst::onParent() {}
 void Entity::NotifieeConst::onVersion() {}
 Entity::NotifieeConst::~NotifieeConst() = default;

@@ -120,9 +120,13 @@ class Entity : public PtrInterface {
   Entity* parent_ = nullptr;
 };
 
-/// The subscriber of an entity of any type.
+/// The base of the subscriber classes X::NotifieeConst; a client derives from one of those. By
+/// itself it can't be bound, since an entity notifies subscribers of its own type alone; who wants
+/// to watch entities of any type uses a generic object.
 class Entity::NotifieeConst : public PtrInterface::NotifieeConst {
  public:
+  /// Every entity is one of another type than this class's own: binds to nothing.
+  void notifierIs(Ptr<PtrInterface const> const& notifier) override;
   virtual void onParent();
   virtual void onVersion();
   ~NotifieeConst() override;

@@ -1,8 +1,10 @@
 // The intrusive list with raw links that an entity keeps its notifiees in, and the base of the
 // small collections. The list counts nobody: a member takes itself out before it goes away.
+// Beside its members it keeps the silent ones: bound to the entity, but not to be notified.
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "Mox/Ptr.h"
 
@@ -69,7 +71,7 @@ class BaseIteratorConst {
   bool isDeleted_ = false;
 };
 
-/// `T` has a public raw `T* next`, which the list owns while the member is in it.
+/// `T` has a public raw `T* next`, which the list owns while the member is in it, listed or silent.
 template <class T>
 class ListRaw : public BaseRefCollection<T> {
  public:
@@ -77,17 +79,12 @@ class ListRaw : public BaseRefCollection<T> {
   using LrIterator = LrIteratorConst;
 
   ListRaw() = default;
-  /// Clears the links of all members, each kept alive until it was passed. A member class with
-  /// `moxNotifierGone()` is told that its notifier dies.
+  /// Clears the links of all members, each kept alive until it was passed, and calls
+  /// `moxNotifierGone()` on them and on the silent ones if the class has it.
   ~ListRaw() override {
-    Ptr<T> member(head_);
-    head_ = tail_ = nullptr;
-    while (member) {
-      Ptr<T> following(member->next);
-      member->next = nullptr;
-      if constexpr (requires { member->moxNotifierGone(); }) member->moxNotifierGone();
-      member = std::move(following);
-    }
+    unlinkAll(std::exchange(head_, nullptr));
+    unlinkAll(std::exchange(silent_, nullptr));
+    tail_ = nullptr;
     ++this->version_;
     this->size_ = 0;
   }
@@ -112,17 +109,23 @@ class ListRaw : public BaseRefCollection<T> {
   /// An absent member is left alone, and so is the list.
   bool remove(T const* member) {
     T* previous = nullptr;
-    for (T* at = head_; at; previous = at, at = at->next) {
-      if (at != member) continue;
-      (previous ? previous->next : head_) = at->next;
-      if (tail_ == at) tail_ = previous;
-      at->next = nullptr;
-      ++this->version_;
-      --this->size_;
-      return true;
-    }
-    return false;
+    if (!unlink(head_, member, previous)) return false;
+    if (tail_ == member) tail_ = previous;
+    ++this->version_;
+    --this->size_;
+    return true;
   }
+
+  // The silent ones, which change neither version nor size. Requires: `member` isn't listed.
+  void silentPush(T* member) {
+    member->next = silent_;
+    silent_ = member;
+  }
+  void silentRemove(T const* member) {
+    T* previous = nullptr;
+    unlink(silent_, member, previous);
+  }
+
   bool contains(T const* member) const {
     for (T* at = head_; at; at = at->next) {
       if (at == member) return true;
@@ -131,8 +134,28 @@ class ListRaw : public BaseRefCollection<T> {
   }
 
  private:
+  static bool unlink(T*& head, T const* member, T*& previous) {
+    for (T* at = head; at; previous = at, at = at->next) {
+      if (at != member) continue;
+      (previous ? previous->next : head) = at->next;
+      at->next = nullptr;
+      return true;
+    }
+    return false;
+  }
+  static void unlinkAll(T* head) {
+    Ptr<T> member(head);
+    while (member) {
+      Ptr<T> following(member->next);
+      member->next = nullptr;
+      if constexpr (requires { member->moxNotifierGone(); }) member->moxNotifierGone();
+      member = std::move(following);
+    }
+  }
+
   T* head_ = nullptr;
   T* tail_ = nullptr;
+  T* silent_ = nullptr;
 };
 
 /// Walks the live list. Goes on behind the place of a member that was taken out under it, as long

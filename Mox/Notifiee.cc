@@ -2,6 +2,8 @@
 
 namespace Mox {
 
+bool (*PtrInterface::NotifieeConst::moxIsStreamAdapterHook)(PtrInterface const*) = nullptr;
+
 void PtrInterface::NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
   if (active) {
@@ -34,10 +36,23 @@ void PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const> const& noti
   PtrInterface const* const fresh = notifier.get();
   if (fresh == notifier_ && !isNotifierGone_) return;
   PtrInterface const* const old = moxLiveNotifier();
-  if (fresh) ptrInc(fresh);
+  if (fresh && !isWeakReference_) ptrInc(fresh);
   notifier_ = fresh;
   isNotifierGone_ = false;
-  if (old) ptrDec(old);
+  if (old && !isWeakReference_) ptrDec(old);
+}
+
+void PtrInterface::NotifieeConst::moxNotifierGone() {
+  isNotifierGone_ = true;
+  NotifieeConst* const reactor = moxRawReactor();
+  if (reactor && reactor->notifier_ == notifier_) reactor->isNotifierGone_ = true;
+}
+
+bool PtrInterface::NotifieeConst::moxServesStreamAdapter() const {
+  // Either may subscribe in its constructor, when nobody holds it yet.
+  NotifieeConst const* const raw = moxRawReactor();
+  HeldInConstruction const held(this), heldReactor(raw ? raw : this);
+  return moxIsStreamAdapterHook && moxIsStreamAdapterHook(moxReactor().get());
 }
 
 void PtrInterface::NotifieeConst::handleNotification(ActivityConfig* config) {

@@ -53,14 +53,13 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   /// The object that reacts, by default this one.
   virtual Ptr<NotifieeConst> moxReactor() const;
   virtual NotifieeConst* moxRawReactor() const;
-  /// Stream adapters stand at the head of a notifiee list.
   virtual bool isStreamAdapter() const;
   /// Enters or leaves the notifier's list; here it only stores the mark. Const on purpose.
   virtual void isRegisteredNotifieeIs(bool registered) const;
   virtual void mox_bitSetIs(Mox_BitSet flags);
   /// The notifier's name, empty without one.
   virtual Name name() const;
-  /// Binds to a notifier, counted; here it only stores the pointer.
+  /// Binds to a notifier, counted unless this subscriber is weak; here it only stores the pointer.
   virtual void notifierIs(Ptr<PtrInterface const> const& notifier);
   /// A deferred notification comes due: takes the pending attribute and hands it to
   /// `handleDefault`.
@@ -83,7 +82,8 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   virtual ActivitySm* actsm();
 
   ~NotifieeConst() override {
-    if (PtrInterface const* const notifier = moxLiveNotifier()) ptrDec(notifier);
+    PtrInterface const* const notifier = moxLiveNotifier();
+    if (notifier && !isWeakReference_) ptrDec(notifier);
   }
 
   /// One more handler is about to run within a deferred notification.
@@ -105,12 +105,17 @@ class PtrInterface::NotifieeConst : public PtrInterface {
 
   // Support of the notifiee lists.
 
-  /// The notifier died while this weak subscriber was in its list: nothing may follow it any more.
-  void moxNotifierGone() { isNotifierGone_ = true; }
+  /// The notifier of this weak subscriber dies: from now on neither it nor its reactor follows the
+  /// pointer.
+  void moxNotifierGone();
   bool moxIsNotifierGone() const { return isNotifierGone_; }
   /// The notifier if it can still be followed.
   PtrInterface const* moxLiveNotifier() const { return isNotifierGone_ ? nullptr : notifier_; }
   void moxRegisteredIs(bool registered) const { isRegisteredNotifiee_ = registered; }
+  /// Whether `moxReactor()` is a stream adapter: those stand at the head of a list.
+  bool moxServesStreamAdapter() const;
+  /// What the attribute log answers for an object; null when there is no attribute log.
+  static bool (*moxIsStreamAdapterHook)(PtrInterface const* reactor);
 
  protected:
   NotifieeConst() : NotifieeConst(Mox_BitSet()) {}

@@ -10,11 +10,14 @@
 
 namespace MOX_API Mox {
 
-/// Stream adapters go to the head, so that the log hears first; all others to the tail.
+/// Enters the subscriber where its flag says. Listed, a stream adapter goes to the head, so that
+/// the log is notified first, and any other to the tail; silent, it is only kept for the entity's
+/// end.
 template <class X>
 void notifieeLink(X const& notifier, typename X::NotifieeConst& notifiee) {
-  auto const* const reactor = notifiee.moxRawReactor();
-  if (reactor && reactor->isStreamAdapter()) {
+  if (!notifiee.isRegisteredNotifiee()) {
+    notifier.notifieeList().silentPush(&notifiee);
+  } else if (notifiee.moxServesStreamAdapter()) {
     notifier.notifieeList().pushFront(&notifiee);
   } else {
     notifier.notifieeList().pushBack(&notifiee);
@@ -23,7 +26,11 @@ void notifieeLink(X const& notifier, typename X::NotifieeConst& notifiee) {
 
 template <class X>
 void notifieeUnlink(X const& notifier, typename X::NotifieeConst const& notifiee) {
-  notifier.notifieeList().remove(&notifiee);
+  if (notifiee.isRegisteredNotifiee()) {
+    notifier.notifieeList().remove(&notifiee);
+  } else {
+    notifier.notifieeList().silentRemove(&notifiee);
+  }
 }
 
 /// The notifier of a subscriber of X, null if there is none that can be followed.
@@ -39,12 +46,7 @@ void notifierIs(typename X::NotifieeConst& notifiee, Ptr<PtrInterface const> con
   X const* const stored = notifierOf<X>(notifiee);
   if (stored == fresh && !notifiee.moxIsNotifierGone()) return;
   Ptr<X const> const old(stored);
-  notifiee.Entity::NotifieeConst::notifierIs(Ptr<PtrInterface const>(fresh));
-  if (notifiee.isWeakReference()) {
-    if (old) ptrInc(old.get());
-    if (fresh) ptrDec(fresh);
-  }
-  if (!notifiee.isRegisteredNotifiee()) return;
+  notifiee.PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const>(fresh));
   if (old) notifieeUnlink<X>(*old.get(), notifiee);
   if (fresh) notifieeLink<X>(*fresh, notifiee);
 }
@@ -53,14 +55,10 @@ void notifierIs(typename X::NotifieeConst& notifiee, Ptr<PtrInterface const> con
 template <class X>
 void isRegisteredNotifieeIs(typename X::NotifieeConst const& notifiee, bool registered) {
   if (registered == notifiee.isRegisteredNotifiee()) return;
-  notifiee.moxRegisteredIs(registered);
   X const* const notifier = notifierOf<X>(notifiee);
-  if (!notifier) return;
-  if (registered) {
-    notifieeLink<X>(*notifier, const_cast<typename X::NotifieeConst&>(notifiee));
-  } else {
-    notifieeUnlink<X>(*notifier, notifiee);
-  }
+  if (notifier) notifieeUnlink<X>(*notifier, notifiee);
+  notifiee.moxRegisteredIs(registered);
+  if (notifier) notifieeLink<X>(*notifier, const_cast<typename X::NotifieeConst&>(notifiee));
 }
 
 /// Body of `X::NotifieeConst::name`.
@@ -70,15 +68,12 @@ Name notifierName(typename X::NotifieeConst const& notifiee) {
   return notifier ? notifier->name() : Name();
 }
 
-/// What the destructor of X::NotifieeConst does before its own fields go.
+/// What the destructor of X::NotifieeConst does before its own fields go. A listed subscriber that
+/// is marked for deletion stays linked: whoever marks it has taken it out of the list first.
 template <class X>
 void notifieeDestroy(typename X::NotifieeConst& notifiee) {
   X const* const notifier = notifierOf<X>(notifiee);
-  if (!notifier) return;
-  // The base's destructor gives a count back that a weak subscriber doesn't have.
-  if (notifiee.isWeakReference()) ptrInc(notifier);
-  if (!notifiee.isRegisteredNotifiee() || notifiee.moxMarkedForDeletion()) return;
-  Ptr<X const> const held(notifier);
+  if (!notifier || (notifiee.isRegisteredNotifiee() && notifiee.moxMarkedForDeletion())) return;
   notifieeUnlink<X>(*notifier, notifiee);
 }
 

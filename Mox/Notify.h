@@ -27,8 +27,8 @@ template <auto Handler, class T, class... Key>
 [[gnu::noinline]] void notifyWalk(ListRaw<T> const& list, AttributeId attribute,
                                   Key const&... key) {
   using H = typename HandlerClass<decltype(Handler)>::Type;
-  typename Snapshot<T>::Room room;
-  Snapshot<T> snapshot(list, room);
+  typename SnapshotIterator<ListRaw<T>>::Room room;
+  SnapshotIterator<ListRaw<T>> snapshot(list, room);
   // Open around every handler, closed around everything else that can throw: one scope for all of
   // them leaves two stores out of each step.
   Expect expect(Exception::anyId);

@@ -12,21 +12,6 @@ namespace MOX_API Mox {
 /// The subscriber. It counts neither the entity nor the generic object.
 template <class X>
 class GenericIfAdapter : public ForwardingNotifiee<X, GenericIf> {
- public:
-  void onZeroReferences() override {
-    // The generic object may go in there, and this one with it.
-    Ptr<GenericIfAdapter> const held(this);
-    if (Ptr<GenericIf> const reactor = this->reactor()) {
-      reactor->onZeroReferences();
-      if (reactor->isWeakReference()) {
-        // Out of the list nobody would tell either that the entity is gone.
-        reactor->moxNotifierGone();
-        this->notifierIs(Ptr<PtrInterface const>());
-      }
-    }
-    this->hasNotificationActiveIs(false);
-  }
-
  protected:
   GenericIfAdapter(Ptr<X> const& entity, GenericIf* reactor)
       : ForwardingNotifiee<X, GenericIf>(reactor) {

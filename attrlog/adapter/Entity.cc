@@ -1,5 +1,5 @@
 // The attribute log's operations of an entity: those without a log face, its id on a connection,
-// and what a child that loses its parent means to every connection.
+// what a child that loses its parent means to every connection, and which object is an adapter.
 #include "Mox/Entity.h"
 
 #include "attrlog/adapter/AdapterHost.h"
@@ -46,7 +46,12 @@ void handleUnparent(Entity* entity) {
   }
 }
 
-bool const hooked = (Entity::moxUnparentHook = &handleUnparent, true);
+bool isStreamAdapter(PtrInterface const* reactor) {
+  return dynamic_cast<Sa const*>(reactor) != nullptr;
+}
+
+bool const hooked = (Entity::moxUnparentHook = &handleUnparent,
+                     PtrInterface::NotifieeConst::moxIsStreamAdapterHook = &isStreamAdapter, true);
 
 }  // namespace
 }  // namespace NboAttrLog

@@ -83,16 +83,7 @@ void StreamAdapter::deriveFlags() {
 }
 
 void StreamAdapter::ownNotifierIs(Ptr<PtrInterface const> const& notifier) {
-  PtrInterface const* const old = moxLiveNotifier();
-  PtrInterface const* const fresh = notifier.get();
-  if (old != fresh && isWeakReference()) {
-    // The base counts the new one and releases the old one; a weak adapter does neither.
-    if (old) ptrInc(old);
-    PtrInterface::Notifiee::notifierIs(notifier);
-    if (fresh) ptrDec(fresh);
-  } else {
-    PtrInterface::Notifiee::notifierIs(notifier);
-  }
+  PtrInterface::Notifiee::notifierIs(notifier);
   moxRegisteredIs(false);
 }
 

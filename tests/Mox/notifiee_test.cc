@@ -1,8 +1,12 @@
-// Subscribers: binding, list places, and what a walk does when its subscribers misbehave.
-#include "Mox/NotifieeList.h"
+// Subscribers: who is called, in which order, and what a walk does when its subscribers misbehave.
+// Looks for wrong places in the list, counts that a weak subscriber changes, an entity that is
+// followed after its end, and walks that a hostile handler bends.
+#include "Mox/ForwardingNotifiee.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <random>
@@ -24,6 +28,7 @@ constexpr AttributeId laneId = 259;
 class Board : public Entity {
  public:
   class NotifieeConst;
+  class Notifiee;
   class SpecialNotifiee;
   explicit Board(char const* name) : Entity(name) {}
   void zeroReferencesIs(bool) override;
@@ -43,6 +48,7 @@ class Board : public Entity {
 
 class Board::NotifieeConst : public Entity::NotifieeConst {
  public:
+  using Entity::NotifieeConst::NotifieeConst;
   NotifieeConst() = default;
   ~NotifieeConst() override { notifieeDestroy<Board>(*this); }
   void isRegisteredNotifieeIs(bool registered) const override {
@@ -58,6 +64,11 @@ class Board::NotifieeConst : public Entity::NotifieeConst {
   virtual void onLane() {}
   Ptr<Board const> notifier() const { return notifierOf<Board>(*this); }
   NotifieeConst* next = nullptr;
+};
+
+class Board::Notifiee : public Board::NotifieeConst {
+ protected:
+  using NotifieeConst::NotifieeConst;
 };
 
 /// The subscriber of a derived type, whose entity keeps its list in the base.
@@ -110,7 +121,6 @@ class BasicActor : public Base {
     trace += id_ + ":zero ";
     if (onZero) onZero();
   }
-  bool isStreamAdapter() const override { return isAdapter; }
   std::function<void()> onEvent, onException, onZero, onEnd;
   bool isAdapter = false;
 
@@ -119,19 +129,46 @@ class BasicActor : public Base {
 };
 using Actor = BasicActor<Board::NotifieeConst>;
 
-class SpecialActor : public BasicActor<Board::SpecialNotifiee> {
+/// What generic objects and adapters are: bound by themselves, and called through a forwarder.
+class Server;
+class Forwarder : public ForwardingNotifiee<Board, Server> {
  public:
-  using BasicActor::BasicActor;
-  void onSpecial() override {
-    trace += "special ";
-    if (onEvent) onEvent();
-  }
+  explicit Forwarder(Server* server) : ForwardingNotifiee(server) {}
+  void onLevel() override;
 };
+class Server : public PtrInterface::Notifiee {
+ public:
+  explicit Server(Ptr<Board> const& board) : forwarder(new Forwarder(this)) {
+    forwarder->bind(board);
+    isWeakReferenceIs(true);
+    notifierIs(board);
+  }
+  ~Server() override { forwarder->reactorIs(nullptr); }
+  void onLevel() {
+    trace += "server ";
+    if (isThrowing) throw 1;
+  }
+  void onNotificationException(AttributeId id) override {
+    trace += "server!" + std::to_string(id) + " ";
+  }
+  void onZeroReferences() override { trace += "server:zero "; }
+  bool isThrowing = false;
+  Ptr<Forwarder> forwarder;
+};
+void Forwarder::onLevel() {
+  if (reactor()) reactor()->onLevel();
+}
 
 class Notifiees : public testing::Test {
  protected:
-  void SetUp() override { trace.clear(); }
-  void TearDown() override { trace.clear(); }
+  void SetUp() override {
+    trace.clear();
+    hook_ = std::exchange(Hook, &isAdapter);
+  }
+  void TearDown() override {
+    trace.clear();
+    Hook = hook_;
+  }
 
   Ptr<Actor> actor(char const* id, bool isAdapter = false) {
     Ptr<Actor> const made(new Actor(id));
@@ -152,15 +189,252 @@ class Notifiees : public testing::Test {
 
   Ptr<Board> board{new Board("b")};
   unsigned int level_ = 0;
+
+ private:
+  static constexpr auto& Hook = PtrInterface::NotifieeConst::moxIsStreamAdapterHook;
+  static bool isAdapter(PtrInterface const* reactor) {
+    auto const* const actor = dynamic_cast<Actor const*>(reactor);
+    return dynamic_cast<Server const*>(reactor) || (actor && actor->isAdapter);
+  }
+  bool (*hook_)(PtrInterface const*) = nullptr;
 };
 
-TEST_F(Notifiees, StreamAdaptersComeFirstTheLastOneBeforeAll) {
-  auto const a = actor("a"), b = actor("b");
-  auto const s = actor("s", true), t = actor("t", true);
-  auto const c = actor("c");
-  EXPECT_EQ(next(), "t=1 s=1 a=1 b=1 c=1 ");
-  EXPECT_EQ(heard([this] { board->laneNotify(7); }), "t[7] s[7] a[7] b[7] c[7] ");
-  EXPECT_EQ(board->version(), 1u);
+/// Calls in any order on a few subscribers and boards, beside a plain model of both.
+class AnyOrder {
+ public:
+  explicit AnyOrder(unsigned int seed) : random_(seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    for (int at = 0; at < 6; ++at) made(at);
+    for (int at = 0; at < 3; ++at) boards_.push_back(make());
+    for (int times = 0; times < 3000 && !testing::Test::HasFailure(); ++times) step();
+    for (Subscriber& each : subscribers_) each.actor = nullptr;
+  }
+
+ private:
+  struct BoardState {
+    Ptr<Board> held;
+    Board* raw;
+    bool isAlive = true;
+    std::deque<int> listed;
+  };
+  struct Subscriber {
+    Ptr<Actor> actor;
+    int bound = -1;
+    bool isGone = false, isWeak = false, isRegistered = false, isActive = true, memory = false;
+  };
+
+  BoardState make() {
+    Ptr<Board> const board(new Board("b"));
+    return {board, board.get(), true, {}};
+  }
+  void made(int at) {
+    subscribers_[at] = {};
+    subscribers_[at].actor = new Actor(std::to_string(at).c_str());
+  }
+  bool coin() { return random_() % 2 == 0; }
+
+  void step() {
+    trace.clear();
+    expected_.clear();
+    int const at = static_cast<int>(random_() % 6);
+    Subscriber& one = subscribers_[at];
+    Actor& actor = **one.actor;
+    std::size_t const place = random_() % boards_.size();
+    BoardState& board = boards_[place];
+    switch (random_() % 10) {
+      case 0:
+      case 1:
+      case 2: {
+        int const bound = coin() && board.isAlive ? static_cast<int>(place) : -1;
+        bind(at, bound);
+        actor.notifierIs(bound >= 0 ? Ptr<PtrInterface const>(board.raw)
+                         : coin()   ? Ptr<PtrInterface const>(new Crate)
+                                    : Ptr<PtrInterface const>());
+        break;
+      }
+      case 3:
+        one.isWeak = coin();
+        actor.isWeakReferenceIs(one.isWeak);
+        break;
+      case 4: {
+        bool const registered = coin();
+        registerIt(at, registered);
+        actor.isRegisteredNotifieeIs(registered);
+        break;
+      }
+      case 5: {
+        bool const active = coin();
+        if (active != one.isActive) {
+          one.isActive = active;
+          if (!active) one.memory = one.isRegistered;
+          if (!active || one.memory) registerIt(at, active);
+        }
+        actor.hasNotificationActiveIs(active);
+        break;
+      }
+      case 6:
+        actor.isAdapter = coin();
+        break;
+      case 7:
+        if (random_() % 3 != 0) return;
+        expected_ = "~" + std::to_string(at) + " ";
+        bind(at, -1);
+        made(at);
+        break;
+      case 8:
+        if (coin()) {
+          board.held = nullptr;
+        } else if (!board.isAlive && boards_.size() < 40) {
+          boards_.push_back(make());
+        }
+        break;
+      default:
+        if (!board.isAlive) return;
+        board.raw->levelIs(++level_);
+        for (int const each : board.listed) {
+          expected_ += std::to_string(each) + "=" + std::to_string(level_) + " ";
+        }
+    }
+    for (BoardState& each : boards_) endIfUnheld(each);
+    ASSERT_EQ(trace, expected_);
+    audit();
+  }
+
+  void unlink(int at) {
+    if (subscribers_[at].bound < 0 || subscribers_[at].isGone) return;
+    std::erase(boards_[subscribers_[at].bound].listed, at);
+  }
+  void link(int at) {
+    Subscriber const& one = subscribers_[at];
+    if (one.bound < 0 || one.isGone || !one.isRegistered) return;
+    std::deque<int>& listed = boards_[one.bound].listed;
+    one.actor->isAdapter ? listed.push_front(at) : listed.push_back(at);
+  }
+  void bind(int at, int bound) {
+    Subscriber& one = subscribers_[at];
+    if (one.bound == bound && !one.isGone) return;
+    unlink(at);
+    one.bound = bound;
+    one.isGone = false;
+    link(at);
+  }
+  void registerIt(int at, bool registered) {
+    Subscriber& one = subscribers_[at];
+    if (registered == one.isRegistered) return;
+    unlink(at);
+    one.isRegistered = registered;
+    link(at);
+  }
+  unsigned int countOf(BoardState const& board) const {
+    unsigned int count = board.held ? 1 : 0;
+    for (Subscriber const& each : subscribers_) {
+      count += each.bound >= 0 && !each.isWeak && !each.isGone && &boards_[each.bound] == &board;
+    }
+    return count;
+  }
+  void endIfUnheld(BoardState& board) {
+    if (!board.isAlive || countOf(board) != 0) return;
+    board.isAlive = false;
+    for (int const each : board.listed) expected_ += std::to_string(each) + ":zero ";
+    board.listed.clear();
+    for (Subscriber& each : subscribers_) {
+      each.isGone |= each.bound >= 0 && &boards_[each.bound] == &board;
+    }
+  }
+  void audit() {
+    for (BoardState const& each : boards_) {
+      if (!each.isAlive) continue;
+      ASSERT_EQ(each.raw->references(), countOf(each));
+      ASSERT_EQ(each.raw->notifieeList().size(), each.listed.size());
+    }
+    for (Subscriber const& each : subscribers_) {
+      bool const isLive = each.bound >= 0 && !each.isGone;
+      ASSERT_EQ(each.actor->name(), isLive ? "b" : "");
+      ASSERT_EQ(each.actor->notifier().get(), isLive ? boards_[each.bound].raw : nullptr);
+      ASSERT_EQ(each.actor->moxNotifier() != nullptr, each.bound >= 0) << "the pointer is kept";
+      ASSERT_EQ(each.actor->isRegisteredNotifiee(), each.isRegistered);
+      ASSERT_EQ(each.actor->mox_bitSet().contains(0x80000), each.memory);
+    }
+  }
+
+  std::mt19937 random_;
+  Subscriber subscribers_[6];
+  std::deque<BoardState> boards_;
+  unsigned int level_ = 0;
+  std::string expected_;
+};
+
+TEST_F(Notifiees, AnyOrderOfCallsKeepsPlacesAndCountsAndFollowsNoDeadEntity) {
+  for (unsigned int seed = 70; seed < 90; ++seed) AnyOrder const run(seed);
+}
+
+TEST_F(Notifiees, AForwarderServesAReactorThatMayOutliveTheEntity) {
+  auto const a = actor("a");
+  Ptr<Server> server(new Server(board));
+  EXPECT_EQ(next(), "server a=1 ") << "the reactor decides the place, also while it is being made";
+  server->isThrowing = true;
+  EXPECT_EQ(next(), "server server!258 a=2 ");
+  server->isThrowing = false;
+  Forwarder& forwarder = **server->forwarder;
+  forwarder.hasNotificationActiveIs(false);
+  EXPECT_FALSE(server->hasNotificationActive());
+  EXPECT_EQ(next(), "a=3 ");
+  forwarder.hasNotificationActiveIs(true);
+  EXPECT_TRUE(server->hasNotificationActive());
+  forwarder.moxDoZombieReactors(true);
+  EXPECT_EQ(next(), "a=4 ");
+  forwarder.moxDoZombieReactors(false);
+  EXPECT_FALSE(server->hasNotificationActive()) << "its own mark is taken back by its owner";
+  EXPECT_EQ(next(), "server a=5 ");
+  auto const plain = heard([&] { Ptr<Server>(new Server(board)) = nullptr; });
+  EXPECT_EQ(next(), "server a=6 ") << plain;
+
+  // Listed or silent: when the entity ends, neither follows it any more.
+  for (bool const isSilent : {false, true}) {
+    board = new Board("b");
+    server = new Server(board);
+    server->forwarder->hasNotificationActiveIs(!isSilent);
+    server->forwarder->moxMarkedForDeletionIs(isSilent);
+    EXPECT_EQ(count(), 1u);
+    EXPECT_EQ(heard([this] { board = nullptr; }), isSilent ? "" : "server:zero ");
+    EXPECT_TRUE(server->moxIsNotifierGone());
+    EXPECT_EQ(server->forwarder->name(), "");
+  }
+}
+
+TEST_F(Notifiees, AWalkForADerivedTypePassesOverTheOthers) {
+  class Special : public BasicActor<Board::SpecialNotifiee> {
+   public:
+    using BasicActor::BasicActor;
+    void onSpecial() override {
+      trace += "special ";
+      throw 1;
+    }
+  };
+  auto const a = actor("a");
+  Ptr<Special> const special(new Special("s"));
+  special->isRegisteredNotifieeIs(true);
+  special->notifierIs(board);
+  EXPECT_EQ(heard([this] { board->specialNotify(); }), "special s!600 ");
+}
+
+TEST_F(Notifiees, OfEntitiesInGeneralBindToNothing) {
+  class Any : public Entity::NotifieeConst {
+   public:
+    void onNotification() override { trace += "notification "; }
+    void onNotificationException() override { trace += "exception "; }
+  };
+  Ptr<Any> const any(new Any);
+  any->isRegisteredNotifieeIs(true);
+  any->notifierIs(board);
+  EXPECT_EQ(any->moxNotifier(), nullptr);
+  EXPECT_EQ(next(), "");
+  any->onAttribute(7);
+  any->onCollectionNotification("key");
+  any->PtrInterface::NotifieeConst::onNotificationException(7);
+  any->handleNotificationException(7);
+  any->handleNotification(nullptr);
+  EXPECT_EQ(trace, "notification notification exception exception ");
 }
 
 TEST_F(Notifiees, OnlyALongSnapshotCostsAnAllocation) {
@@ -179,145 +453,6 @@ TEST_F(Notifiees, OnlyALongSnapshotCostsAnAllocation) {
   std::uint32_t const version = board->version();
   EXPECT_EQ(allocations(), 1) << "the snapshot is the one allocation of a notification";
   EXPECT_EQ(board->version(), version + 2) << "stored and counted before anybody is told";
-}
-
-TEST_F(Notifiees, BindingKeepsTheMarkAndMovesTheLink) {
-  auto const a = actor("a");
-  EXPECT_EQ(count(), 2u);
-  std::uint32_t const version = board->notifieeList().version();
-  a->notifierIs(board);
-  EXPECT_EQ(board->notifieeList().version(), version) << "the same notifier: no list change";
-  a->notifierIs(nullptr);
-  EXPECT_TRUE(a->isRegisteredNotifiee());
-  EXPECT_EQ(count(), 1u);
-  EXPECT_EQ(next(), "");
-  EXPECT_EQ(a->name(), "");
-  a->notifierIs(board);
-  EXPECT_EQ(a->name(), "b");
-  EXPECT_EQ(next(), "a=2 ");
-  a->isRegisteredNotifieeIs(false);
-  a->isRegisteredNotifieeIs(false);
-  EXPECT_EQ(next(), "");
-  Ptr<Board> const other(new Board("o"));
-  a->notifierIs(other);
-  EXPECT_EQ(other->notifieeList().size(), 0u);
-  EXPECT_EQ(a->name(), "o");
-  a->isRegisteredNotifieeIs(true);
-  EXPECT_EQ(other->notifieeList().size(), 1u);
-  a->notifierIs(new Crate);
-  EXPECT_EQ(a->moxNotifier(), nullptr) << "another type counts as null";
-  EXPECT_EQ(other->notifieeList().size(), 0u);
-  EXPECT_EQ(other->references(), 1u);
-}
-
-TEST_F(Notifiees, AWeakSubscriberNeverChangesTheCountInAnyOrderOfCalls) {
-  std::mt19937 random(99);
-  Ptr<Board> const other(new Board("o"));
-  for (int round = 0; round < 300; ++round) {
-    Ptr<Actor> a(new Actor("a"));
-    bool weak = false, registered = false;
-    Board* bound = nullptr;
-    for (int step = 0; step < 12; ++step) {
-      switch (random() % 3) {
-        case 0:
-          a->isWeakReferenceIs(weak = random() % 2);
-          break;
-        case 1:
-          a->isRegisteredNotifieeIs(registered = random() % 2);
-          break;
-        default:
-          bound = random() % 3 == 0 ? nullptr : random() % 2 ? board.get() : other.get();
-          a->notifierIs(bound);
-      }
-      for (Board* const each : {board.get(), other.get()}) {
-        ASSERT_EQ(each->references(), each == bound && !weak ? 2u : 1u);
-        ASSERT_EQ(each->notifieeList().size(), each == bound && registered ? 1u : 0u);
-      }
-    }
-    a = nullptr;
-    ASSERT_EQ(board->references(), 1u);
-    ASSERT_EQ(other->references(), 1u);
-    ASSERT_EQ(board->notifieeList().size() + other->notifieeList().size(), 0u);
-  }
-}
-
-TEST_F(Notifiees, SwitchingOffRemembersWhoWasListed) {
-  auto const a = actor("a"), b = actor("b"), silent = actor("silent");
-  silent->isRegisteredNotifieeIs(false);
-  EXPECT_TRUE(a->hasNotificationActive());
-  for (auto const& each : {a, silent}) each->hasNotificationActiveIs(false);
-  EXPECT_EQ(next(), "b=1 ");
-  EXPECT_TRUE(a->mox_bitSet().contains(0x80000));
-  EXPECT_FALSE(silent->mox_bitSet().contains(0x80000));
-  for (auto const& each : {a, silent}) each->hasNotificationActiveIs(true);
-  EXPECT_EQ(next(), "b=2 a=2 ") << "back at the tail";
-  a->hasNotificationActiveIs(true);
-  EXPECT_EQ(next(), "b=3 a=3 ");
-}
-
-TEST_F(Notifiees, FlagsMergeUnderTheirMask) {
-  using Bits = PtrInterface::NotifieeConst::Mox_BitSet;
-  Bits bits(0xffffffff);
-  bits.notificationFlagsIs(0);
-  EXPECT_EQ(bits.word(), 0x5700000u);
-  bits.notificationFlagsIs(0xffffffff);
-  EXPECT_EQ(bits.word(), 0xffffffffu);
-  bits = Bits(0x100000);
-  bits.notificationFlagsIs(0x5700011);
-  EXPECT_EQ(bits.word(), 0x100011u);
-  EXPECT_TRUE(bits != Bits(0x100010));
-  auto const a = actor("a");
-  a->mox_bitSetIs(0x4000000);
-  EXPECT_EQ(a->mox_bitSet().word(), 0x4000000u);
-}
-
-TEST_F(Notifiees, TheEntityTellsOfItsEndAndClearsTheLinks) {
-  auto const strong = actor("strong");
-  Ptr<Actor> const weak = actor("weak");
-  weak->isWeakReferenceIs(true);
-  auto const unbinding = actor("unbinding");
-  unbinding->isWeakReferenceIs(true);
-  unbinding->onZero = [&] { unbinding->notifierIs(nullptr); };
-  Board const* const raw = board.get();
-  EXPECT_EQ(heard([this] { board = nullptr; }), "") << "the strong one still holds it";
-  EXPECT_EQ(heard([&] { strong->notifierIs(nullptr); }), "weak:zero unbinding:zero ");
-  EXPECT_EQ(weak->next, nullptr);
-  EXPECT_EQ(weak->moxNotifier(), raw) << "kept, and never followed again";
-  EXPECT_TRUE(weak->moxIsNotifierGone());
-  EXPECT_EQ(unbinding->moxNotifier(), nullptr);
-  EXPECT_FALSE(unbinding->moxIsNotifierGone());
-  EXPECT_EQ(weak->name(), "");
-  weak->isRegisteredNotifieeIs(false);
-  weak->hasNotificationActiveIs(false);
-  weak->isWeakReferenceIs(false);
-  weak->isWeakReferenceIs(true);
-  weak->isRegisteredNotifieeIs(true);
-  board = new Board("again");
-  weak->notifierIs(board);
-  EXPECT_EQ(board->references(), 1u);
-  EXPECT_EQ(next(), "weak=1 ");
-}
-
-TEST_F(Notifiees, AMarkedSubscriberIsNotUnlinkedByItsDestructor) {
-  auto a = actor("a");
-  auto const b = actor("b");
-  // As a zombie's owner does it: out of the list first, then the mark.
-  a->hasNotificationActiveIs(false);
-  a->moxMarkedForDeletionIs(true);
-  std::uint32_t const version = board->notifieeList().version();
-  a = nullptr;
-  EXPECT_EQ(board->notifieeList().version(), version);
-  EXPECT_EQ(count(), 2u);
-  EXPECT_EQ(next(), "b=1 ");
-
-  // Without the first step its place would stay: the mark says that the list is not to be touched.
-  static Board* abandoned;
-  abandoned = board.get();
-  abandoned->referencesInc();
-  Ptr<Actor> listed = actor("listed");
-  listed->moxMarkedForDeletionIs(true);
-  listed = nullptr;
-  EXPECT_EQ(abandoned->notifieeList().size(), 2u);
 }
 
 TEST_F(Notifiees, HostileHandlersHaveExactlyTheseTraces) {
@@ -449,23 +584,6 @@ TEST_F(Notifiees, OnlyHandlersAreCalledInAScopeForExpectedExceptions) {
   EXPECT_EQ(trace.substr(trace.size() - 7), "-after ");
 }
 
-TEST_F(Notifiees, ASubscriberThatDestroysTheSubjectHearsTheRestOfTheWalk) {
-  // All weak, so that the board is the test's alone.
-  std::vector<Ptr<Actor>> members;
-  for (char const* id : {"a", "b"}) {
-    members.push_back(actor(id));
-    members.back()->isWeakReferenceIs(true);
-    members.back()->onZero = [&members, at = members.size() - 1] {
-      members[at]->notifierIs(nullptr);
-    };
-  }
-  auto* const raw = board.get();
-  Ptr<Board> held(board);  // what a careful caller of a setter has
-  members[0]->onEvent = [this] { board = nullptr; };
-  EXPECT_EQ(heard([raw] { raw->levelIs(3); }), "a=3 b=3 ");
-  EXPECT_EQ(heard([&] { held = nullptr; }), "a:zero b:zero ");
-}
-
 TEST_F(Notifiees, ZeroReferencesReachesEverySubscriberUnderItsOwnId) {
   auto const a = actor("a"), b = actor("b");
   for (auto const& each : {a, b}) each->isWeakReferenceIs(true);
@@ -483,70 +601,6 @@ TEST_F(Notifiees, ZeroReferencesReachesEverySubscriberUnderItsOwnId) {
   EXPECT_EQ(heard([&] { keeper->levelIs(2); }), "a=2 ");
   a->onZero = nullptr;
   EXPECT_EQ(heard([&] { keeper = nullptr; }), "a:zero ");
-}
-
-TEST_F(Notifiees, AWalkForADerivedTypePassesOverTheOthers) {
-  auto const a = actor("a");
-  Ptr<SpecialActor> const special(new SpecialActor("s"));
-  special->isRegisteredNotifieeIs(true);
-  special->notifierIs(board);
-  EXPECT_EQ(heard([this] { board->specialNotify(); }), "special ");
-  EXPECT_EQ(next(), "a=1 s=1 ");
-  special->onEvent = [] { throw 1; };
-  EXPECT_EQ(heard([this] { board->specialNotify(); }), "special s!600 ");
-}
-
-TEST_F(Notifiees, TheReactorDecidesThePlace) {
-  class Relay : public Board::NotifieeConst {
-   public:
-    ~Relay() override { trace += "~relay "; }
-    Ptr<PtrInterface::NotifieeConst> moxReactor() const override { return reactor; }
-    PtrInterface::NotifieeConst* moxRawReactor() const override { return reactor; }
-    void onLevel() override { trace += "relay "; }
-    PtrInterface::NotifieeConst* reactor = nullptr;
-  };
-  auto const a = actor("a");
-  Ptr<Actor> const adapter(new Actor("adapter"));
-  adapter->isAdapter = true;
-  Ptr<Relay> const relay(new Relay);
-  relay->isRegisteredNotifieeIs(true);
-  relay->notifierIs(board);
-  EXPECT_EQ(next(), "a=1 relay ") << "without a reactor it is a plain subscriber";
-  relay->isRegisteredNotifieeIs(false);
-  relay->reactor = adapter.get();
-  relay->isRegisteredNotifieeIs(true);
-  EXPECT_EQ(next(), "relay a=2 ");
-}
-
-TEST_F(Notifiees, TheDefaultsOfTheBaseHandOn) {
-  class Plain : public Entity::NotifieeConst {
-   public:
-    using Entity::NotifieeConst::onNotificationException;
-    void onNotification() override { trace += "notification "; }
-    void onNotificationException() override { trace += "exception "; }
-  };
-  Ptr<Plain> const plain(new Plain);
-  plain->onAttribute(7);
-  plain->onCollectionNotification("key");
-  plain->onNotificationException(7);
-  plain->handleNotificationException(7);
-  plain->handleNotificationException();
-  plain->onZeroReferences();
-  plain->onParent();
-  plain->onVersion();
-  plain->handleNotification(nullptr);
-  EXPECT_EQ(trace, "notification notification exception exception exception ");
-  EXPECT_EQ(plain->name(), "");
-  EXPECT_EQ(plain->moxReactor(), plain);
-  EXPECT_EQ(plain->moxRawReactor(), plain.get());
-  EXPECT_FALSE(plain->isStreamAdapter());
-  EXPECT_FALSE(plain->activityPtr());
-  EXPECT_EQ(plain->actsm(), nullptr);
-  EXPECT_FALSE(plain->moxOnAttribute(7, nullptr));
-  plain->notifierIs(board);
-  plain->isRegisteredNotifieeIs(true);
-  EXPECT_EQ(count(), 2u);
-  EXPECT_EQ(board->notifieeList().size(), 0u) << "the base only stores";
 }
 
 TEST_F(Notifiees, AnActivityDefersAndCollapses) {
