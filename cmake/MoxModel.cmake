@@ -1,6 +1,7 @@
-# mox_add_model(TARGET SCHEMA file [MODELS target...] [SOURCES file...])
+# mox_add_model(TARGET SCHEMA file [MODELS target...] [SOURCES file...] [HEADERS file...])
 # A shared library of the model that a schema declares. MODELS are the targets of the imported
-# models; SOURCES the hand-written reactions. Used by this project and by those that find it.
+# models; SOURCES the hand-written reactions; HEADERS hand-written ones below the schema's folder,
+# which <TARGET.h> includes by their path from there. Used by this project and by those that find it.
 
 find_program(MOXC_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
 if(NOT MOXC_PYTHON)
@@ -16,7 +17,7 @@ if(NOT result EQUAL 0)
 endif()
 
 function(mox_add_model target)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "SCHEMA" "MODELS;SOURCES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "SCHEMA" "MODELS;SOURCES;HEADERS")
   get_filename_component(schema ${arg_SCHEMA} ABSOLUTE)
   get_filename_component(schemaDir ${schema} DIRECTORY)
   set(out ${CMAKE_CURRENT_BINARY_DIR}/generated/${target})
@@ -27,6 +28,9 @@ function(mox_add_model target)
   endforeach()
 
   set(command ${MOXC_PYTHON} ${MOXC_SCRIPT} --out ${out} ${imports})
+  foreach(header IN LISTS arg_HEADERS)
+    list(APPEND command --public-header ${header})
+  endforeach()
   execute_process(COMMAND ${command} --list-outputs ${schema} OUTPUT_VARIABLE outputs
                   RESULT_VARIABLE result OUTPUT_STRIP_TRAILING_WHITESPACE)
   if(NOT result EQUAL 0)
@@ -62,6 +66,8 @@ function(mox_add_model target)
   add_library(${target} SHARED ${sources} ${arg_SOURCES})
   add_dependencies(${target} ${target}_generated)
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${out} FILES ${headers})
+  list(TRANSFORM arg_HEADERS PREPEND ${schemaDir}/)
+  target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${schemaDir} FILES ${arg_HEADERS})
   target_link_libraries(${target} PUBLIC InvArad::Mox ${arg_MODELS})
   # A client may reach the model by names alone; then it refers to nothing in the library.
   target_link_options(${target} INTERFACE LINKER:--no-as-needed)

@@ -656,6 +656,7 @@ class Module:
         self.path = path             # the schema file
         self.imports = []            # Modules, in order
         self.types = []              # all declared Types in declaration order
+        self.publicHeaders = []      # hand-written ones that its own header includes
 
     def _kind(self, kind):
         return [type for type in self.types if type.kind == kind]

@@ -30,6 +30,7 @@ def main(arguments):
         for line in errors.lines():
             print(line, file=sys.stderr)
         return 1
+    module.publicHeaders = options.publicHeaders
     if options.compare:
         return compare(options, module)
     if options.dumpModel:
@@ -79,6 +80,8 @@ def _options(arguments):
                         help='what depends on it there, in place of the generated files')
     parser.add_argument('--import-dir', metavar='DIR', dest='importDirs', action='append',
                         default=[], help='where imports are looked for, behind the own directory')
+    parser.add_argument('--public-header', metavar='H', dest='publicHeaders', action='append',
+                        default=[], help="a hand-written header that the module's own includes")
     parser.add_argument('--list-outputs', dest='listOutputs', action='store_true',
                         help='prints the files that would be generated')
     parser.add_argument('--dump-model', dest='dumpModel', action='store_true',

@@ -1,14 +1,8 @@
-// The hand-written reaction of a chip: what must be so before anybody hears of a new clock.
+// The hand-written reaction of a chip: the check of a new clock, before any subscriber is called.
 #include "InvArad/Arad.h"
+#include "InvSiblings/Dpll.h"
 #include "InvSiblings/Si5327.h"
 #include "Mox/Assertion.h"
-
-namespace Hardware::Dpll {
-
-inline unsigned int pllTimeSync() { return 0; }
-inline unsigned int pllTimeSyncStandalone() { return 1; }
-
-}  // namespace Hardware::Dpll
 
 namespace Inventory::Arad {
 

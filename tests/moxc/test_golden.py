@@ -5,6 +5,7 @@ MOXC_UPDATE_GOLDEN=1 writes the files anew; read the difference before it is com
 """
 
 import os
+import re
 import unittest
 
 import support
@@ -28,6 +29,23 @@ class GoldenTest(unittest.TestCase):
             with self.subTest(name), open(os.path.join(GOLDEN_DIR, name + '.golden'),
                                           encoding='utf-8') as golden:
                 self.assertEqual(text, golden.read())
+
+    def testTheHandlersOfEveryTypeStandInTheOrderOfItsAttributes(self):
+        rendered = writer.Writer(support.loadSchema('InvArad.mox')).render()
+        with open(os.path.join(support.TEST_DIR, 'schema_table.golden'), encoding='utf-8') as table:
+            types = re.split(r'\n(?=Inventory::)', table.read())
+        for text in types[1:]:
+            name = re.match(r'Inventory::Arad::(\w+) : ', text)[1]
+            expected = []
+            for attribute, kind in re.findall(
+                    r'^  0x\w+ (\w+) : .*?\b(value|reference|child|\w+ collection)(?:,| \(|$)',
+                    re.sub(r'^.* constructor .*$', '', text, flags=re.M), re.M):
+                on = 'on' + attribute[0].upper() + attribute[1:]
+                expected += [on + '(.)', on + 'moxImmediate()', on + '()'] \
+                    if kind.endswith('collection') else [on + '()']
+            found = re.findall(r'virtual void (on\w+\()(.?).*\)', rendered['InvArad/%s.h' % name])
+            self.assertEqual([start + ('.' if key.strip(')') else '') + ')' for start, key in found],
+                             expected, name)
 
 
 if __name__ == '__main__':
