@@ -13,14 +13,14 @@ GenericIf::List const& queueOf(GenericIf const* list) {
 
 }  // namespace
 
-GenericArguments::GenericArguments(char const* subject, char const* const* names,
-                                   GenericArgumentType const* types, std::size_t count,
-                                   GenericIf const* list)
-    : list_(queueOf(list)), values_(count) {
+GenericArguments::GenericArguments(char const* subject, Table<ArgumentRow> const& arguments,
+                                   GenericArgumentType const* types, GenericIf const* list)
+    : list_(queueOf(list)), values_(arguments.count) {
   GenericIfListLink const* link = list_.head();
-  for (std::size_t i = 0; i < count; ++i, link = link->next.get()) {
+  for (std::size_t i = 0; i < arguments.count; ++i, link = link->next.get()) {
     GenericIf const* const element = link ? link->member().get() : nullptr;
-    if (!link || (!element && !types[i].isEntity)) GenericIf::throwTypeException(names[i]);
+    if (!link || (!element && !types[i].isEntity))
+      GenericIf::throwTypeException(arguments.rows[i].name);
     if (element) values_[i] = element->voidPtrIs(Ptr<MoxType const>(types[i].type()));
   }
   if (link) GenericIf::throwUnknownArgException(subject);

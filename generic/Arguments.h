@@ -11,10 +11,10 @@ namespace MOX_API Mox {
 class GenericArguments {
  public:
   /// Throws unless `list` is a list that fits. `subject`: what is to be made, for the messages.
-  GenericArguments(char const* subject, char const* const* names, GenericArgumentType const* types,
-                   std::size_t count, GenericIf const* list);
+  GenericArguments(char const* subject, Table<ArgumentRow> const& arguments,
+                   GenericArgumentType const* types, GenericIf const* list);
   GenericArguments(GenericRow const& row, GenericIf const* list)
-      : GenericArguments(row.name, row.argumentNames, row.argumentTypes, row.argumentCount, list) {}
+      : GenericArguments(row.name(), row.attribute->arguments, row.argumentTypes, list) {}
 
   /// An address for each parameter; null for a reference to nothing.
   void* const* values() const { return values_.data(); }

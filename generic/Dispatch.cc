@@ -1,4 +1,7 @@
 // The operations on attributes, one algorithm for each kind.
+#include <string>
+#include <string_view>
+
 #include "Mox/Messages.h"
 #include "generic/Arguments.h"
 #include "generic/Carrier.h"
@@ -23,21 +26,21 @@ struct Call {
   bool isConst;
 
   Entity& live() const {
-    if (!entity) GenericIf::throwTypeException(row.name);
+    if (!entity) GenericIf::throwTypeException(row.name());
     return **entity;
   }
   [[noreturn]] void notSupported() const {
-    GenericIf::throwOpNotSupportedException(row.name, op, false);
+    GenericIf::throwOpNotSupportedException(row.name(), op, false);
   }
   void noIndex() const {
-    if (index) GenericIf::throwBadIndexAttrException(row.name);
+    if (index) GenericIf::throwBadIndexAttrException(row.name());
   }
   void const* key() const {
-    if (!index) GenericIf::throwTypeException(row.keyName);
+    if (!index) GenericIf::throwTypeException(row.keyName().charPtr());
     return index->voidPtrIs(Ptr<MoxType const>(row.keyType()));
   }
   void* newValue() const {
-    if (!value) GenericIf::throwTypeException(row.name);
+    if (!value) GenericIf::throwTypeException(row.name());
     return value->voidPtrIs(Ptr<MoxType const>(row.type()));
   }
 };
@@ -94,7 +97,7 @@ Ptr<GenericIf> collectionOp(Call const& call) {
       return call.row.get(call.live(), key, call.isConst);
     }
     case Op::attrSet: {
-      if (call.row.kind == GenericKind::children) {
+      if (call.row.kind() == AttributeKind::childCollection) {
         call.noIndex();
         return made(call);
       }
@@ -128,22 +131,24 @@ Ptr<GenericIf> handlerOp(Call const& call) {
 }
 
 Ptr<GenericIf> opByKind(Call const& call) {
-  switch (call.row.kind) {
-    case GenericKind::constant:
+  switch (call.row.kind()) {
+    case AttributeKind::constructorValue:
+    case AttributeKind::constructorReference:
       return constantOp(call);
-    case GenericKind::value:
+    case AttributeKind::value:
       return valueOp(call);
-    case GenericKind::reference:
+    case AttributeKind::reference:
       return referenceOp(call);
-    case GenericKind::child:
+    case AttributeKind::child:
       return childOp(call);
-    case GenericKind::children:
-    case GenericKind::values:
+    case AttributeKind::childCollection:
+    case AttributeKind::valueCollection:
       return collectionOp(call);
-    case GenericKind::handler:
+    case AttributeKind::handler:
       return handlerOp(call);
+    default:
+      call.notSupported();
   }
-  call.notSupported();
 }
 
 /// The ids that the base of all entities answers.
@@ -216,6 +221,14 @@ Ptr<GenericIf> GenericIfEntity::clone() {
   Ptr<GenericIf> const made(new GenericIfEntity(moxNotifierEntity(), isConst()));
   made->hasNotificationActiveIs(true);
   return made;
+}
+
+String8 GenericRow::keyName() const {
+  if (!attribute->memberKey) return "mox_index";
+  std::string key = attribute->memberKey;
+  if (!attribute->isWrapped) return String8(std::string_view(key));
+  key[0] = static_cast<char>(key[0] - 'a' + 'A');
+  return String8(std::string_view(name() + ("_" + key)));
 }
 
 Ptr<GenericIf> GenericIfEntity::entityOp(GenericRows const* rows, Ptr<Entity> const& entity,
@@ -291,7 +304,7 @@ GenericIf::AttributeIteratorConst GenericIfEntity::moxIteratorConst(GenericRows 
     if (rows.base) return moxBaseOf(entity)->attributeIteratorConst(attribute);
     return GenericIf::attributeIteratorConst(attribute);
   }
-  if (!entity) throwTypeException(row->name);
+  if (!entity) throwTypeException(row->name());
   return {const_cast<GenericIfEntity*>(this), attribute,
           CursorState::first(entity, row->map(**entity))};
 }
@@ -305,9 +318,9 @@ GenericIf::AttributeIteratorConst GenericIfEntity::moxIteratorKeyConst(GenericRo
     if (rows.base) return moxBaseOf(entity)->attributeIteratorKeyConst(attribute, key);
     return GenericIf::attributeIteratorKeyConst(attribute, key);
   }
-  if (!key) throwTypeException(row->keyName);
+  if (!key) throwTypeException(row->keyName().charPtr());
   void const* const address = key->voidPtrIs(Ptr<MoxType const>(row->keyType()));
-  if (!entity) throwTypeException(row->name);
+  if (!entity) throwTypeException(row->name());
   return {const_cast<GenericIfEntity*>(this), attribute,
           CursorState::at(entity, row->map(**entity), address, row->hash(address))};
 }

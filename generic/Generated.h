@@ -1,7 +1,9 @@
-// The support header of generated generic classes: makes the row of an attribute out of pointers to
-// the entity's members. Only generated code includes it.
+// The support header of generated generic classes: makes the functions of an attribute out of
+// pointers to the entity's members. Only generated code includes it.
 #pragma once
 
+#include <array>
+#include <concepts>
 #include <cstddef>
 #include <type_traits>
 #include <utility>
@@ -92,33 +94,25 @@ decltype(auto) unwrapped(void const* address) {
   }
 }
 
-// The rows, one function for each kind.
+// The functions of an attribute, by its kind.
 
 template <auto get>
-constexpr GenericRow readRow(AttributeId id, char const* name, GenericKind kind) {
+constexpr GenericRow constantRow() {
   using Get = Member<decltype(get)>;
-  GenericRow row{.id = id, .name = name, .kind = kind};
-  row.type = typeAccess<typename Get::Result>;
+  GenericRow row;
   row.get = [](Entity& entity, void const*, bool isConst) {
     return wrapped((static_cast<typename Get::Entity&>(entity).*get)(), isConst);
   };
   return row;
 }
 
-template <auto get>
-constexpr GenericRow constantRow(AttributeId id, char const* name) {
-  return readRow<get>(id, name, GenericKind::constant);
-}
-
 /// A value, or a reference to an entity owned elsewhere.
 template <auto get, auto is>
-constexpr GenericRow scalarRow(AttributeId id, char const* name) {
+constexpr GenericRow scalarRow() {
   using Get = Member<decltype(get)>;
-  using Value = typename Get::Result;
-  GenericRow row = readRow<get>(
-      id, name, ValueOf<Value>::isEntity ? GenericKind::reference : GenericKind::value);
+  GenericRow row = constantRow<get>();
   row.set = [](Entity& entity, void const*, void* value) {
-    (static_cast<typename Get::Entity&>(entity).*is)(unwrapped<Value>(value));
+    (static_cast<typename Get::Entity&>(entity).*is)(unwrapped<typename Get::Result>(value));
   };
   return row;
 }
@@ -130,10 +124,8 @@ inline constexpr GenericArgumentType argumentTypes[] = {
 
 /// What makes an owned entity; `is` is its setter.
 template <auto is, class E, class R, class... A>
-constexpr void makingIs(GenericRow& row, char const* const* names, R (E::*)(A...)) {
-  row.argumentNames = names;
+constexpr void makingIs(GenericRow& row, R (E::*)(A...)) {
   row.argumentTypes = argumentTypes<A...>;
-  row.argumentCount = sizeof...(A);
   row.make = [](Entity& entity, [[maybe_unused]] void* const* arguments) {
     return [&]<std::size_t... i>(std::index_sequence<i...>) {
       return Ptr<Entity>((static_cast<E&>(entity).*is)(unwrapped<A>(arguments[i])...).ptr());
@@ -143,28 +135,24 @@ constexpr void makingIs(GenericRow& row, char const* const* names, R (E::*)(A...
 }
 
 template <auto get, auto is, auto del>
-constexpr GenericRow childRow(AttributeId id, char const* name, char const* const* arguments) {
-  GenericRow row = readRow<get>(id, name, GenericKind::child);
-  makingIs<is>(row, arguments, is);
+constexpr GenericRow childRow() {
+  GenericRow row = constantRow<get>();
+  makingIs<is>(row, is);
   row.del = [](Entity& entity, void const*, bool isConst) {
     return wrapped((static_cast<typename Member<decltype(get)>::Entity&>(entity).*del)(), isConst);
   };
   return row;
 }
 
-/// `map`: the field; `x`, `del`: by key; `key`, `count`: the cell of subscribers.
+/// `map`: the field; `get`, `del`: by key; `key`, `count`: the cell of subscribers.
 template <auto map, auto get, auto del, auto key, auto count>
-constexpr GenericRow collectionRow(AttributeId id, char const* name, GenericKind kind,
-                                   char const* keyName) {
+constexpr GenericRow collectionRow() {
   using Map = Member<decltype(map)>;
   using E = typename Map::Entity;
   using Key = typename Map::Key;
   using V = typename std::remove_reference_t<decltype(std::declval<E&>().*map)>::MemberType;
   using Subscriber = typename FieldClass<decltype(key)>::Type;
-  GenericRow row{.id = id, .name = name, .kind = kind};
-  row.keyName = keyName;
-  row.type = typeAccess<decltype((std::declval<E&>().*get)(std::declval<Key>()))>;
-  row.keyType = typeAccess<Key>;
+  GenericRow row;
   row.get = [](Entity& entity, void const* at, bool isConst) {
     return wrapped((static_cast<E&>(entity).*get)(unwrapped<Key>(at)), isConst);
   };
@@ -190,13 +178,11 @@ constexpr GenericRow collectionRow(AttributeId id, char const* name, GenericKind
 }
 
 template <auto map, auto get, auto is, auto del, auto key, auto count>
-constexpr GenericRow childrenRow(AttributeId id, char const* name, char const* keyName,
-                                 char const* const* arguments) {
+constexpr GenericRow childrenRow() {
   using E = typename Member<decltype(map)>::Entity;
   using V = typename std::remove_reference_t<decltype(std::declval<E&>().*map)>::MemberType;
-  GenericRow row =
-      collectionRow<map, get, del, key, count>(id, name, GenericKind::children, keyName);
-  makingIs<is>(row, arguments, is);
+  GenericRow row = collectionRow<map, get, del, key, count>();
+  makingIs<is>(row, is);
   row.memberValue = [](PtrInterface& member, bool isConst) {
     if constexpr (std::is_base_of_v<Entity, V>) {
       return wrapped(Ptr<V>(static_cast<V*>(&member)), isConst);
@@ -208,13 +194,12 @@ constexpr GenericRow childrenRow(AttributeId id, char const* name, char const* k
 }
 
 template <auto map, auto get, auto is, auto del, auto key, auto count>
-constexpr GenericRow valuesRow(AttributeId id, char const* name) {
+constexpr GenericRow valuesRow() {
   using E = typename Member<decltype(map)>::Entity;
   using Key = typename Member<decltype(map)>::Key;
   using V = typename std::remove_reference_t<decltype(std::declval<E&>().*map)>::MemberType;
   using Value = std::remove_cvref_t<decltype(std::declval<V&>().value())>;
-  GenericRow row =
-      collectionRow<map, get, del, key, count>(id, name, GenericKind::values, "mox_index");
+  GenericRow row = collectionRow<map, get, del, key, count>();
   row.set = [](Entity& entity, void const* at, void* value) {
     (static_cast<E&>(entity).*is)(unwrapped<Key>(at), unwrapped<Value>(value));
   };
@@ -225,12 +210,33 @@ constexpr GenericRow valuesRow(AttributeId id, char const* name) {
 }
 
 template <auto call>
-constexpr GenericRow handlerRow(AttributeId id, char const* name) {
-  GenericRow row{.id = id, .name = name, .kind = GenericKind::handler};
+constexpr GenericRow handlerRow() {
+  GenericRow row;
   row.call = [](Entity& entity) {
     (static_cast<typename Member<decltype(call)>::Entity&>(entity).*call)();
   };
   return row;
+}
+
+/// True when a row has the functions that attributes of the kind need.
+constexpr bool isFit(GenericRow const& row, AttributeKind kind) {
+  bool const isSettable = kind == AttributeKind::value || kind == AttributeKind::reference ||
+                          kind == AttributeKind::valueCollection;
+  return (row.set != nullptr) == isSettable && (row.make != nullptr) == ownsEntities(kind) &&
+         (row.map != nullptr) == isCollectionKind(kind) &&
+         (row.call != nullptr) == (kind == AttributeKind::handler);
+}
+
+/// The functions of a type's attributes joined to their rows by index.
+template <std::size_t n, std::same_as<GenericRow>... Row>
+requires(sizeof...(Row) == n) consteval std::array<GenericRow, n> joined(
+    std::array<AttributeRow, n> const& attributes, Row const&... row) {
+  std::array<GenericRow, n> rows = {row...};
+  for (std::size_t i = 0; i < n; ++i) {
+    if (!isFit(rows[i], attributes[i].kind)) throw "functions of another kind of attribute";
+    rows[i].attribute = &attributes[i];
+  }
+  return rows;
 }
 
 /// The attribute `fwkKey`; `get` reads the key.
@@ -242,9 +248,8 @@ Ptr<GenericIf> keyOf(Entity& entity, bool isConst) {
 /// Makes a root entity out of a list with its constructor's arguments, and gives its generic
 /// object.
 template <auto make, class X, class... A>
-Ptr<GenericIf> rootOfList(char const* typeName, char const* const* names, GenericIf const* list,
-                          Ptr<X> (*)(A...)) {
-  GenericArguments const arguments(typeName, names, argumentTypes<A...>, sizeof...(A), list);
+Ptr<GenericIf> rootOfList(char const* typeName, GenericIf const* list, Ptr<X> (*)(A...)) {
+  GenericArguments const arguments(typeName, X::_Type::moxArguments, argumentTypes<A...>, list);
   Ptr<X> const root = [&]<std::size_t... i>(std::index_sequence<i...>) {
     return make(unwrapped<A>(arguments.values()[i])...);
   }

@@ -10,7 +10,7 @@ void GenericIfEntity::moxRelay(AttributeId attribute) {
 }
 
 void GenericIfEntity::moxRelayKey(GenericRow const& row, GenericIf::NotifieeConst& adapter) {
-  if (moxOnAttribute(row.id, row.cell(adapter).count)) return;
+  if (moxOnAttribute(row.id(), row.cell(adapter).count)) return;
   moxTellKey(row, adapter);
 }
 
@@ -23,18 +23,18 @@ void GenericIfEntity::moxTellKey(GenericRow const& row, GenericIf::NotifieeConst
   actsm();
   Ptr<GenericIf const> const key =
       row.keyType()->genericIf(static_cast<void const*>(row.cell(adapter).key), isConst());
-  onAttribute(row.id, key);
+  onAttribute(row.id(), key);
 }
 
 /// What waited for one attribute: its handler, without asking the activity again.
 void GenericIfEntity::moxRun(GenericRow const& row, GenericIf::NotifieeConst& adapter,
                              bool isWhole) {
-  if (!row.isCollection()) return moxTell(row.id);
+  if (!row.isCollection()) return moxTell(row.id());
   unsigned char& waiting = *row.cell(adapter).count;
   unsigned char const count = waiting;
   waiting = 0;
   if (isWhole || count > 1) {
-    onAttribute(row.id);
+    onAttribute(row.id());
   } else if (count == 1) {
     moxTellKey(row, adapter);
   }
@@ -44,7 +44,7 @@ void GenericIfEntity::moxRunAll(GenericRows const& rows, GenericIf::NotifieeCons
                                 bool isWhole) {
   if (rows.base) moxRunAll(*rows.base, adapter, isWhole);
   for (GenericRow const& row : rows) {
-    if (!row.isHeard()) continue;
+    if (!row.isNotified()) continue;
     redispatch(actsm());
     moxRun(row, adapter, isWhole);
   }
@@ -59,7 +59,7 @@ void GenericIfEntity::moxHandleNotification(GenericRows const& rows,
   AttributeId const attribute = moxPendingAttribute();
   moxPendingAttributeIs(0);
   GenericRow const* const row = rows.find(attribute);
-  if (row && row->isHeard()) {
+  if (row && row->isNotified()) {
     actsm();
     return moxRun(*row, adapter, false);
   }

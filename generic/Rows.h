@@ -1,6 +1,6 @@
-// What the generic interface knows of an entity type: one row of data and small functions for each
-// attribute. Generated code makes the tables (generic/Generated.h); the algorithms of Dispatch.cc
-// and Relay.cc run over them.
+// What the generic interface can do with an entity type: small functions for each attribute, beside
+// its row of data (registry/AttributeRow.h). Generated code makes the tables (generic/Generated.h);
+// the algorithms of Dispatch.cc and Relay.cc run over them.
 #pragma once
 
 #include <cstddef>
@@ -10,19 +10,10 @@
 #include "Mox/HashMap.h"
 #include "Mox/Notifiee.h"
 #include "generic/GenericIf.h"
+#include "registry/AttributeRow.h"
 #include "registry/MoxType.h"
 
 namespace MOX_API Mox {
-
-enum class GenericKind : std::uint8_t {
-  constant,   ///< a key or a constructor parameter
-  value,      ///< a value that can change
-  reference,  ///< a reference to an entity owned elsewhere
-  child,      ///< an owned entity
-  children,   ///< a collection of owned entities
-  values,     ///< a collection of values
-  handler,    ///< a hand-written reaction, called by name
-};
 
 struct GenericArgumentType {
   MoxType* (*type)() = nullptr;
@@ -36,14 +27,10 @@ struct GenericCell {
   unsigned char* count;
 };
 
-/// Keys, values and arguments are passed by the address of what a carrier holds; entities by their
-/// own.
+/// The functions of one attribute, beside its row of data. Keys, values and arguments are passed by
+/// the address of what a carrier holds; entities by their own.
 struct GenericRow {
-  AttributeId id;
-  char const* name;
-  GenericKind kind;
-  /// Type of the value, of the target or of the members; null for a handler.
-  MoxType* (*type)() = nullptr;
+  AttributeRow const* attribute = nullptr;
 
   /// The value or the target; of a collection the one under `key`.
   Ptr<GenericIf> (*get)(Entity&, void const* key, bool isConst) = nullptr;
@@ -54,13 +41,9 @@ struct GenericRow {
 
   // Of owned entities.
   Ptr<Entity> (*make)(Entity&, void* const* arguments) = nullptr;
-  char const* const* argumentNames = nullptr;
   GenericArgumentType const* argumentTypes = nullptr;
-  std::size_t argumentCount = 0;
 
   // Of collections.
-  char const* keyName = nullptr;
-  MoxType* (*keyType)() = nullptr;
   /// The hash of a key, reversed.
   std::uint32_t (*hash)(void const* key) = nullptr;
   HashMapGeneric& (*map)(Entity&) = nullptr;
@@ -69,26 +52,34 @@ struct GenericRow {
   Ptr<GenericIf> (*memberValue)(PtrInterface& member, bool isConst) = nullptr;
   GenericCell (*cell)(PtrInterface::NotifieeConst& subscriber) = nullptr;
 
-  bool isCollection() const { return kind == GenericKind::children || kind == GenericKind::values; }
-  /// Subscribers hear of changes.
-  bool isHeard() const { return kind != GenericKind::constant && kind != GenericKind::handler; }
+  AttributeId id() const { return attribute->id; }
+  char const* name() const { return attribute->name; }
+  AttributeKind kind() const { return attribute->kind; }
+  /// Type of the value, of the target or of the members.
+  MoxType* type() const { return attribute->type(); }
+  MoxType* keyType() const { return attribute->keyType(); }
+  /// What messages call a collection's key.
+  String8 keyName() const;
+
+  bool isCollection() const { return isCollectionKind(kind()); }
+  /// Subscribers are notified of changes.
+  bool isNotified() const { return isMutableKind(kind()); }
 };
 
 /// The rows of one type, in id order without gaps, and those of its base.
 struct GenericRows {
-  GenericRow const* rows;
-  std::size_t count;
+  Table<GenericRow> rows;
   GenericRows const* base;
   /// The entity's key; null for a type without one.
   Ptr<GenericIf> (*key)(Entity&, bool isConst);
 
-  GenericRow const* begin() const { return rows; }
-  GenericRow const* end() const { return rows + count; }
+  GenericRow const* begin() const { return rows.begin(); }
+  GenericRow const* end() const { return rows.end(); }
   /// The own row of an id; null for none.
   GenericRow const* findOwn(AttributeId id) const {
-    return count != 0 && id >= rows->id && static_cast<std::size_t>(id - rows->id) < count
-               ? rows + (id - rows->id)
-               : nullptr;
+    if (rows.count == 0 || id < rows.rows->id()) return nullptr;
+    auto const index = static_cast<std::size_t>(id - rows.rows->id());
+    return index < rows.count ? rows.rows + index : nullptr;
   }
   /// The same, bases included.
   GenericRow const* find(AttributeId id) const {

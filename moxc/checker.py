@@ -1,86 +1,20 @@
-"""Turns syntax trees into the checked model; every rule of the language is tested here.
+"""Turns a syntax tree into the checked model; every rule of the language is tested here.
 
-Called by model.load(). The stages: load files, declare types, resolve bases, give ids, resolve
-attributes, constructor arguments, members, defaults, names. A stage reports and goes on; what hangs
-on something already reported (a `damaged` entity or module) is not reported again.
+Called by loader.py. The stages: declare types, resolve bases, make attributes, resolve keys, members,
+defaults, names. A stage reports and goes on; what hangs on something already reported (a `damaged`
+entity or module) is not reported again.
 """
 
-import os
-
+import cpp
 import model
 import names
 import parser
-from errors import Position
-
-MAX_IMPORT_DEPTH = 64
 
 
-def load(path, importDirs, errors):
-    """The checked Module of `path`, or None if errors were found."""
-    loader = _Loader(importDirs, errors)
-    module = loader.load(path, [], None)
-    return None if errors else module
-
-
-class _Loader:
-    """Reads a schema file and, before it, the files that it imports; each once."""
-
-    def __init__(self, importDirs, errors):
-        self._importDirs = importDirs
-        self._errors = errors
-        self._modules = {}           # real path -> Module, None if it has errors
-
-    def load(self, path, importing, position):
-        """`importing`: real paths of the files that wait for this one."""
-        realPath = os.path.realpath(path)
-        if realPath in self._modules:
-            return self._modules[realPath]
-        try:
-            with open(path, 'rb') as file:
-                data = file.read()
-        except OSError as failure:
-            at = position or Position(path, 1, 1)
-            self._errors.add(at, "can't read '%s': %s, expected a schema file"
-                             % (path, failure.strerror))
-            return None
-        tree = parser.parse(path, data, self._errors)
-        self._modules[realPath] = None
-        if tree is None:
-            return None
-        importing = importing + [realPath]
-        imports = []
-        complete = tree.name is not None
-        for node in tree.imports:
-            imported = self._import(path, node, importing)
-            complete = complete and imported is not None
-            if imported in imports and imported is not None:
-                self._errors.add(node.position, "'%s' is imported twice, expected it once"
-                                 % node.path)
-            elif imported is not None:
-                imports.append(imported)
-        if not complete:
-            return None
-        checker = _Checker(tree, imports, list(self._modules.values()), self._errors)
-        self._modules[realPath] = checker.check()
-        return self._modules[realPath]
-
-    def _import(self, path, node, importing):
-        for directory in [os.path.dirname(path)] + self._importDirs:
-            candidate = os.path.join(directory, node.path)
-            if not os.path.isfile(candidate):
-                continue
-            if os.path.realpath(candidate) in importing:
-                self._errors.add(node.position, "import of '%s' closes a cycle, expected imports "
-                                 'without one' % node.path)
-                return None
-            if len(importing) >= MAX_IMPORT_DEPTH:
-                self._errors.add(node.position, 'imports nest deeper than %d files'
-                                 % MAX_IMPORT_DEPTH)
-                return None
-            return self.load(candidate, importing, node.position)
-        self._errors.add(node.position, "no file '%s', expected it beside this file or in an "
-                         'import directory' % node.path)
-        return None
+def check(tree, imports, loaded, errors):
+    """The Module of a syntax tree; None if the tree has errors. `imports`: Modules of its imports;
+    `loaded`: all Modules that exist, for messages about missing imports."""
+    return _Checker(tree, imports, loaded, errors).check()
 
 
 class _Checker:
@@ -91,7 +25,7 @@ class _Checker:
         self._errors = errors
         self._module = model.Module(tree.name.text, tree.path)
         self._module.imports = imports
-        self._loaded = [module for module in loaded if module is not None]
+        self._loaded = loaded
         self._types = {}             # qualified name -> Type: own and directly imported
         self._entities = []          # (Entity, EntityNode) in declaration order
         self._nodes = {}             # Attr -> AttributeNode
@@ -112,12 +46,11 @@ class _Checker:
             self._makeAttributes(entity, node)
         for entity, node in ordered:
             self._findKey(entity, node)
-            self._constructorArgs(entity)
         for entity, node in ordered:
             for attr in entity.attrs:
                 self._checkKindRules(attr, self._nodes[attr])
         for entity, node in ordered:
-            self._dirtyBits(entity, node)
+            self._checkDirtyBits(entity)
             self._checkDefaults(entity)
             self._checkInits(entity, node)
             self._checkNames(entity)
@@ -299,20 +232,8 @@ class _Checker:
             self._report(node.headerPosition, 'header "%s", expected a path relative to the '
                          'include root', header)
         if node.default is not None:
-            value._defaultText = self._valueText(value, node.default)
-
-    def _valueText(self, value, literal):
-        """C++ text of a value type's literal: a number is its constructor's argument."""
-        if literal.kind == 'number':
-            return '%s(%s)' % (value.cpp, literal.text)
-        if literal.kind == 'string':
-            if not literal.value.strip() or '\n' in literal.value:
-                self._report(literal.position, 'default "%s" of a value type, expected C++ text',
-                             literal.text)
-            return literal.value
-        self._report(literal.position, "default '%s' of value type '%s', expected a number, or C++ "
-                     'text in quotes', literal.text, value.name)
-        return value.defaultText
+            value.defaultIs(self._expression(value, node.default, "default of '%s'" % value.name),
+                            node.default.text)
 
     def _checkTypesAgainstNamespaces(self):
         """A type may not hide a namespace that generated code names."""
@@ -412,7 +333,6 @@ class _Checker:
     def _checkHeader(self, entity, node):
         base = entity.base
         entity.damaged = entity.damaged or bool(base and base.damaged)
-        entity.level = base.level + 1 if base else 0
         entity.isUnlinked = node.unlinked is not None
         entity.isNamed = (node.named is not None and node.namedBy is None) or \
             bool(base and base.isNamed and node.namedBy is None)
@@ -428,42 +348,31 @@ class _Checker:
         if entity.isRoot and not entity.isNamed and not entity.damaged:
             self._report(node.name.position, "root type '%s' without a name, expected 'named'",
                          entity.name)
-        entity.block = self._block(entity, node)
-
-    def _block(self, entity, node):
-        base = entity.base
-        block = (base.block & ~0xff) + model.BLOCK_SIZE if base else model.FIRST_BLOCK
         if node.block is None:
-            return block
-        floor = max([attr.id for attr in base.attrs] + [base.block]) + 1 if base \
-            else model.FIRST_BLOCK
-        if not floor <= node.block.value <= model.MAX_ATTRIBUTE_ID - model.BLOCK_SIZE:
+            return
+        if node.block.value in entity.blocks:
+            entity.ownBlock = node.block.value
+        else:
             self._report(node.block.position, 'block %s, expected a number from 0x%x to 0x%x',
-                         node.block.text, floor, model.MAX_ATTRIBUTE_ID - model.BLOCK_SIZE)
-            return block
-        return node.block.value
+                         node.block.text, entity.blocks[0], entity.blocks[-1])
 
     # -- attributes
 
     def _makeAttributes(self, entity, node):
         taken = {attr.name: attr for base in entity.bases for attr in base.attrs}
-        nextId = entity.block + model.FIRST_ID_IN_BLOCK
-        lastId = entity.block | 0xff
         for one in node.attributes:
             attr = self._makeAttribute(entity, one)
-            attr.id = nextId
-            nextId += 1
-            if attr.id == lastId + 1:
+            entity.addAttr(attr)
+            if attr.index == entity.capacity:
                 self._report(one.name.position, "attribute '%s' would have the id 0x%x, expected "
                              "at most %d attributes in block 0x%x", attr.name, attr.id,
-                             lastId + 1 - entity.block - model.FIRST_ID_IN_BLOCK, entity.block)
+                             entity.capacity, entity.block)
             other = taken.setdefault(attr.name, attr)
             if other is not attr:
                 where = 'line %d' % other.position.line if other.entity is entity \
                     else "base '%s'" % other.entity.qualified
                 self._report(one.name.position, "attribute '%s' stands already in %s, expected "
                              'another name', attr.name, where)
-            entity.attrs.append(attr)
             self._nodes[attr] = one
 
     def _makeAttribute(self, entity, node):
@@ -548,13 +457,6 @@ class _Checker:
                     self._report(at, "constructor parameter '%s' on a root type, expected none: it "
                                  'is made by its name alone', attr.name)
 
-    def _constructorArgs(self, entity):
-        attrs = [attr for attr in entity.allAttrs if attr.isConstructorArg and attr.type]
-        args = [model.Arg(attr.name, attr.type, attr, entity.namespace) for attr in attrs]
-        name = [model.Arg('name', model.BUILTINS['Name'], None, entity.namespace)]
-        entity.constructorArgs = (name if entity.isNamed else []) + args
-        entity.cppParams = (name if entity.takesName else []) + args
-
     def _checkKindRules(self, attr, node):
         """What may stand at an attribute of its kind; fills the member fields of children."""
         if attr.type is None:
@@ -578,20 +480,6 @@ class _Checker:
             self._resolveReaction(attr, node)
         if attr.isInstantiating:
             self._resolveMember(attr, node)
-        attr.family = self._family(attr)
-        if attr.kind == 'valueCollection' or attr.wrapped:
-            attr.wrapperName = 'Mox' + attr.capName
-
-    @staticmethod
-    def _family(attr):
-        def isString(type):
-            return type is model.BUILTINS['String8']
-
-        if attr.kind == 'value':
-            return 'pieces' if isString(attr.type) else 'plain'
-        if attr.kind == 'valueCollection':
-            return 'stringKeyed' if isString(attr.type) and isString(attr.keyType) else 'byIdKey'
-        return ''
 
     def _resolveReaction(self, attr, node):
         if attr.kind not in ('value', 'ref'):
@@ -671,9 +559,11 @@ class _Checker:
 
     def _default(self, attr, node, constructorAttrs):
         attr.default = attr.type.defaultText
+        attr.defaultShown = attr.type.defaultShown
         literal = node.default
         if literal is None or attr.type.isEntity:
             return
+        attr.defaultShown = '"%s"' % literal.text if literal.kind == 'string' else literal.text
         if literal.kind == 'name':
             for source in constructorAttrs:
                 if source.name != literal.text or source.type is None:
@@ -693,51 +583,12 @@ class _Checker:
 
     def _expression(self, type, literal, what):
         """C++ expression of a literal of `type`; what doesn't fit is reported."""
-        text = literal.text
-        if type.isValue:
-            return self._valueText(type, literal)
-        if type.isEnum:
-            for one in type.enumerators:
-                if text in (one.name, type.name + '::' + one.name) or \
-                        (literal.kind == 'number' and literal.value == one.value):
-                    return one.cpp
-            return self._misfit(type, literal, what, "an enumerator of '%s'" % type.qualified)
-        if type.isIdentifier:
-            if text == 'null' and literal.kind == 'name' and type.null is not None:
-                return '%s(%s::null)' % (type.cpp, type.cpp)
-            if literal.kind == 'number' and isinstance(literal.value, int) \
-                    and type.min <= literal.value <= type.max:
-                return '%s(%s)' % (type.cpp, text)
-            orNull = " or 'null'" if type.null is not None else ''
-            return self._misfit(type, literal, what, 'a number from %d to %d%s'
-                                % (type.min, type.max, orNull))
-        return self._builtinExpression(type, literal, what)
-
-    def _builtinExpression(self, type, literal, what):
-        if type.name == 'bool':
-            if literal.kind == 'name' and literal.text in ('true', 'false'):
-                return literal.text
-            return self._misfit(type, literal, what, "'true' or 'false'")
-        if type.isText:
-            if literal.kind == 'string':
-                return '%s(%s)' % (type.cpp, cppText(literal.value)) if literal.value \
-                    else type.defaultText
-            return self._misfit(type, literal, what, 'a text in quotes')
-        if type.name == 'double':
-            if literal.kind == 'number':
-                isInteger = isinstance(literal.value, int)
-                return '%d.0' % literal.value if isInteger else literal.text
-            return self._misfit(type, literal, what, 'a number')
-        low, high = model.INTEGER_RANGES[type.name]
-        if literal.kind == 'number' and isinstance(literal.value, int) \
-                and low <= literal.value <= high:
-            return integerText(type.name, literal.value, literal.text)
-        return self._misfit(type, literal, what, 'a number from %d to %d' % (low, high))
-
-    def _misfit(self, type, literal, what, expected):
-        shown = '"%s"' % literal.text if literal.kind == 'string' else "'%s'" % literal.text
-        self._report(literal.position, '%s is %s, expected %s', what, shown, expected)
-        return type.defaultText
+        try:
+            return cpp.expression(type, literal)
+        except cpp.Misfit as misfit:
+            shown = '"%s"' % literal.text if literal.kind == 'string' else "'%s'" % literal.text
+            self._report(literal.position, '%s is %s, expected %s', what, shown, misfit)
+            return type.defaultText
 
     def _checkInits(self, entity, node):
         seen = set()
@@ -758,27 +609,23 @@ class _Checker:
 
     # -- dirty bits and generated names
 
-    def _dirtyBits(self, entity, node):
-        first = 1 if entity.level == 0 else 0
-        for bit, attr in enumerate(entity.mutableAttrs, first):
-            if bit == model.DIRTY_WORD_BITS:
+    def _checkDirtyBits(self, entity):
+        for attr in entity.mutableAttrs:
+            if attr.dirtyBit == model.DIRTY_WORD_BITS:
+                room = model.DIRTY_WORD_BITS - entity.firstDirtyBit
                 self._report(attr.position, "attribute '%s' is the %d. that can change, expected "
-                             'at most %d in a type %s', attr.name, bit - first + 1,
-                             model.DIRTY_WORD_BITS - first,
-                             'without base' if entity.level == 0 else 'with a base')
-                return
-            attr.dirtyBit = bit
-            attr.dirtyMask = 1 << bit
+                             'at most %d in a type %s', attr.name, room + 1, room,
+                             'with a base' if entity.base else 'without base')
 
     def _checkNames(self, entity):
         """Names that generated code derives from attributes must not meet."""
         owners = {}
         for base in reversed(entity.bases):
             for attr in base.attrs:
-                for name, role in generatedNames(attr):
+                for name, role in cpp.generatedNames(attr):
                     owners.setdefault(name, (attr, role))
         for attr in entity.attrs:
-            for name, role in generatedNames(attr):
+            for name, role in cpp.generatedNames(attr):
                 if name in names.NOTIFIEE_HANDLERS and role == 'handler' or \
                         name in names.ENTITY_MEMBERS or name in names.WRAPPER_NAMES:
                     if attr.name in names.ENTITY_MEMBERS:
@@ -796,45 +643,5 @@ class _Checker:
                              other.name)
 
 
-def generatedNames(attr):
-    """The (name, role) pairs that an attribute puts into its class and its subscriber classes."""
-    x, cap = attr.name, attr.capName
-    found = [(x, 'getter')]
-    if attr.isMutable:
-        found.append((x + 'Is', 'setter'))
-    if attr.isInstantiating or attr.isCollection:
-        found += [(x + 'Del', 'deleter'), ('new' + cap, 'factory')]
-    if attr.isCollection:
-        found += [(x + 'DelAll', 'deleter'), (x + 'Notify', 'notifier'),
-                  (x + 'Iterator', 'iterator'), (x + 'IteratorConst', 'iterator'),
-                  (x + 'Count', 'counter'), ('Mox' + cap, 'wrapper')]
-    found += [(handler.name, 'handler') for handler in attr.handlers]
-    return found
-
-
 def _withArticle(role):
     return ('an ' if role[0] in 'aeiou' else 'a ') + role
-
-
-def cppText(text):
-    """A C++ string literal with its length if it holds a zero byte."""
-    out = ''
-    data = text.encode('utf-8')
-    for byte in data:
-        character = chr(byte)
-        if character in '"\\?':
-            out += '\\' + character
-        elif 0x20 <= byte < 0x7f:
-            out += character
-        else:
-            out += '\\%03o' % byte
-    return '"%s"%s' % (out, ', %d' % len(data) if 0 in data else '')
-
-
-def integerText(typeName, value, text):
-    """A C++ literal for an integer, spelled as the schema spells it where C++ reads it so."""
-    if value == -0x80000000:
-        return '-2147483647 - 1'
-    if value <= 0x7fffffff:
-        return text
-    return text + ('ull' if typeName == 'U64' else 'u')

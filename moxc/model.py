@@ -1,10 +1,8 @@
 """The checked model of a schema: what templates, tests and documents read.
 
 This is the one place where attribute ids, dirty bits, slot orders, constructor arguments and flag
-words are computed. `load()` gives the `Module` of a schema file, or None after reporting errors.
-The checks that build it stand in checker.py; every field is told here, beside its name.
-
-All objects are plain; templates read their fields. Types are compared by identity.
+words are computed. loader.load() gives the `Module` of a schema file; checker.py builds it. Every
+field is described here, beside its name. Types are compared by identity.
 """
 
 # ---------------------------------------------------------------------------------------------
@@ -128,6 +126,11 @@ class Type:
         raise NotImplementedError
 
     @property
+    def defaultShown(self):
+        """The same as the schema would write it; '' where only a hand-written class knows it."""
+        return ''
+
+    @property
     def wireBase(self):
         """Name of the builtin that stands on the stream for a value: 'bool', 'U8', 'U16', 'U32',
         'U64', 'int', 'double', 'String8', 'Name'; 'U64' for an entity; '' for a value type, which
@@ -138,12 +141,15 @@ class Type:
     def fixedLength(self):
         """Bytes of the payload of a scalar update with a fixed length, else None: bool and the
         unsigned integers of up to 32 bits, themselves and not as the field of an identifier."""
-        return {'bool': 1, 'U8': 1, 'U16': 2, 'U32': 4}.get(self.name) if self.isBuiltin else None
+        isFixed = self.isBuiltin and self.name in ('bool', 'U8', 'U16', 'U32')
+        return WIRE_LENGTHS[self.name] if isFixed else None
 
     def textIn(self, namespace):
         """The name as a schema in `namespace` writes it: short for a type of that namespace."""
         return self.name if self.namespace == namespace else self.qualified
 
+
+WIRE_LENGTHS = {'bool': 1, 'U8': 1, 'U16': 2, 'U32': 4, 'U64': 8, 'int': 4, 'double': 8}
 
 INTEGER_RANGES = {
     'U8': (0, 0xff),
@@ -167,6 +173,10 @@ class Builtin(Type):
     @property
     def defaultText(self):
         return self._defaultText
+
+    @property
+    def defaultShown(self):
+        return '""' if self.isText else self._defaultText
 
     @property
     def wireBase(self):
@@ -217,6 +227,10 @@ class Enum(Type):
         return 'static_cast<%s>(0)' % self.cpp
 
     @property
+    def defaultShown(self):
+        return next((one.name for one in self.enumerators if one.value == 0), '0')
+
+    @property
     def wireBase(self):
         return 'int'
 
@@ -242,6 +256,10 @@ class Identifier(Type):
         return self.cpp + '()'
 
     @property
+    def defaultShown(self):
+        return 'null' if self.null is not None else str(self.min)
+
+    @property
     def wireBase(self):
         return self.base.name
 
@@ -255,10 +273,20 @@ class Value(Type):
         super().__init__(*args)
         self.header = ''             # header that defines it: 'values/Units.h'
         self._defaultText = self.cpp + '()'
+        self._defaultShown = ''
+
+    def defaultIs(self, text, shown):
+        """`text`: a C++ expression; `shown`: the same as the schema writes it."""
+        self._defaultText = text
+        self._defaultShown = shown
 
     @property
     def defaultText(self):
         return self._defaultText
+
+    @property
+    def defaultShown(self):
+        return self._defaultShown
 
     @property
     def wireBase(self):
@@ -328,7 +356,7 @@ class Attr:
         self.entity = entity                 # Entity that declares it
         self.doc = list(doc)
         self.position = position
-        self.id = 0                          # attribute id; a deletion's id is its negative
+        self.index = None                    # place among the own attributes of the entity
         self.type = None                     # value type; member type of a child (collection);
                                              # void* of a handler
         self.typeText = ''                   # the type as the schema writes it
@@ -345,18 +373,47 @@ class Attr:
         self.namesMemberByKey = False        # the member's constructor takes a Name first that is
                                              # no argument here: valueToStrep(key)
         self.wrapped = False                 # childCollection held through the wrapper MoxX
-        self.wrapperName = ''                # 'MoxSerdes' of a value collection or wrapped one
         self.isConstTarget = False           # ref: the target is held as const
         self.reacts = None                   # handler Attr called between store and notification
         self.default = None                  # C++ expression of the first value; the bare name of
                                              # an earlier key or param if defaultFrom is set; None
                                              # for kinds that have none
         self.defaultFrom = None              # that key or param Attr, else None
-        self.dirtyBit = None                 # bit in the type's dirty word; None if never changed
-        self.dirtyMask = 0                   # 1 << dirtyBit
-        self.family = ''                     # value: 'pieces' (String8, sent in pieces) or
-                                             # 'plain'; valueCollection: 'stringKeyed' (String8 to
-                                             # String8, value in pieces) or 'byIdKey'; else ''
+        self.defaultShown = ''               # value: the first value as the schema would write it
+
+    @property
+    def id(self):
+        """The attribute id; a deletion's id is its negative."""
+        return self.entity.block + FIRST_ID_IN_BLOCK + self.index
+
+    @property
+    def dirtyBit(self):
+        """Bit in the type's dirty word; None if never changed."""
+        if not self.isMutable:
+            return None
+        earlier = self.entity.attrs[:self.index]
+        return self.entity.firstDirtyBit + sum(attr.isMutable for attr in earlier)
+
+    @property
+    def dirtyMask(self):
+        return 1 << self.dirtyBit if self.isMutable else 0
+
+    @property
+    def family(self):
+        """Of a value: 'pieces' (String8, sent in pieces) or 'plain'; of a collection of values:
+        'stringKeyed' (String8 to String8, the value in pieces) or 'byIdKey'; else ''."""
+        string = BUILTINS['String8']
+        if self.kind == 'value':
+            return 'pieces' if self.type is string else 'plain'
+        if self.kind == 'valueCollection':
+            return 'stringKeyed' if self.type is string and self.keyType is string else 'byIdKey'
+        return ''
+
+    @property
+    def wrapperName(self):
+        """Class of the members: 'MoxSerdes' of a collection of values or a wrapped one, else ''."""
+        isWrapper = self.kind == 'valueCollection' or self.wrapped
+        return 'Mox' + self.capName if isWrapper else ''
 
     @property
     def isMutable(self):
@@ -412,13 +469,36 @@ class Attr:
         return '{}' if isPlain and self.default == self.type.defaultText else ' = ' + self.default
 
     @property
-    def genericKeyName(self):
-        """Collections: what the generic interface calls the key when it is missing."""
+    def kindEnumerator(self):
+        """The enumerator of Mox::AttributeKind: kindText in one word."""
+        first, *rest = self.kindText.split()
+        return first + ''.join(word.capitalize() for word in rest)
+
+    @property
+    def wireForm(self):
+        """How the log sends the attribute: an enumerator of Mox::WireForm."""
+        if self.kind == 'value':
+            return self.family
         if self.kind == 'valueCollection':
-            return 'mox_index'
-        if self.wrapped:
-            return '%s_%s' % (self.name, self.memberKey[0].upper() + self.memberKey[1:])
-        return self.memberKey
+            return 'valuesByString' if self.family == 'stringKeyed' else 'valuesById'
+        return {'ref': 'reference', 'child': 'singleton', 'childCollection': 'entities'}.get(
+            self.kind, 'none')
+
+    @property
+    def fixedLength(self):
+        """Bytes of an update whose length isn't announced, else 0."""
+        return self.type.fixedLength or 0 if self.wireForm == 'plain' else 0
+
+    @property
+    def keyLength(self):
+        """Bytes of a collection's key in a message; 'variable' for a text, 0 without a key."""
+        return WIRE_LENGTHS.get(self.keyType.wireBase, 'variable') if self.keyType else 0
+
+    @property
+    def argument(self):
+        """Place among the keys and parameters of the constructor; None for other attributes."""
+        arguments = [attr for attr in self.entity.allAttrs if attr.isConstructorArg]
+        return arguments.index(self) if self in arguments else None
 
     @property
     def handlers(self):
@@ -443,13 +523,10 @@ class Entity(Type):
                                      # stream and in the registry; own or inherited
         self.namedBy = None          # `named by`: the key Attr whose text is the name; the C++
                                      # constructor takes a Name first, stream and registry don't
-        self.block = FIRST_BLOCK     # id block; its first attribute has the id block + 2
-        self.level = 0               # 0 directly below Mox::Entity; N of MoxDirtyBitSetN
+        self.ownBlock = None         # `block`: the id block that the schema asks for
         self.attrs = []              # own Attrs in declaration order
         self.key = None              # key Attr, own or inherited, or None
         self.inits = []              # own Inits
-        self.constructorArgs = []    # Args on the stream and in the registry, in order
-        self.cppParams = []          # Args of the C++ constructor, in order
         self.damaged = False         # could not be read whole; only while checking
 
     @property
@@ -463,6 +540,56 @@ class Entity(Type):
     @property
     def wireBase(self):
         return 'U64'
+
+    def addAttr(self, attr):
+        """Appends an own attribute, which gets the next id."""
+        attr.index = len(self.attrs)
+        self.attrs.append(attr)
+
+    @property
+    def level(self):
+        """0 directly below Mox::Entity; the N of MoxDirtyBitSetN."""
+        return len(self.bases)
+
+    @property
+    def block(self):
+        """The id block; its first attribute has the id block + 2."""
+        if self.ownBlock is not None:
+            return self.ownBlock
+        return (self.base.block & ~0xff) + BLOCK_SIZE if self.base else FIRST_BLOCK
+
+    @property
+    def blocks(self):
+        """The blocks that the schema may ask for: behind the ids of the base."""
+        first = FIRST_BLOCK
+        if self.base:
+            first = max([attr.id for attr in self.base.attrs] + [self.base.block]) + 1
+        return range(first, MAX_ATTRIBUTE_ID - BLOCK_SIZE + 1)
+
+    @property
+    def capacity(self):
+        """How many attributes the block holds."""
+        return (self.block | 0xff) + 1 - self.block - FIRST_ID_IN_BLOCK
+
+    @property
+    def firstDirtyBit(self):
+        """Bits of a type without base are counted from 1."""
+        return 0 if self.base else 1
+
+    def _args(self, isName):
+        attrs = [attr for attr in self.allAttrs if attr.isConstructorArg and attr.type]
+        name = [Arg('name', BUILTINS['Name'], None, self.namespace)] if isName else []
+        return name + [Arg(attr.name, attr.type, attr, self.namespace) for attr in attrs]
+
+    @property
+    def constructorArgs(self):
+        """Args on the stream and in the registry, in order."""
+        return self._args(self.isNamed)
+
+    @property
+    def cppParams(self):
+        """Args of the C++ constructor, in order."""
+        return self._args(self.takesName)
 
     @property
     def bases(self):
@@ -785,78 +912,3 @@ def _typeLines(type):
             line += ' by ' + row.memberKey
         lines.append(line)
     return lines
-
-
-# ---------------------------------------------------------------------------------------------
-# The model as plain data, for --dump-model
-
-def dump(module):
-    """The model as nested dictionaries and lists, in stable order, ready for JSON."""
-    return {
-        'module': module.name,
-        'imports': [imported.name for imported in module.imports],
-        'schemaHash': module.schemaHash,
-        'types': [_dumpType(type) for type in module.types],
-    }
-
-
-def _dumpArgs(args):
-    return [{'name': arg.name, 'type': arg.typeText} for arg in args]
-
-
-def _dumpType(type):
-    out = {'kind': type.kind, 'name': type.qualified}
-    if type.doc:
-        out['doc'] = type.doc
-    if type.isEnum:
-        out['enumerators'] = {e.name: e.value for e in type.enumerators}
-    elif type.isIdentifier:
-        out.update(base=type.base.name, min=type.min, max=type.max, null=type.null,
-                   message=type.message)
-    elif type.isValue:
-        out.update(header=type.header, default=type.defaultText)
-    else:
-        out.update(
-            base=type.baseQualified, level=type.level, block=type.block, isBase=type.isBase,
-            isRoot=type.isRoot, hasNext=type.hasNext, isNamed=type.isNamed,
-            namedBy=type.namedBy.name if type.namedBy else None,
-            key=type.key.name if type.key else None,
-            constructorArgs=_dumpArgs(type.constructorArgs),
-            cppParams=['%s %s' % (arg.paramCpp, arg.name) for arg in type.cppParams],
-            attributes=[_dumpAttr(attr) for attr in type.attrs],
-            handlers=[handler.name + ('(key)' if handler.form == 'key' else '()')
-                      for handler in type.handlers],
-            inits={init.attr.name: init.expression for init in type.inits},
-            deletes=[attr.name for attr in type.children])
-    return out
-
-
-def _dumpAttr(attr):
-    out = {'id': attr.id, 'name': attr.name, 'kind': attr.kind, 'type': attr.typeText,
-           'cpp': attr.storedCpp}
-    if attr.doc:
-        out['doc'] = attr.doc
-    if attr.keyType:
-        out['keyType'] = attr.keyTypeText
-    if attr.memberKey:
-        out['memberKey'] = attr.memberKey
-    if attr.isInstantiating:
-        out['memberArgs'] = _dumpArgs(attr.memberArgs)
-        out['namesMemberByKey'] = attr.namesMemberByKey
-        out['wrapped'] = attr.wrapped
-    if attr.default is not None:
-        out['default'] = attr.default
-    if attr.reacts:
-        out['reacts'] = attr.reacts.name
-    if attr.family:
-        out['family'] = attr.family
-    if attr.dirtyBit is not None:
-        out['dirtyBit'] = attr.dirtyBit
-    return out
-
-
-def load(path, importDirs, errors):
-    """The checked Module of the schema file `path`; None if `errors` has got any."""
-    import checker  # the checker builds objects of this module
-
-    return checker.load(path, importDirs, errors)

@@ -18,14 +18,14 @@ MODULE_DIR = os.path.dirname(os.path.abspath(__file__))
 sys.dont_write_bytecode = True
 sys.path.insert(0, MODULE_DIR)
 
-import model  # noqa: E402
+import loader  # noqa: E402
 from errors import Errors  # noqa: E402
 
 
 def main(arguments):
     options = _options(arguments)
     errors = Errors()
-    module = model.load(options.schema, options.importDirs, errors)
+    module = loader.load(options.schema, options.importDirs, errors)
     if module is None:
         for line in errors.lines():
             print(line, file=sys.stderr)
@@ -34,7 +34,9 @@ def main(arguments):
     if options.compare:
         return compare(options, module)
     if options.dumpModel:
-        json.dump(model.dump(module), sys.stdout, indent=2, ensure_ascii=False)
+        import dump
+
+        json.dump(dump.dump(module), sys.stdout, indent=2, ensure_ascii=False)
         print()
         return 0
 
@@ -60,7 +62,7 @@ def compare(options, module):
     import upgrade
 
     errors = Errors()
-    older = model.load(options.compare, options.importDirs, errors)
+    older = loader.load(options.compare, options.importDirs, errors)
     if older is None:
         for line in errors.lines():
             print(line, file=sys.stderr)

@@ -9,7 +9,7 @@ from typing import NamedTuple
 
 import jinja2
 
-from checker import cppText
+import cpp
 from layout import layout
 
 # The form of the generated code; the run-time's model/GeneratedFormat.h must name the same.
@@ -62,8 +62,8 @@ class Writer:
         self._environment = jinja2.Environment(
             loader=jinja2.FileSystemLoader(templateDir), undefined=jinja2.StrictUndefined,
             trim_blocks=True, lstrip_blocks=True, keep_trailing_newline=True, autoescape=False)
-        self._environment.filters.update(header=self._header, doc=docComment, hex=hexNumber,
-                                         cppText=cppText)
+        self._environment.filters.update(header=self._header, doc=cpp.docComment,
+                                         docText=cpp.docText, hex=hexNumber, cppText=cpp.text)
         self._templateDir = templateDir
 
     def paths(self):
@@ -167,12 +167,6 @@ def _umask():
     mask = os.umask(0)
     os.umask(mask)
     return mask
-
-
-def docComment(lines, indent=0):
-    """Filter: a doc comment's lines as `/// ...`, each line ended; nothing for no lines."""
-    blanks = ' ' * indent
-    return ''.join((blanks + '/// ' + line).rstrip() + '\n' for line in lines)
 
 
 def hexNumber(number, digits=0):

@@ -13,23 +13,21 @@ MoxType* newBaseType(char const* name, char const* qualifiedName, MoxType* base)
   return type;
 }
 
-/// What every entity tells of itself. Read only, but for the name of those that are made with one.
-struct EntityAttribute {
-  char const* name;
-  AttributeId id;
-  MoxAttr::AttrFlags flags;
-  MoxAttr::MoxAttrIntrospectionFlags introspectionFlags;
-  MoxType* (*type)();
-};
-constexpr EntityAttribute entityAttributes[] = {
-    {"name", 2, {0x00220109, 0x40000400}, 2, &typeOf<Name>},
-    {"parent", 3, {0x08220001, 0x00000400}, 0, &typeOf<Entity>},
-    {"parentAttrId", 4, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
-    {"fullName", 5, {0x00220001, 0x00000400}, 0, &typeOf<String8>},
-    {"version", 6, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
-    {"readCount", 7, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
-    {"entityFlags", 8, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
-    {"moxNboAttrLogSaForMsgChannel", 0x99, {0x00022001, 0x00000400}, 8, &typeOf<PtrInterface>},
+/// What all entities have. Read only, but for the name of those that are made with one.
+constexpr AttributeRow entityAttributes[] = {
+    {2, "name", AttributeKind::constructorValue, {0x00220109, 0x40000400}, 2, &typeOf<Name>},
+    {3, "parent", AttributeKind::system, {0x08220001, 0x00000400}, 0, &typeOf<Entity>},
+    {4, "parentAttrId", AttributeKind::system, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {5, "fullName", AttributeKind::system, {0x00220001, 0x00000400}, 0, &typeOf<String8>},
+    {6, "version", AttributeKind::system, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {7, "readCount", AttributeKind::system, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {8, "entityFlags", AttributeKind::system, {0x00220001, 0x00000400}, 0, &typeOf<unsigned int>},
+    {0x99,
+     "moxNboAttrLogSaForMsgChannel",
+     AttributeKind::interface,
+     {0x00022001, 0x00000400},
+     8,
+     &typeOf<PtrInterface>},
 };
 
 }  // namespace
@@ -68,10 +66,11 @@ MoxType* Entity::_fwkType() {
   type->sizeIs(sizeof(Entity));
   type->isEntityIs(true);
   type->hasGenericIfSupportIs(true);
-  // Not told to the reactor: modules tell it of the copies that their types inherit.
-  for (EntityAttribute const& row : entityAttributes) {
-    Ptr<MoxAttr> const attribute = type->attributes().attrIs(row.name, Ptr<MoxType>(row.type()),
-                                                             nullptr, nullptr, row.flags, row.id);
+  // Modules describe the copies that their types inherit to the reactor.
+  for (AttributeRow const& row : entityAttributes) {
+    Ptr<MoxAttr> const attribute = type->attributes().attrIs(
+        row.name, Ptr<MoxType>(row.type()), nullptr, nullptr, {row.flags[0], row.flags[1]}, row.id);
+    attribute->rowIs(row);
     attribute->attrIntrospectionFlagsIs(row.introspectionFlags);
     type->attributeQEnq(attribute);
   }

@@ -27,6 +27,18 @@ std::string textOf(MoxAttr const& attribute) {
   return text;
 }
 
+/// Everything that the reactor of the process hasn't seen: modules described to others, then those
+/// that wait for a reactor.
+void describeModules(IntrospectionReactor& reactor) {
+  try {
+    replayModules(reactor);
+  } catch (...) {
+    initWaitingModules();
+    throw;
+  }
+  initWaitingModules();
+}
+
 }  // namespace
 
 IntrospectionReactor::IntrospectionReactor() : readiness_(new Readiness) {}
@@ -35,12 +47,12 @@ IntrospectionReactor::~IntrospectionReactor() = default;
 Ptr<IntrospectionReactor> IntrospectionReactor::global() { return globalReactor(); }
 void IntrospectionReactor::globalIs(Ptr<IntrospectionReactor> const& reactor) {
   globalReactor() = reactor;
-  if (reactor && reactor->isReady()) initWaitingModules();
+  if (reactor && reactor->isReady()) describeModules(**reactor);
 }
 
 void IntrospectionReactor::isReadyIs(bool ready) {
   readiness_->isReady_ = ready;
-  if (ready && globalReactor() == Ptr<IntrospectionReactor>(this)) initWaitingModules();
+  if (ready && globalReactor() == Ptr<IntrospectionReactor>(this)) describeModules(*this);
 }
 
 void IntrospectionReactor::handleNameSpace(char const*) {}
@@ -85,15 +97,12 @@ Ptr<MoxAttr> RecordingReactor::defNoninstantiatingAttr(
   Ptr<MoxAttr> attribute = IntrospectionReactor::defNoninstantiatingAttr(
       owner, name, valueType, keyType, flags, introspectionFlags, id);
   line("define " + textOf(**attribute));
-  if (valueType->isEntity()) valueType->referringAttrQEnq(attribute);
   return attribute;
 }
 
 void RecordingReactor::handleAttr(Ptr<MoxAttr> const& attribute) {
   line("attribute " + textOf(**attribute));
   ++depth_;
-  MoxType* const type = attribute->type();
-  if (type && type->isEntity()) type->referringAttrQEnq(attribute);
 }
 
 void RecordingReactor::handleAttrContextExit() {

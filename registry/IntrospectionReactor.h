@@ -1,4 +1,4 @@
-// Hears of every type as its module describes it: name spaces, types and attributes, strictly
+// Receives every type as its module describes it: name spaces, types and attributes, strictly
 // nested. One reactor serves the process; the one that it starts with records the whole graph.
 #pragma once
 
@@ -12,10 +12,12 @@
 
 namespace MOX_API Mox {
 
+struct Module;
+
 class IntrospectionReactor : public PtrInterface {
  public:
-  /// Whether the framework is ready to hear of types. Modules that are loaded before that describe
-  /// themselves when it is.
+  /// Whether the framework is ready for descriptions of types. Modules that are loaded before that
+  /// are described when it is.
   class Readiness : public PtrInterface {
    public:
     bool isReady() const { return isReady_; }
@@ -30,7 +32,8 @@ class IntrospectionReactor : public PtrInterface {
 
   /// The reactor of the process.
   static Ptr<IntrospectionReactor> global();
-  /// Puts another one in its place.
+  /// Puts another one in its place, and describes to it what it hasn't seen. An exception of the
+  /// reactor passes through once every module has been described.
   static void globalIs(Ptr<IntrospectionReactor> const& reactor);
 
   virtual void handleNameSpace(char const* name);
@@ -40,23 +43,29 @@ class IntrospectionReactor : public PtrInterface {
       Ptr<MoxType> const& owner, Name const& name, Ptr<MoxType> const& valueType,
       Ptr<MoxType> const& keyType, MoxAttr::AttrFlags const& flags,
       MoxAttr::MoxAttrIntrospectionFlags introspectionFlags, AttributeId id);
-  /// Told of an attribute made by other means.
+  /// An attribute made by other means: it owns entities, is inherited, or was defined before this
+  /// reactor was the one of the process.
   virtual void handleAttr(Ptr<MoxAttr> const& attribute);
   virtual void handleAttrContextExit();
-  /// The latest type or name space is through.
+  /// The end of the latest type or name space.
   virtual void handleScopeExit();
 
   /// Null: not ready.
   Ptr<Readiness> const& readiness() const { return readiness_; }
   bool isReady() const { return readiness_ && readiness_->isReady(); }
-  /// When the reactor of the process becomes ready, modules that wait describe themselves.
+  /// When the reactor of the process becomes ready, modules that wait are described to it.
   void isReadyIs(bool ready);
 
+  /// The module that was described to this reactor last; null for none.
+  Module const* moxLatestModule() const { return latestModule_; }
+  void moxLatestModuleIs(Module const* module) { latestModule_ = module; }
+
  private:
+  Module const* latestModule_ = nullptr;
   Ptr<Readiness> readiness_;
 };
 
-/// Keeps the types in the order in which they were described, and what was told as text.
+/// Keeps the types in the order in which they were described, and the events as text.
 class RecordingReactor : public IntrospectionReactor {
  public:
   ~RecordingReactor() override;

@@ -1,19 +1,61 @@
 #include "registry/Module.h"
 
+#include <exception>
+#include <utility>
+
 namespace Mox {
 namespace {
 
 Module* firstWaiting = nullptr;
+/// In the order of their description.
+Module* firstDescribed = nullptr;
 
-/// Own attributes of the kinds child and child collection.
-void defineChild(IntrospectionReactor& reactor, MoxType& owner, AttributeRow const& row) {
+void append(Module*& first, Module* Module::*next, Module& module) {
+  Module** link = &first;
+  while (*link) link = &((*link)->*next);
+  *link = &module;
+}
+
+// The attributes of all entity types beside their own.
+constexpr AttributeRow interfaceRow = {
+    .id = 0x9a,
+    .name = "moxHasAttrLogInterface",
+    .kind = AttributeKind::interface,
+    .flags = {0x00022001, 0x00000400},
+    .introspectionFlags = 8,
+    .type = &typeOf<bool>,
+};
+constexpr AttributeRow keyRow = {
+    .id = 0,
+    .name = "fwkKey",
+    .kind = AttributeKind::key,
+    .flags = {0x00200001, 0x00000400},
+    .introspectionFlags = 0,
+    .type = nullptr,
+};
+
+/// Enters an attribute that holds entities at their type.
+void refer(MoxAttr& attribute) {
+  constexpr std::uint32_t holdsEntities = 0x08000000;
+  if ((attribute.flags().word0 & holdsEntities) == 0) return;
+  attribute.type()->referringAttrQEnq(Ptr<MoxAttr>(&attribute));
+}
+
+void announce(IntrospectionReactor& reactor, Ptr<MoxAttr> const& attribute) {
+  reactor.handleAttr(attribute);
+  reactor.handleAttrContextExit();
+}
+
+/// An attribute of the kinds child and child collection.
+void defineOwning(IntrospectionReactor& reactor, MoxType& owner, AttributeRow const& row) {
   MoxAttr& attributes = owner.attributes();
   attributes.attrDel(row.name);
   Ptr<MoxType> const memberType(row.type());
   Ptr<MoxAttr> const keyAttribute =
       row.memberKey ? memberType->attributes().attr(row.memberKey) : Ptr<MoxAttr>();
-  Ptr<MoxAttr> const made =
-      attributes.attrIs(row.name, memberType, keyAttribute.get(), nullptr, row.flags, row.id);
+  Ptr<MoxAttr> const made = attributes.attrIs(row.name, memberType, keyAttribute.get(), nullptr,
+                                              {row.flags[0], row.flags[1]}, row.id);
+  made->rowIs(row);
   if (row.keyType) made->attrKeyTypeIs(Ptr<MoxType>(row.keyType()));
   for (ArgumentRow const& argument : row.arguments) {
     made->constructorArgNameQEnq(argument.name);
@@ -25,22 +67,37 @@ void defineChild(IntrospectionReactor& reactor, MoxType& owner, AttributeRow con
   }
   made->attrIntrospectionFlagsIs(row.introspectionFlags);
   owner.attributeQEnq(made);
-  reactor.handleAttr(made);
-  reactor.handleAttrContextExit();
+  refer(**made);
+  announce(reactor, made);
+}
+
+void define(IntrospectionReactor& reactor, Ptr<MoxType> const& owner, AttributeRow const& row,
+            TypeAccess type) {
+  if (ownsEntities(row.kind)) return defineOwning(reactor, **owner, row);
+  Ptr<MoxAttr> const made = reactor.defNoninstantiatingAttr(
+      owner, row.name, Ptr<MoxType>(type()), Ptr<MoxType>(row.keyType ? row.keyType() : nullptr),
+      {row.flags[0], row.flags[1]}, row.introspectionFlags, row.id);
+  if (!made) return;
+  made->rowIs(row);
+  refer(**made);
 }
 
 void inheritAttributes(IntrospectionReactor& reactor, MoxType& type, MoxType const& parent) {
   for (MoxType::AttributeQ::IteratorConst it(&parent.attributeQ()); it; ++it) {
     Ptr<MoxAttr> const copy = it->attrCopy(&type);
     type.attributeQEnq(copy);
-    reactor.handleAttr(copy);
-    reactor.handleAttrContextExit();
+    refer(**copy);
+    announce(reactor, copy);
   }
+}
+
+Ptr<MoxType const> parentOf(TypeRow const& row) {
+  return Ptr<MoxType const>(row.parent ? row.parent() : nullptr);
 }
 
 void describe(IntrospectionReactor& reactor, TypeRow const& row) {
   Ptr<MoxType> const type(row.type());
-  Ptr<MoxType const> const parent(row.parent ? row.parent() : nullptr);
+  Ptr<MoxType const> const parent = parentOf(row);
   reactor.handleType(Ptr<MoxType const>(type), parent);
   type->sizeIs(row.size);
   if (parent) {
@@ -50,37 +107,79 @@ void describe(IntrospectionReactor& reactor, TypeRow const& row) {
     type->isEnumTypeIs(true);
   }
   type->hasGenericIfSupportIs(true);
+  type->docIs(row.doc);
   for (ArgumentRow const& argument : row.arguments) {
     type->constructorArgNameQEnq(argument.name);
     type->constructorArgTypeQEnq(argument.typeName);
   }
-  if (parent) inheritAttributes(reactor, **type, **parent);
-  for (AttributeRow const& attribute : row.attributes) {
-    if (attribute.isInstantiating) {
-      defineChild(reactor, **type, attribute);
-    } else {
-      reactor.defNoninstantiatingAttr(
-          type, attribute.name, Ptr<MoxType>(attribute.type()),
-          Ptr<MoxType>(attribute.keyType ? attribute.keyType() : nullptr), attribute.flags,
-          attribute.introspectionFlags, attribute.id);
-    }
+  if (parent) {
+    inheritAttributes(reactor, **type, **parent);
+    define(reactor, type, interfaceRow, interfaceRow.type);
   }
+  for (AttributeRow const& attribute : row.attributes)
+    define(reactor, type, attribute, attribute.type);
+  if (row.keyType) define(reactor, type, keyRow, row.keyType);
   if (!parent) type->valAttrIs(type->attributes().attr("value").get());
   reactor.handleScopeExit();
 }
 
-void findAttributes(Module const& module) {
+/// The events of a type whose attributes exist.
+void replay(IntrospectionReactor& reactor, TypeRow const& row) {
+  Ptr<MoxType> const type(row.type());
+  reactor.handleType(Ptr<MoxType const>(type), parentOf(row));
+  for (MoxType::AttributeQ::IteratorConst it(&type->attributeQ()); it; ++it)
+    announce(reactor, Ptr<MoxAttr>(*it));
+  reactor.handleScopeExit();
+}
+
+void describeModule(IntrospectionReactor& reactor, Module const& module,
+                    void (*describeType)(IntrospectionReactor&, TypeRow const&)) {
+  reactor.moxLatestModuleIs(&module);
   for (NameSpaceRow const& nameSpace : module.nameSpaces) {
-    for (TypeRow const& type : nameSpace.types) {
-      MoxAttr const** pointer = type.attributePointers;
-      if (!pointer) continue;
-      MoxAttr const& attributes = type.type()->attributes();
-      *pointer++ = attributes.attr("moxNboAttrLogSaForMsgChannel").get();
-      for (AttributeRow const& attribute : type.attributes)
-        *pointer++ = attributes.attr(attribute.name).get();
-    }
+    for (char const* const name : nameSpace.names) reactor.handleNameSpace(name);
+    for (TypeRow const& type : nameSpace.types) describeType(reactor, type);
+    for (std::size_t i = 0; i < nameSpace.names.count; ++i) reactor.handleScopeExit();
   }
 }
+
+template <class Visit>
+void forEachType(Module const& module, Visit const& visit) {
+  for (NameSpaceRow const& nameSpace : module.nameSpaces) {
+    for (TypeRow const& type : nameSpace.types) visit(type);
+  }
+}
+
+void findAttributes(Module const& module) {
+  forEachType(module, [](TypeRow const& type) {
+    MoxAttr const** pointer = type.attributePointers;
+    if (!pointer) return;
+    MoxAttr const& attributes = type.type()->attributes();
+    *pointer++ = attributes.attr("moxNboAttrLogSaForMsgChannel").get();
+    *pointer++ = attributes.attr(interfaceRow.name).get();
+    for (AttributeRow const& attribute : type.attributes)
+      *pointer++ = attributes.attr(attribute.name).get();
+    if (type.keyType) *pointer++ = attributes.attr(keyRow.name).get();
+  });
+}
+
+/// The first exception of several steps, each of which is to be taken.
+class FirstFailure {
+ public:
+  template <class Step>
+  void operator()(Step const& step) {
+    try {
+      step();
+    } catch (...) {
+      if (!failure_) failure_ = std::current_exception();
+    }
+  }
+  void rethrow() const {
+    if (failure_) std::rethrow_exception(failure_);
+  }
+
+ private:
+  std::exception_ptr failure_;
+};
 
 }  // namespace
 
@@ -92,46 +191,55 @@ void initModule(Module& module) {
   module.isDone = true;
   for (TypeAccess const type : module.types) type();
   for (BaseRow const& base : module.foreignBases) base.type();
-  for (NameSpaceRow const& nameSpace : module.nameSpaces) {
-    for (TypeRow const& type : nameSpace.types) {
-      if (type.forcePointerAccess) type.forcePointerAccess();
-    }
-  }
+  // Types of other modules, which may describe themselves now but not between the events of this.
+  forEachType(module, [](TypeRow const& type) {
+    for (AttributeRow const& attribute : type.attributes) attribute.type();
+  });
+  forEachType(module, [](TypeRow const& type) {
+    if (type.forcePointerAccess) type.forcePointerAccess();
+  });
   for (BaseRow const& base : module.foreignBases) base.forcePointerAccess();
-  for (NameSpaceRow const& nameSpace : module.nameSpaces) {
-    for (char const* const name : nameSpace.names) reactor->handleNameSpace(name);
-    for (TypeRow const& type : nameSpace.types) describe(**reactor, type);
-    for (std::size_t i = 0; i < nameSpace.names.count; ++i) reactor->handleScopeExit();
-  }
+  append(firstDescribed, &Module::nextDescribed, module);
+  describeModule(**reactor, module, &describe);
 }
 
 void loadModule(Module& module) {
-  for (NameSpaceRow const& nameSpace : module.nameSpaces) {
-    for (TypeRow const& type : nameSpace.types) {
-      MoxType::typeNodeIs(type.type(), type.qualifiedName);
-    }
-  }
+  FirstFailure attempt;
+  attempt([&] { initModule(module); });
+  forEachType(module,
+              [](TypeRow const& type) { MoxType::typeNodeIs(type.type(), type.qualifiedName); });
   if (module.isDone) {
     findAttributes(module);
   } else {
-    module.nextWaiting = firstWaiting;
-    firstWaiting = &module;
+    append(firstWaiting, &Module::nextWaiting, module);
   }
+  attempt.rethrow();
 }
 
 void initWaitingModules() {
-  // A module stands on those loaded before it.
-  Module* inOrder = nullptr;
-  while (Module* const module = firstWaiting) {
-    firstWaiting = module->nextWaiting;
-    module->nextWaiting = inOrder;
-    inOrder = module;
+  FirstFailure attempt;
+  Module* module = std::exchange(firstWaiting, nullptr);
+  while (module) {
+    Module* const next = std::exchange(module->nextWaiting, nullptr);
+    attempt([&] { initModule(*module); });
+    if (module->isDone) {
+      findAttributes(*module);
+    } else {
+      append(firstWaiting, &Module::nextWaiting, *module);
+    }
+    module = next;
   }
-  while (Module* const module = inOrder) {
-    inOrder = module->nextWaiting;
-    initModule(*module);
-    findAttributes(*module);
+  attempt.rethrow();
+}
+
+void replayModules(IntrospectionReactor& reactor) {
+  FirstFailure attempt;
+  Module const* const latest = reactor.moxLatestModule();
+  for (Module const* module = latest ? latest->nextDescribed : firstDescribed; module;
+       module = module->nextDescribed) {
+    attempt([&] { describeModule(reactor, *module, &replay); });
   }
+  attempt.rethrow();
 }
 
 namespace {

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <type_traits>
 
-#include "Mox/AttributeId.h"
 #include "Mox/Ptr.h"
+#include "registry/AttributeRow.h"
 #include "registry/IntrospectionReactor.h"
 #include "registry/MoxAttr.h"
 #include "registry/MoxType.h"
@@ -16,52 +16,21 @@
 
 namespace MOX_API Mox {
 
-/// Gives a type object; makes it when it is asked first.
-using TypeAccess = MoxType* (*)();
-
-/// Rows that stand in a static array.
-template <class T>
-struct Table {
-  T const* rows = nullptr;
-  std::size_t count = 0;
-
-  constexpr Table() = default;
-  template <std::size_t n>
-  constexpr Table(T const (&array)[n]) : rows(array), count(n) {}
-  constexpr T const* begin() const { return rows; }
-  constexpr T const* end() const { return rows + count; }
-};
-
-struct ArgumentRow {
-  char const* name;
-  char const* typeName;
-};
-
-struct AttributeRow {
-  char const* name;
-  AttributeId id;
-  MoxAttr::AttrFlags flags;
-  MoxAttr::MoxAttrIntrospectionFlags introspectionFlags;
-  TypeAccess type;
-  TypeAccess keyType = nullptr;  ///< of a collection
-  /// Whether the attribute owns the entities that it holds; the rest is for such attributes alone.
-  bool isInstantiating = false;
-  char const* memberKey = nullptr;    ///< attribute and constructor argument of a keyed member
-  Table<ArgumentRow> arguments = {};  ///< that make a member
-};
-
 struct TypeRow {
   char const* qualifiedName;
   TypeAccess type;
   TypeAccess parent;  ///< null for an enumeration
   unsigned int size;
-  Table<ArgumentRow> arguments;  ///< of the constructor
+  char const* doc;
+  Table<ArgumentRow> arguments = {};  ///< of the constructor
+  /// Own ones; of an enumeration its enumerators, and behind them its value.
   Table<AttributeRow> attributes;
+  TypeAccess keyType = nullptr;  ///< of the attribute `fwkKey`; null for a type without it
   /// Instantiates the accessors of `Ptr<T>`; null for an enumeration.
-  void (*forcePointerAccess)();
-  /// The process's pointers to the attribute of the message channel, and then to each own one;
-  /// null for an enumeration.
-  MoxAttr const** attributePointers;
+  void (*forcePointerAccess)() = nullptr;
+  /// The process's pointers to the attribute of the message channel, to `moxHasAttrLogInterface`,
+  /// to each of `attributes`, and to `fwkKey`; null for an enumeration.
+  MoxAttr const** attributePointers = nullptr;
 };
 
 /// Types that stand side by side in one name space.
@@ -82,18 +51,26 @@ struct Module {
   Table<BaseRow> foreignBases;  ///< made after them
   bool isDone = false;
   Module* nextWaiting = nullptr;
+  Module* nextDescribed = nullptr;
 };
 
 /// Describes a module's types to the reactor of the process, once. Does nothing as long as that
-/// isn't ready.
+/// isn't ready. An exception of the reactor passes through; the module counts as described.
 void initModule(Module& module);
 
 /// What the loader runs for a module: makes its types, records their names, finds its attributes.
 /// If the reactor isn't ready the module is described when it is.
 void loadModule(Module& module);
 
+// Each of these goes on behind a module whose description the reactor refuses, and passes the first
+// exception through at the end.
+
 /// Describes the modules that were loaded before the reactor was ready.
 void initWaitingModules();
+
+/// Describes to `reactor` the modules that were described to another one since it was the reactor
+/// of the process. All attributes exist: each is an event `handleAttr`.
+void replayModules(IntrospectionReactor& reactor);
 
 /// The one instance of `Type`. `instance` is the place that keeps it, `init` describes its module,
 /// and `base` is what it derives from, null for an enumeration.

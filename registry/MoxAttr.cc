@@ -15,6 +15,36 @@ void append(TypeNameQ& queue, TypeNameQ const& other) {
 
 }  // namespace
 
+char const* kindName(AttributeKind kind) {
+  switch (kind) {
+    case AttributeKind::enumerator:
+      return "enumerator";
+    case AttributeKind::interface:
+      return "interface";
+    case AttributeKind::handler:
+      return "handler";
+    case AttributeKind::key:
+      return "key";
+    case AttributeKind::constructorValue:
+      return "constructor value";
+    case AttributeKind::constructorReference:
+      return "constructor reference";
+    case AttributeKind::value:
+      return "value";
+    case AttributeKind::reference:
+      return "reference";
+    case AttributeKind::child:
+      return "child";
+    case AttributeKind::valueCollection:
+      return "value collection";
+    case AttributeKind::childCollection:
+      return "child collection";
+    case AttributeKind::system:
+      break;
+  }
+  return "system";
+}
+
 MoxAttr::MoxAttr(MoxAttr const& other, MoxType* owner)
     : owner_(owner),
       definer_(other.definer()),
@@ -25,6 +55,7 @@ MoxAttr::MoxAttr(MoxAttr const& other, MoxType* owner)
       flags_(other.flags_),
       introspectionFlags_(other.introspectionFlags_),
       id_(other.id_),
+      row_(other.row_),
       isOrdered_(other.isOrdered_),
       keyArg_(other.keyArg_) {
   append(constructorArgNameQ_, other.constructorArgNameQ_);
@@ -47,28 +78,9 @@ void MoxAttr::constructorArgTypeQEnq(Name const& typeName) {
 }
 void MoxAttr::constructorArgNameQEnq(Name const& name) { enqueue(constructorArgNameQ_, name); }
 
-char const* MoxAttr::kindName() const {
-  struct Kind {
-    AttrFlags flags;
-    char const* name;
-  };
-  static constexpr Kind kinds[] = {
-      {{0x00020001, 0x40200400}, "enumerator"},
-      {{0x00022001, 0x00000400}, "interface"},
-      {{0x00020001, 0x00000400}, "handler"},
-      {{0x00200001, 0x00000400}, "key"},
-      {{0x00220109, 0x40000400}, "constructor value"},
-      {{0x08220109, 0x40000400}, "constructor reference"},
-      {{0x00220143, 0x01000400}, "value"},
-      {{0x08220143, 0x01000400}, "reference"},
-      {{0x08220143, 0x11000400}, "child"},
-      {{0x01a20143, 0x01000400}, "value collection"},
-      {{0x09a20143, 0x11000400}, "child collection"},
-  };
-  for (Kind const& kind : kinds) {
-    if (kind.flags == flags_) return kind.name;
-  }
-  return "system";
+MoxAttr* MoxAttr::keyAttr() const {
+  if (!keyAttr_ && type_ && !keyArg_.empty()) keyAttr_ = type_->attributes().attr(keyArg_).get();
+  return keyAttr_;
 }
 
 Ptr<MoxAttr const> MoxAttr::attr(Name const& name) const {

@@ -11,6 +11,7 @@
 #include "Mox/Name.h"
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
+#include "registry/AttributeRow.h"
 
 namespace MOX_API Mox {
 
@@ -35,7 +36,7 @@ using TypeNameQ = LinkQueue<TypeNameQLink, unsigned int, TypeName>;
 
 class MoxAttr : public virtual PtrInterface {
  public:
-  /// Two words of flags, given by the schema and read back by `kindName` alone.
+  /// Two words of flags, given by the schema. Programs ask `kind()`.
   struct AttrFlags {
     std::uint32_t word0 = 0;
     std::uint32_t word1 = 0;
@@ -73,15 +74,20 @@ class MoxAttr : public virtual PtrInterface {
   MoxType* type() const { return type_; }
   /// Null for what is no collection.
   MoxType* keyType() const { return keyType_; }
-  /// The attribute of the members that holds the key, of a collection of entities; else null.
-  MoxAttr* keyAttr() const { return keyAttr_; }
+  /// Of a collection of entities: the attribute of the members that holds the key; else null. Found
+  /// when it is first asked for if the member's type was described later than the owner's.
+  MoxAttr* keyAttr() const;
   Name const& keyArg() const { return keyArg_; }
   bool isOrdered() const { return isOrdered_; }
   AttrFlags const& flags() const { return flags_; }
   MoxAttrIntrospectionFlags introspectionFlags() const { return introspectionFlags_; }
-  /// The kind of attribute that the flags tell: "value", "child collection", ...; "system" for what
-  /// no schema declares.
-  char const* kindName() const;
+  /// What the schema declares of the attribute; null for what no schema declares.
+  AttributeRow const* row() const { return row_; }
+  void rowIs(AttributeRow const& row) { row_ = &row; }
+  AttributeKind kind() const { return row_ ? row_->kind : AttributeKind::system; }
+  char const* kindName() const { return Mox::kindName(kind()); }
+  /// The doc comment of the schema, its lines separated by newlines.
+  char const* doc() const { return row_ ? row_->doc : ""; }
   TypeNameQ const& constructorArgNameQ() const { return constructorArgNameQ_; }
   TypeNameQ const& constructorArgTypeQ() const { return constructorArgTypeQ_; }
 
@@ -110,10 +116,11 @@ class MoxAttr : public virtual PtrInterface {
   Name name_;
   MoxType* type_ = nullptr;
   MoxType* keyType_ = nullptr;
-  MoxAttr* keyAttr_ = nullptr;
+  mutable MoxAttr* keyAttr_ = nullptr;
   AttrFlags flags_;
   MoxAttrIntrospectionFlags introspectionFlags_ = 0;
   AttributeId id_ = 0;
+  AttributeRow const* row_ = nullptr;
   bool isOrdered_ = true;
   Name keyArg_;
   TypeNameQ constructorArgNameQ_;

@@ -25,6 +25,14 @@ class In;
 class Out;
 }  // namespace NboAttrLog
 
+/// The numbers that an identifier accepts.
+struct ValueRange {
+  unsigned long long least;
+  unsigned long long largest;
+  /// Whether `largest` means "no such object".
+  bool hasNull;
+};
+
 class MoxType : public Entity {
  public:
   struct MoxTypeFlags {
@@ -158,6 +166,12 @@ class MoxType : public Entity {
   void isEnumTypeIs(bool enumType) { isEnumType_ = enumType; }
   void isEntityIs(bool entity) { isEntity_ = entity; }
   void hasGenericIfSupportIs(bool support) { hasGenericIfSupport_ = support; }
+  /// The doc comment of the schema, its lines separated by newlines; empty without one.
+  char const* doc() const { return doc_; }
+  /// `doc`: static.
+  void docIs(char const* doc) { doc_ = doc; }
+  /// Of an identifier; null for all else.
+  ValueRange const* range() const { return range_; }
 
   /// The attributes by name.
   MoxAttr const& attributes() const { return **attributes_; }
@@ -195,6 +209,8 @@ class MoxType : public Entity {
 
  protected:
   void isRootTypeIs(bool root) { isRootType_ = root; }
+  /// `range`: static.
+  void rangeIs(ValueRange const* range) { range_ = range; }
   void keyTextIs(KeyText text) { keyText_ = text; }
   void typeTextIs(TypeText const* text) { typeText_ = text; }
 
@@ -208,6 +224,8 @@ class MoxType : public Entity {
   bool isEntity_ = false;
   bool hasGenericIfSupport_ = false;
   bool isRootType_ = false;
+  char const* doc_ = "";
+  ValueRange const* range_ = nullptr;
   KeyText keyText_ = nullptr;
   TypeText const* typeText_ = nullptr;
 

@@ -45,6 +45,17 @@ inline constexpr ValueOps valueOps = {
 }
 ;
 
+template <class T>
+inline constexpr ValueRange const* valueRange = nullptr;
+template <class T>
+requires T::isMoxIdentifier inline constexpr ValueRange identifierRange{T::least, T::largest,
+                                                                        requires {T::null;
+}
+}
+;
+template <class T>
+requires T::isMoxIdentifier inline constexpr ValueRange const* valueRange<T> = &identifierRange<T>;
+
 /// The run-time type of a value that is no enumeration; its generic objects are ValueCarriers.
 class PlainValueType : public MoxType {
  public:
@@ -72,6 +83,7 @@ class ValueType : public PlainValueType {
  public:
   ValueType(Name const& name, Name const& qualifiedName)
       : PlainValueType(name, qualifiedName, valueOps<T>) {
+    rangeIs(valueRange<T>);
     static_assert(alignof(T) <= alignof(std::max_align_t));
   }
 };
@@ -95,10 +107,11 @@ class EnumType : public MoxType {
   explicit EnumType(Name const& name) : MoxType(name, nullptr, nullptr, {}) {}
 };
 
-/// Makes the type of a value, immortal.
+/// Makes the type of a value, immortal. `doc`: static.
 template <class T>
-MoxType* newValueType(char const* name, char const* qualifiedName) {
+MoxType* newValueType(char const* name, char const* qualifiedName, char const* doc = "") {
   auto* const type = new ValueType<T>(name, qualifiedName);
+  type->docIs(doc);
   type->referencesLeak();
   return type;
 }

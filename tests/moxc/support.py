@@ -14,7 +14,7 @@ sys.dont_write_bytecode = True
 if MOXC_DIR not in sys.path:
     sys.path.insert(0, MOXC_DIR)
 
-import model  # noqa: E402
+import loader  # noqa: E402
 from errors import Errors  # noqa: E402
 
 
@@ -30,7 +30,7 @@ def compileFiles(files, main='t.mox', importDirs=()):
             with open(path, 'wb') as file:
                 file.write(text if isinstance(text, bytes) else text.encode('utf-8'))
         errors = Errors()
-        module = model.load(os.path.join(directory, main),
+        module = loader.load(os.path.join(directory, main),
                             [os.path.join(directory, name) for name in importDirs], errors)
         return module, [line.replace(directory + os.sep, '') for line in errors.lines()]
 
@@ -43,7 +43,7 @@ def compileText(text):
 def loadSchema(name):
     """The Module of a schema of the project."""
     errors = Errors()
-    module = model.load(os.path.join(SCHEMA_DIR, name), [], errors)
+    module = loader.load(os.path.join(SCHEMA_DIR, name), [], errors)
     assert module is not None, '\n'.join(errors.lines())
     return module
 

@@ -4,7 +4,7 @@ import unittest
 
 from support import attrNamed, compileFiles, compileText, entityNamed
 
-import model
+import dump
 
 
 def accepted(test, text):
@@ -27,7 +27,7 @@ class Language(unittest.TestCase):
         spaced = ('\ufeffmodule T // name\r\n\r\nnamespace N\r\n//// no doc comment\r\nenum E\r\n{'
                   '\ta\t=\t1\r\nb = 2 }\r\nentity F\r\nnamed\r\n{\r\nx : E\r\n= b\r\ny [ U8 ]\r\n:'
                   '\r\nString8\r\n}\r\n')
-        self.assertEqual(model.dump(accepted(self, text)), model.dump(accepted(self, spaced)))
+        self.assertEqual(dump.dump(accepted(self, text)), dump.dump(accepted(self, spaced)))
 
     def testDocCommentsAttachToWhatFollows(self):
         module = accepted(self, 'module T\nnamespace N\n/// An  enumeration.\n///\n///   Two.\n'

@@ -179,7 +179,7 @@ TYPES = {
     'value without namespace': (below('value V from "v.h"'), [
         "3:7: 'V' stands in no namespace, expected a qualified C++ name"]),
     'value with a name as default': (below('value A::V from "v.h" = zero'), [
-        "3:25: default 'zero' of value type 'V', expected a number, or C++ text in quotes"]),
+        "3:25: default of 'V' is 'zero', expected a number, or C++ text in quotes"]),
 }
 
 ENTITIES = {
