@@ -43,12 +43,12 @@ class MoxtypesTest(unittest.TestCase):
             whole = file.read()
         path = os.path.join(os.environ.get('TMPDIR', '/tmp'), 'moxtypes_%d.so' % os.getpid())
         try:
-            for length in (3, 64, 4096, len(whole) // 2):
+            for length in (3, 64, 4096, len(whole) // 2, len(whole) - 1):
                 with open(path, 'wb') as file:
                     file.write(whole[:length])
                 code, out, err = moxtypes(path)
                 self.assertEqual((code, out), (1, ''))
-                self.assertRegex(err, '^moxtypes: .*: (not an object file|describes no types)\n$')
+                self.assertRegex(err, '^moxtypes: .*: (not|a damaged) (an )?object file\n$')
         finally:
             os.remove(path)
 
@@ -64,14 +64,18 @@ class MoxtypesTest(unittest.TestCase):
         self.assertEqual(attributes['serdes']['memberKey'], 'id')
         self.assertEqual(attributes['numCores']['of'], 'Inventory::Sand::FapBase')
         self.assertEqual(attributes['pllClock']['flags'], [0x08220143, 0x01000400])
+        lane = {row['name']: row for row in types['Inventory::Arad::NifSerdes']['attributes']}
+        self.assertEqual([lane['txSerdesId'][key] for key in ('least', 'largest', 'default')],
+                         [0, 72, 'id'])
+        self.assertTrue(lane['txSerdesId']['doc'] and types['Inventory::Arad::NifSerdes']['doc'])
 
     def testTheTextAlignsWhatItPrints(self):
         code, out, _ = moxtypes('--attributes', '--own', library('InvArad'))
         self.assertEqual(code, 0)
         lines = out.splitlines()
         at = lines.index('Inventory::Arad::Qsgmii : Mox::Entity (id (Hardware::Sand::QsgmiiId))')
-        column = lines[at + 1].index('Kind')
-        self.assertEqual([line[column:].split('  ')[0] for line in lines[at + 2:at + 7]],
+        column = lines[at + 2].index('Kind')
+        self.assertEqual([line[column:].split('  ')[0] for line in lines[at + 3:at + 8]],
                          ['interface', 'constructor value', 'value', 'value', 'key'])
 
     def testTheReferenceIsCurrent(self):

@@ -43,23 +43,31 @@ class Module {
   Module(Module const&) = delete;
   Module& operator=(Module const&) = delete;
 
-  /// The content of a section; throws when there is none.
+  /// The content of a section; throws when there is none, or when the file is damaged.
   std::string section(char const* wanted) const {
-    std::size_t names = 0;
-    elf_getshdrstrndx(elf_, &names);
+    // libelf reads a file whose section headers are cut off as one without sections.
+    GElf_Ehdr file;
+    check(gelf_getehdr(elf_, &file));
+    std::size_t names = 0, count = 0;
+    check(elf_getshdrnum(elf_, &count) == 0 && (count != 0 || file.e_shoff == 0));
+    check(count == 0 || elf_getshdrstrndx(elf_, &names) == 0);
     for (Elf_Scn* at = elf_nextscn(elf_, nullptr); at; at = elf_nextscn(elf_, at)) {
       GElf_Shdr header;
-      if (!gelf_getshdr(at, &header)) continue;
+      check(gelf_getshdr(at, &header));
       char const* const name = elf_strptr(elf_, names, header.sh_name);
-      if (!name || std::string_view(name) != wanted) continue;
+      check(name);
+      if (std::string_view(name) != wanted) continue;
       Elf_Data const* const data = elf_rawdata(at, nullptr);
-      if (!data || !data->d_buf) break;
+      check(data && data->d_buf);
       return {static_cast<char const*>(data->d_buf), data->d_size};
     }
     throw std::runtime_error("describes no types");
   }
 
  private:
+  static void check(bool isWhole) {
+    if (!isWhole) throw std::runtime_error("a damaged object file");
+  }
   void close() {
     elf_end(elf_);
     ::close(fd_);
@@ -132,19 +140,41 @@ Row const header = {"Id",
                     "Flags",
                     "Introspection",
                     "Member key",
-                    "Member constructor arguments"};
+                    "Member constructor arguments",
+                    "Default",
+                    "Description"};
+
+std::string oneLine(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
+}
+
+/// "0 to 96 (none)" of an identifier, empty for all else.
+std::string rangeText(MoxType const* type) {
+  Mox::ValueRange const* const range = type ? type->range() : nullptr;
+  if (!range) return "";
+  return std::to_string(range->least) + " to " + std::to_string(range->largest) +
+         (range->hasNull ? " (none)" : "");
+}
+
+/// The type of a value, with the numbers that an identifier accepts.
+std::string valueTypeName(MoxType const* type) {
+  std::string const range = rangeText(type);
+  return typeName(type) + (range.empty() ? "" : ", " + range);
+}
 
 Row rowOf(MoxAttr const& attribute) {
-  return {
-      hex(static_cast<std::uint32_t>(attribute.id())),
-      toStd(attribute.name()),
-      typeName(attribute.type()),
-      typeName(attribute.keyType()),
-      attribute.kindName(),
-      hex(attribute.flags().word0, 8) + " " + hex(attribute.flags().word1, 8),
-      hex(attribute.introspectionFlags()),
-      attribute.keyAttr() ? toStd(attribute.keyAttr()->name()) : "",
-      argumentText(arguments(attribute.constructorArgNameQ(), attribute.constructorArgTypeQ()))};
+  return {hex(static_cast<std::uint32_t>(attribute.id())),
+          toStd(attribute.name()),
+          valueTypeName(attribute.type()),
+          valueTypeName(attribute.keyType()),
+          attribute.kindName(),
+          hex(attribute.flags().word0, 8) + " " + hex(attribute.flags().word1, 8),
+          hex(attribute.introspectionFlags()),
+          attribute.keyAttr() ? toStd(attribute.keyAttr()->name()) : "",
+          argumentText(arguments(attribute.constructorArgNameQ(), attribute.constructorArgTypeQ())),
+          attribute.row() ? attribute.row()->defaultText : "",
+          oneLine(attribute.doc())};
 }
 
 class Printer {
@@ -154,6 +184,7 @@ class Printer {
   void text(std::vector<MoxType const*> const& types) {
     for (MoxType const* type : types) {
       out_ << (type == types.front() ? "" : "\n") << heading(*type) << "\n";
+      if (*type->doc()) out_ << "  " << oneLine(type->doc()) << "\n";
       std::vector<Row> rows = rowsOf(*type);
       rows.insert(rows.begin(), header);
       std::vector<std::size_t> widths(header.size());
@@ -174,6 +205,7 @@ class Printer {
          << (isOwnOnly_ ? " --own" : "") << " " << module << "`.\n";
     for (MoxType const* type : types) {
       out_ << "\n## `" << typeName(type) << "`\n\n" << about(*type) << "\n\n";
+      if (*type->doc()) out_ << oneLine(type->doc()) << "\n\n";
       line(header, false);
       line(Row(header.size(), "---"), false);
       for (Row const& row : rowsOf(*type)) line(row, true);
@@ -197,9 +229,17 @@ class Printer {
         auto const made =
             arguments(attribute.constructorArgNameQ(), attribute.constructorArgTypeQ());
         if (!made.empty()) row["arguments"] = argumentJson(made);
+        if (Mox::ValueRange const* const range = attribute.type()->range()) {
+          row["least"] = range->least;
+          row["largest"] = range->largest;
+        }
+        if (attribute.row() && *attribute.row()->defaultText)
+          row["default"] = attribute.row()->defaultText;
+        if (*attribute.doc()) row["doc"] = attribute.doc();
         attributes.push_back(row);
       });
       ordered_json row = {{"name", typeName(type)}, {"size", type->size()}};
+      if (*type->doc()) row["doc"] = type->doc();
       if (type->isEntity()) {
         row["base"] = typeName(type->baseType());
         row["arguments"] =
@@ -243,7 +283,7 @@ class Printer {
   }
   void line(Row const& row, bool isData) {
     for (std::size_t i = 0; i < row.size(); ++i) {
-      bool const isCode = isData && !row[i].empty() && i != 4 && i != 8;
+      bool const isCode = isData && !row[i].empty() && i != 4 && i != 8 && i != 10;
       out_ << "| " << (isCode ? "`" + row[i] + "`" : row[i]) << (row[i].empty() ? "" : " ");
     }
     out_ << "|\n";
