@@ -1,10 +1,12 @@
 // Writes what the fuzzers start from: `fuzz_corpus DIR` makes DIR/frames, DIR/greeting, DIR/stream
 // and DIR/property_file.
+#include <InvArad.h>
+
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 
-#include "tests/attrlog/HostilePeer.h"
+#include "simulation/HostilePeer.h"
 
 namespace {
 
@@ -26,7 +28,8 @@ int main(int count, char** arguments) {
   std::filesystem::path const to = arguments[1];
   for (unsigned char role : {0, 2, 3}) {
     for (unsigned int seed = 1; seed <= 8; ++seed) {
-      std::string const stream = Log::test::recording(role, seed, seed * 4, 200);
+      std::string const stream = Mox::Simulation::recording(*Inventory::Arad::AradSlice::_fwkType(),
+                                                            role, seed, seed * 4, 200);
       auto const* const bytes = reinterpret_cast<unsigned char const*>(stream.data());
       std::size_t const greeting = 1 + Log::getBytes(bytes + 9, 2);
       std::string const name = std::to_string(role) + "_" + std::to_string(seed);

@@ -1,13 +1,15 @@
 // A whole stream, greeting and frames, fed to one end of a connection with a small tree. The first
 // byte says what this end is. Besides bytes, whole frames are changed, so that most inputs get
 // behind the checks of their form.
+#include <InvArad.h>
+
 #include <algorithm>
 #include <cstring>
 #include <random>
 #include <vector>
 
 #include "fuzz/Memory.h"
-#include "tests/attrlog/HostilePeer.h"
+#include "simulation/HostilePeer.h"
 
 namespace Log = Mox::NboAttrLog;
 
@@ -18,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* bytes, std::size_t si
   // with its collections and its adapter, at both of them.
   Fuzz::MemoryBound const bound(size, 8u << 20, 1024);
   try {
-    Log::test::feedHostile(bytes, size);
+    Mox::Simulation::feedHostile(*Inventory::Arad::AradSlice::_fwkType(), bytes, size);
   } catch (std::exception const& wrong) {
     std::fprintf(stderr, "%s\n", wrong.what());
     std::abort();

@@ -13,6 +13,9 @@ void checkEnd(Link const& link, bool isThorough) {
   std::size_t const most =
       demuxer.options().outCapacity + defaultMaxMessageSize + frameOverhead + runReserve;
   if (demuxer.out()->committedSize() > most) throw Failure("more is buffered than the capacity");
+  if (std::string const broken = demuxer.checkInvariants(); !broken.empty()) {
+    throw Failure("broken invariant: " + broken);
+  }
   if (!isThorough) return;
   demuxer.reactorsVisit([](Adapter const& adapter) {
     if (adapter.rawEntity() == nullptr) throw Failure("an adapter without an entity");

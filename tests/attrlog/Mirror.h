@@ -4,62 +4,18 @@
 
 #include <InvArad.h>
 
-#include <algorithm>
-#include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "attrlog/link/Link.h"
 #include "attrlog/link/Session.h"
-#include "model/TypeText.h"
-#include "registry/MoxType.h"
+#include "simulation/TreeText.h"
 #include "transport/MemoryLink.h"
 
 namespace Mox::NboAttrLog::test {
 
-/// Every value of a tree, a line each, in an order that depends on nothing else.
-inline void treeText(Entity const& entity, std::string const& path, std::ostream& out) {
-  out << path << "\n";
-  entity.fwkType()->typeText()->forEach([&](AttributeText const& attribute) {
-    std::string const place = path + "." + attribute.name;
-    switch (attribute.form) {
-      case AttributeText::Form::scalar:
-        out << place << "=" << attribute.value(entity).view() << "\n";
-        break;
-      case AttributeText::Form::child:
-        if (Ptr<Entity> child = attribute.child(entity)) {
-          out << place << " name " << child->name().view() << "\n";
-          treeText(**child, place, out);
-        }
-        break;
-      case AttributeText::Form::values:
-      case AttributeText::Form::children: {
-        std::map<std::string, MemberText> members;
-        attribute.members(entity, [&](MemberText const& member) {
-          members.emplace(std::string(member.key.view()), member);
-        });
-        for (auto const& [key, member] : members) {
-          std::string const memberPlace = place + "[" + key + "]";
-          if (member.child) {
-            out << memberPlace << " name " << member.child->name().view() << "\n";
-            treeText(**member.child, memberPlace, out);
-          } else {
-            out << memberPlace << "=" << member.value.view() << "\n";
-          }
-        }
-        break;
-      }
-    }
-  });
-}
-
-inline std::string treeText(Ptr<Entity> const& root) {
-  std::ostringstream out;
-  if (root) treeText(**root, "root", out);
-  return out.str();
-}
+using Simulation::treeText;
 
 /// With 0, every turn acknowledges what came in it: no clock has to move.
 inline LinkOptions prompt(LinkOptions options = {}, std::uint64_t ackDelayMs = 0) {

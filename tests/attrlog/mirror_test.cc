@@ -37,84 +37,6 @@ Ptr<AradSlice> smallSlice() {
   return slice;
 }
 
-TEST(Mirror, WholeTreeArrivesOneByteAtATime) {
-  Mirror mirror(smallSlice());
-  mirror.connect(1);
-  mirror.settle();
-  EXPECT_EQ(mirror.importerClosed, "");
-  EXPECT_TRUE(mirror.in().inStep());
-  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
-  EXPECT_EQ(mirror.in().stats().strays, 0u);
-  EXPECT_EQ(mirror.out().reactorCount(), mirror.in().reactorCount());
-  EXPECT_EQ(mirror.in().flowInCount(), 0u);
-}
-
-TEST(Mirror, AnEmptyRootAndAnEmptyStringArrive) {
-  Mirror mirror(Ptr<Entity>(new AradSlice("slice")));
-  mirror.connect();
-  mirror.settle();
-  EXPECT_TRUE(mirror.in().inStep());
-  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
-}
-
-/// What one change costs on a quiet connection.
-struct Change {
-  char const* name;
-  void (*change)(AradSlice& slice);
-  unsigned int frames;
-};
-
-TEST(Mirror, AChangeOnAQuietConnectionIsOneMessageAndNoneGoesBack) {
-  static constexpr Change changes[] = {
-      {"plain u32", [](AradSlice& s) { s.numPortsIs(9); }, 1},
-      {"plain bool", [](AradSlice& s) { s.useMdioIs(true); }, 1},
-      {"equal value", [](AradSlice& s) { s.useMdioIs(true); }, 0},
-      {"enumeration", [](AradSlice& s) { s.managedPhyIs(Inventory::Arad::noPhy); }, 1},
-      {"unknown enumerator",
-       [](AradSlice& s) { s.managedPhyIs(static_cast<Inventory::Arad::AradManagedPhy>(77)); }, 1},
-      {"identifier", [](AradSlice& s) { s.fap("fap0")->port(17)->xlgeIdIs(3); }, 1},
-      {"name", [](AradSlice& s) { s.fap("fap0")->lunetPeerNameIs("other"); }, 1},
-      {"base's string", [](AradSlice& s) { s.fap("fap0")->descriptionIs("text"); }, 1},
-      {"base's number", [](AradSlice& s) { s.fap("fap0")->numCoresIs(2); }, 1},
-      {"string emptied", [](AradSlice& s) { s.fap("fap0")->descriptionIs(""); }, 1},
-      {"value under a number", [](AradSlice& s) { s.fap("fap0")->xlge(3)->serdesIs(9, true); }, 1},
-      {"value removed", [](AradSlice& s) { s.fap("fap0")->xlge(3)->serdesDel(4); }, 1},
-      {"value missed", [](AradSlice& s) { s.fap("fap0")->xlge(3)->serdesDel(4); }, 0},
-      {"string under a string", [](AradSlice& s) { s.fap("fap0")->ddrTuneSettingIs("k", "v"); }, 1},
-      {"string removed", [](AradSlice& s) { s.fap("fap0")->ddrTuneSettingDel("dram"); }, 1},
-      {"child removed", [](AradSlice& s) { s.fap("fap0")->serdesDel(3); }, 1},
-      {"singleton removed", [](AradSlice& s) { s.fap("fap0")->pciDeviceDel(); }, 1},
-      // Its creation, begin and end of its one collection, and the end of its transfer.
-      {"child made", [](AradSlice& s) { s.fap("fap0")->elkPerUnitsSocPropertiesIs(5); }, 4},
-      {"child made again", [](AradSlice& s) { s.fap("fap0")->elkPerUnitsSocPropertiesIs(5); }, 0},
-      {"grandchild's value",
-       [](AradSlice& s) { s.fap("fap0")->elkPerUnitsSocProperties(5)->propertyIs("k", "v"); }, 1},
-      {"wrapped child's value",
-       [](AradSlice& s) {
-         s.fap("fap0")
-             ->serdes(5)
-             ->jerichoNifSerdesTuning(Hardware::Sand::serdesTuningCopper)
-             ->preCursorIs(2);
-       },
-       1},
-  };
-  Ptr<AradSlice> slice = smallSlice();
-  Mirror mirror(slice);
-  mirror.connect();
-  mirror.settle();
-  std::uint64_t const back = mirror.in().stats().framesSent;
-  for (Change const& change : changes) {
-    std::uint64_t const before = mirror.out().stats().framesSent;
-    change.change(**slice);
-    mirror.settle();
-    EXPECT_EQ(mirror.out().stats().framesSent - before, change.frames) << change.name;
-    EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root())) << change.name;
-  }
-  EXPECT_EQ(mirror.in().stats().framesSent, back);
-  EXPECT_EQ(mirror.in().stats().unknownEnums, 1u);
-  EXPECT_EQ(mirror.in().stats().strays, 0u);
-}
-
 TEST(Mirror, ALongStringChangedInPiecesIsNeverSeenHalf) {
   Ptr<AradSlice> slice = smallSlice();
   Ptr<Arad> arad = slice->fap("fap0");
@@ -140,35 +62,6 @@ TEST(Mirror, ALongStringChangedInPiecesIsNeverSeenHalf) {
   EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
   EXPECT_EQ(mirror.in().flowInCount(), 0u);
   watch->notifierIs(nullptr);
-}
-
-TEST(Mirror, ReconnectDeletesWhatIsGoneAndKeepsTheRestAsTheSameObjects) {
-  Ptr<AradSlice> slice = smallSlice();
-  Ptr<Arad> arad = slice->fap("fap0");
-  Mirror mirror(slice);
-  mirror.connect();
-  mirror.settle();
-  auto* copy = dynamic_cast<AradSlice*>(mirror.copy().get());
-  Ptr<Inventory::Arad::NifSerdes> const kept = copy->fap("fap0")->serdes(5);
-  Ptr<Entity> const tuning = kept->jerichoNifSerdesTuning(Hardware::Sand::serdesTuningCopper);
-  mirror.cut();
-  EXPECT_NE(mirror.importerClosed, "");
-  EXPECT_NE(mirror.exporterClosed, "");
-  arad->serdesDel(3);
-  arad->pciDeviceDel();
-  arad->port(17)->txConnectionDel();
-  arad->ddrTuneSettingDel("dram");
-  arad->serdesDel(4);
-  arad->serdesIs(4, true, true, 1, 2, 3);
-  arad->portIs(18, nullptr);
-  slice->numPortsIs(1000);
-  mirror.connect(7);
-  mirror.settle();
-  EXPECT_TRUE(mirror.in().inStep());
-  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
-  EXPECT_EQ(copy, mirror.copy().get());
-  EXPECT_EQ(copy->fap("fap0")->serdes(5), kept);
-  EXPECT_EQ(Ptr<Entity>(kept->jerichoNifSerdesTuning(Hardware::Sand::serdesTuningCopper)), tuning);
 }
 
 TEST(Mirror, AChangeOfAReadOnlyCopyIsReportedOnceAndUndone) {
@@ -214,23 +107,6 @@ TEST(Mirror, AChangeOfAReadOnlyCopyIsReportedOnceAndUndone) {
             (std::vector<std::string>{"exporter: connected",
                                       "exporter: may not be written: import/slice.numPorts; "
                                       "further ones are counted only"}));
-}
-
-TEST(Mirror, ARemovedChildThatSomebodyHoldsSaysNothingMore) {
-  Ptr<AradSlice> slice = smallSlice();
-  Mirror mirror(slice);
-  mirror.connect();
-  mirror.settle();
-  Ptr<Inventory::Arad::EthPort> held = slice->fap("fap0")->portDel(17);
-  mirror.settle();
-  std::uint64_t const before = mirror.out().stats().framesSent;
-  held->laneIs(3);
-  held->txConnectionDel();
-  mirror.settle();
-  EXPECT_EQ(mirror.out().stats().framesSent, before);
-  EXPECT_EQ(mirror.in().stats().strays, 0u);
-  EXPECT_EQ(mirror.out().reactorCount(), mirror.in().reactorCount());
-  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
 }
 
 TEST(Ack, OfAnEndThatOnlyListensTakesItsTime) {

@@ -90,30 +90,6 @@ Chain& start(Chain& chain) {
   return chain;
 }
 
-TEST(Relay, ChangesGoDownAndUpThroughAProcessInTheMiddle) {
-  Chain chain(3, {true, true});
-  start(chain).expectSame();
-  chain.slice->fap("f")->portIs(2, nullptr)->txConnectionIs(9);
-  chain.settle();
-  chain.expectSame();
-  chain.tree(2).fap("f")->port(2)->laneIs(7);
-  chain.tree(2).fap("f")->portIs(3, nullptr)->laneIs(8);
-  chain.tree(2).fap("f")->portDel(1);
-  chain.settle();
-  chain.expectSame();
-  EXPECT_EQ(chain.slice->fap("f")->port(2)->lane(), 7);
-  ASSERT_TRUE(chain.slice->fap("f")->port(3));
-  EXPECT_EQ(chain.slice->fap("f")->port(3)->lane(), 8);
-  EXPECT_FALSE(chain.slice->fap("f")->port(1));
-  // Down to the last end and up again over a new connection in the middle.
-  chain.cut(0);
-  chain.slice->numPortsIs(77);
-  chain.connect(0);
-  chain.settle();
-  chain.expectSame();
-  EXPECT_EQ(chain.tree(2).numPorts(), 77u);
-}
-
 TEST(Relay, AWriteThatTheMiddleMayNotMakeItselfIsUndoneAtTheFarEnd) {
   Chain chain(3, {false, true});
   start(chain).expectSame();
@@ -140,22 +116,6 @@ TEST(Relay, AWriteThatTheMiddleMayNotMakeItselfIsUndoneAtTheFarEnd) {
     EXPECT_EQ(chain.ups[1]->stats().readOnlyWrites, 0u) << "the middle has changed nothing";
   }
   EXPECT_EQ(chain.downs[1]->stats().reflected, 5u);
-}
-
-TEST(Relay, ARemovalUnderAnEnumeratorThatTheMiddleDoesNotKnowEndsNoConnection) {
-  Chain chain(3, {false, true});
-  start(chain);
-  chain.slice->fap("f")->serdesIs(3, false, false, 0, 0, 0);
-  chain.settle();
-  auto const later = static_cast<Hardware::Sand::JerichoNifSerdesTuningMode>(77);
-  Ptr<Inventory::Arad::NifSerdes> const lane = chain.tree(2).fap("f")->serdes(3);
-  lane->jerichoNifSerdesTuningIs(later);
-  chain.settle();
-  lane->jerichoNifSerdesTuningDel(later);
-  chain.settle();
-  chain.expectSame();
-  EXPECT_TRUE(chain.closed.empty());
-  EXPECT_GT(chain.downs[1]->stats().handlerExceptions, 0u);
 }
 
 TEST(Relay, AChangeOfTheModeHoldsOnEveryConnectionOfTheEntity) {
@@ -244,55 +204,6 @@ TEST(Relay, AConnectionThatDiesInATransactionLeavesNoMarks) {
     for (auto port = copy->portIterator(); port; ++port) EXPECT_FALSE(port->moxMarkedForDeletion());
   }
   EXPECT_GT(interrupted, 5);
-}
-
-TEST(Peers, OfOneTreeSeeEachOthersWritesButThoseThatMayNotAreUndone) {
-  Ptr<AradSlice> slice(new AradSlice("s"));
-  slice->fapIs("f", 4);
-  Session server("server");
-  server.exportIs(Ptr<Entity>(slice));
-  server.exportsDone();
-  struct Client {
-    std::unique_ptr<Session> session;
-    Ptr<Dir> dir{new Dir(Name("d"))};
-    AradSlice& tree() { return dynamic_cast<AradSlice&>(**dir->entry("s")->target()); }
-  };
-  std::vector<Client> clients(4);
-  for (std::size_t i = 0; i < clients.size(); ++i) {
-    LinkOptions options = prompt();
-    options.wantsWrite = true;
-    clients[i].session = std::make_unique<Session>("client" + std::to_string(i), options);
-    clients[i].session->importDirIs(clients[i].dir);
-    auto ends = MemoryLink::pair(65536);
-    // The server's permission is its listening socket's.
-    LinkOptions accepted = prompt();
-    accepted.grantsWrite = i % 2 == 0;
-    server.linkIs(std::move(ends.first), accepted);
-    clients[i].session->linkIs(std::move(ends.second));
-  }
-  auto const settle = [&] {
-    for (int turns = 0; turns < 100; ++turns) {
-      server.service(1);
-      for (Client& client : clients) client.session->service(1);
-    }
-    for (Client& client : clients) {
-      EXPECT_EQ(treeText(Ptr<Entity>(&client.tree())), treeText(Ptr<Entity>(slice)));
-    }
-  };
-  settle();
-  for (std::size_t i = 0; i < clients.size(); ++i) {
-    clients[i].tree().numPortsIs(100 + static_cast<unsigned int>(i));
-    clients[i].tree().fap("f")->portIs(static_cast<unsigned short>(i), nullptr);
-    settle();
-    EXPECT_EQ(slice->numPorts(), 100 + i / 2 * 2);
-    EXPECT_EQ(bool(slice->fap("f")->port(static_cast<unsigned short>(i))), i % 2 == 0);
-  }
-  // All at once.
-  for (std::size_t i = 0; i < clients.size(); ++i) {
-    clients[i].tree().numPortsIs(200 + static_cast<unsigned int>(i));
-    clients[i].tree().fap("f")->serdesIs(3, i & 1, i & 2, 0, 0, 0);
-  }
-  settle();
 }
 
 TEST(Peers, ALateGreetingOfAnOlderConnectionDoesNotEndTheNewerOne) {

@@ -48,93 +48,6 @@ struct Scene {
   Mirror mirror;
 };
 
-TEST(Reference, ATargetOfNoTreeIsAnnouncedOnceAndSharedByThoseThatReferToIt) {
-  Scene scene;
-  std::size_t const before = scene.mirror.in().reactorCount();
-  Ptr<Slot> const slot(new Slot("cage"));
-  scene.port(1)->xcvrSlotIs(slot);
-  scene.settle();
-  EXPECT_EQ(scene.mirror.in().reactorCount(), before + 1);
-  Ptr<Slot> const copy = scene.copied(1)->xcvrSlot();
-  ASSERT_TRUE(copy);
-  EXPECT_EQ(copy->name(), "cage");
-  scene.port(2)->xcvrSlotIs(slot);
-  scene.slice->fap("f")->portIs(3, nullptr)->xcvrSlotIs(slot);
-  scene.settle();
-  EXPECT_EQ(scene.copied(2)->xcvrSlot(), copy);
-  EXPECT_EQ(scene.copied(3)->xcvrSlot(), copy);
-  EXPECT_EQ(scene.mirror.in().stats().strays, 0u);
-}
-
-TEST(Reference, ATargetInAConstructorArgumentIsAnnouncedBeforeTheChild) {
-  Scene scene;
-  Ptr<Inventory::Port> const target(new Inventory::Port("front"));
-  scene.slice->fap("f")->portIs(9, target);
-  scene.settle();
-  ASSERT_TRUE(scene.copied(9));
-  ASSERT_TRUE(scene.copied(9)->ethPort());
-  EXPECT_EQ(scene.copied(9)->ethPort()->name(), "front");
-}
-
-TEST(Reference, ATargetThatDiesIsWithdrawn) {
-  Scene scene;
-  std::size_t const before = scene.mirror.in().reactorCount();
-  Ptr<Slot> slot(new Slot("cage"));
-  scene.port(1)->xcvrSlotIs(slot);
-  scene.settle();
-  slot = nullptr;
-  scene.settle();
-  EXPECT_EQ(scene.mirror.in().reactorCount(), before + 1) << "the port still holds it";
-  scene.port(1)->xcvrSlotIs(nullptr);
-  scene.settle();
-  EXPECT_EQ(scene.mirror.in().reactorCount(), before);
-  EXPECT_FALSE(scene.copied(1)->xcvrSlot());
-  EXPECT_EQ(scene.mirror.in().stats().strays, 0u);
-}
-
-TEST(Reference, ATargetIsTheSameObjectAfterAReconnectAndAStaleOneIsLetGo) {
-  Scene scene;
-  Ptr<Slot> const kept(new Slot("kept"));
-  scene.port(1)->xcvrSlotIs(kept);
-  scene.port(2)->xcvrSlotIs(new Slot("stale"));
-  scene.settle();
-  Ptr<Slot> const keptCopy = scene.copied(1)->xcvrSlot();
-  Slot* const staleCopy = scene.copied(2)->xcvrSlot().get();
-  bool isStaleAlive = true;
-  struct Watch : Slot::NotifieeConst {
-    bool* alive = nullptr;
-    void onZeroReferences() override { *alive = false; }
-  };
-  Ptr<Watch> watch(new Watch);
-  watch->alive = &isStaleAlive;
-  watch->isRegisteredNotifieeIs(true);
-  watch->isWeakReferenceIs(true);
-  watch->notifierIs(Ptr<PtrInterface const>(staleCopy));
-  scene.mirror.cut();
-  scene.port(2)->xcvrSlotIs(nullptr);
-  EXPECT_TRUE(isStaleAlive);
-  scene.connect();
-  EXPECT_EQ(scene.copied(1)->xcvrSlot(), keptCopy);
-  EXPECT_FALSE(scene.copied(2)->xcvrSlot());
-  EXPECT_FALSE(isStaleAlive);
-}
-
-TEST(Reference, AnImporterThatMayWriteRefersToItsOwnEntities) {
-  Scene scene(true);
-  scene.copied(1)->xcvrSlotIs(new Slot("importer's"));
-  scene.settle();
-  ASSERT_TRUE(scene.port(1)->xcvrSlot());
-  EXPECT_EQ(scene.port(1)->xcvrSlot()->name(), "importer's");
-  scene.port(2)->xcvrSlotIs(scene.port(1)->xcvrSlot());
-  scene.settle();
-  EXPECT_EQ(scene.copied(2)->xcvrSlot(), scene.copied(1)->xcvrSlot()) << "by the importer's id";
-  scene.copied(1)->xcvrSlotIs(nullptr);
-  scene.copied(2)->xcvrSlotIs(nullptr);
-  scene.settle();
-  EXPECT_FALSE(scene.port(1)->xcvrSlot());
-  EXPECT_FALSE(scene.port(2)->xcvrSlot());
-}
-
 TEST(Reference, AReferenceToWhatTheOtherEndHasJustWithdrawnIsAnsweredWithThatEndsValue) {
   Scene scene(true);
   scene.port(1)->xcvrSlotIs(new Slot("going"));
@@ -218,36 +131,6 @@ TEST(Reference, AFlowOutThatWaitsForATargetIsWokenAndSaysTheMemberOnce) {
       EXPECT_LE(frames, row.refers ? 3u : 1u);
     }
   }
-}
-
-TEST(Roots, AWithdrawnRootLeavesTheDirectoryAndItsParent) {
-  Scene scene;
-  Ptr<Entity> const copy = scene.mirror.copy();
-  EXPECT_TRUE(copy->parent());
-  scene.mirror.exporter().exportDel(Ptr<Entity>(scene.slice));
-  scene.mirror.settle();
-  EXPECT_FALSE(scene.mirror.copy());
-  EXPECT_FALSE(copy->parent());
-  EXPECT_EQ(scene.mirror.in().reactorCount(), 0u);
-  // It may come again over the same connection.
-  scene.mirror.exporter().exportIs(Ptr<Entity>(scene.slice));
-  scene.settle();
-  EXPECT_EQ(treeText(scene.mirror.copy()), treeText(scene.mirror.root()));
-}
-
-TEST(Roots, ARootThatIsGoneAfterAReconnectIsDroppedWhenThePeerHasSaidAll) {
-  Scene scene;
-  Ptr<AradSlice> const other(new AradSlice("other"));
-  scene.mirror.exporter().exportIs(Ptr<Entity>(other));
-  scene.settle();
-  ASSERT_TRUE(scene.mirror.dir->entry("other"));
-  Ptr<Entity> const copy = scene.mirror.copy();
-  scene.mirror.cut();
-  scene.mirror.exporter().exportDel(Ptr<Entity>(other));
-  EXPECT_TRUE(scene.mirror.dir->entry("other")) << "no disconnect changes an entity";
-  scene.connect();
-  EXPECT_FALSE(scene.mirror.dir->entry("other"));
-  EXPECT_EQ(scene.mirror.copy(), copy);
 }
 
 }  // namespace

@@ -277,56 +277,6 @@ TEST(Refusals, ACompoundMessageLosesAConflictAsThePlainOneDoes) {
   }
 }
 
-TEST(Refusals, MarksSetByAChangeOfTheModeGoWithTheConnection) {
-  Pair pair(false);
-  pair.tell(message(arad(pair), syncAttribute, number(2, 4)));
-  ASSERT_EQ(pair.mirror.in().error(), "");
-  Ptr<Entity> const chip(pair.copyArad());
-  EXPECT_TRUE(pair.copyArad()->port(16)->moxMarkedForDeletion());
-  EXPECT_EQ(pair.mirror.in().flowInCount(), 0u) << "no marker has come";
-  pair.mirror.cut();
-  EXPECT_FALSE(pair.copyArad()->port(16)->moxMarkedForDeletion());
-  EXPECT_EQ(Marks::openCount(), 0u);
-}
-
-TEST(Refusals, MarkersOpenAtMostOneRecordAndTheirRemovalsAreNotSent) {
-  Pair pair;
-  Demuxer& demuxer = pair.mirror.in();
-  Ptr<Arad> const chip = pair.copyArad();
-  Ptr<Sa> const adapter = pair.copyAdapter(chip);
-  auto const isMarked = [&] { return chip->port(16)->moxMarkedForDeletion(); };
-
-  adapter->flagsIs(applyingSync, true);
-  adapter->handleAttrTransaction(522, Type::begin, 0);
-  adapter->flagsIs(applyingSync, false);
-  EXPECT_TRUE(isMarked());
-  EXPECT_EQ(demuxer.flowInCount(), 0u);
-
-  for (int times = 0; times < 2; ++times) {
-    chip->port(16)->moxMarkedForDeletionIs(false);
-    adapter->handleAttrTransaction(522, Type::begin, 0);
-    EXPECT_TRUE(isMarked());
-    ASSERT_EQ(demuxer.flowInCount(), 1u);
-    EXPECT_EQ(demuxer.flowIn(adapter->entityId())->aid(), 522);
-  }
-  // A type without such attributes, and nothing of a string is pending here.
-  pair.copyAdapter(chip->statsSerdes(Hardware::Sand::AradStatsSerdesId(28)))
-      ->handleAttrTransaction(259, Type::begin, 0);
-  Ptr<Sa> const text = pair.copyAdapter(chip->qsgmii(0));
-  text->handleAttrTransaction(259, Type::abort, 0);
-  EXPECT_EQ(demuxer.flowInCount(), 1u);
-
-  std::uint64_t const sent = pair.mirror.importerLink->stats().bytesSent;
-  adapter->handleAttrTransaction(522, Type::end, 0);
-  EXPECT_EQ(chip->portCount(), 0u);
-  EXPECT_FALSE(adapter->hasFlag(changeFromLog));
-  EXPECT_EQ(demuxer.flowInCount(), 0u);
-  EXPECT_EQ(Marks::openCount(), 0u);
-  pair.mirror.settle();
-  EXPECT_EQ(pair.mirror.importerLink->stats().bytesSent, sent);
-  EXPECT_TRUE(pair.arad->port(16)) << "the removal is the peer's own wish";
-}
-
 std::string internalText(std::function<void()> const& call) {
   try {
     call();
@@ -400,26 +350,6 @@ TEST(Refusals, ATextInPiecesEndsItsRecordBehindTheSetterWhateverASubscriberDoes)
       }
     }
   }
-}
-
-TEST(Refusals, AReflectedMessageIsAnsweredAndChangesNothing) {
-  Pair pair;
-  Ptr<Sa> const adapter = pair.adapter(pair.arad->qsgmii(0));
-  pair.copyArad()->qsgmii(0)->descriptionIs("");
-  pair.mirror.settle();
-  ASSERT_EQ(pair.arad->qsgmii(0)->description(), "");
-  std::string const before = treeText(pair.mirror.root());
-  Out& out = **pair.mirror.out().out();
-  ASSERT_EQ(out.committedSize(), 0u);
-  Ptr<In> const& in = pair.mirror.out().in();
-  std::string const half = more("half");
-  in->payloadIs(reinterpret_cast<unsigned char const*>(half.data()), half.size());
-  adapter->handleAttrDeserialization(259, {}, static_cast<unsigned int>(half.size()), in);
-  EXPECT_EQ(in->bytesAvailable(), half.size()) << "a piece isn't read";
-  EXPECT_EQ(out.committedSize(), frameOverhead) << "this end's empty text";
-  EXPECT_FALSE(adapter->hasFlag(changeFromLog));
-  EXPECT_EQ(pair.mirror.out().flowInCount(), 0u);
-  EXPECT_EQ(treeText(pair.mirror.root()), before);
 }
 
 }  // namespace

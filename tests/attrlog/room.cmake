@@ -1,3 +1,2 @@
-# Few histories here, for a second: ./check plays more.
+# Few histories here, for some seconds: ./check plays more.
 mox_add_simulation(InvArad)
-target_link_libraries(attrlog_tests PRIVATE InvArad::MoxSimulation)

@@ -21,45 +21,6 @@ Ptr<Arad> chipOf(Ptr<Entity> const& slice) {
   return static_cast<AradSlice*>(slice.get())->fap("fap0");
 }
 
-// All roots are announced long before the trees' transfers bring what they refer to.
-TEST(SimulationFound, WhatOnlyReferencesLeadToIsTheSameAfterAReconnect) {
-  Ptr<AradSlice> slice(new AradSlice("slice"));
-  slice->fapIs("fap0", 0)->interruptControllerIs(Ptr<GpioPin>(new GpioPin("pin")));
-  Mirror mirror(slice);
-  mirror.connect();
-  mirror.settle();
-  Ptr<GpioPin> const before = chipOf(mirror.copy())->interruptController();
-  ASSERT_TRUE(before);
-  mirror.cut();
-  mirror.connect();
-  mirror.settle();
-  EXPECT_EQ(chipOf(mirror.copy())->interruptController(), before);
-}
-
-// Behind the reconnect the exporter announces the importer's own entity to it; then the importer
-// announces that entity, too.
-TEST(SimulationFound, AnEntityThatBothEndsAnnounceHasTheSameIdsAtBoth) {
-  Ptr<AradSlice> slice(new AradSlice("slice"));
-  slice->fapIs("fap0", 0);
-  Mirror mirror(slice, bothWrite());
-  mirror.connect();
-  mirror.settle();
-  Ptr<GpioPin> const pin(new GpioPin("pin"));
-  chipOf(mirror.copy())->interruptControllerIs(pin);
-  mirror.settle();
-  mirror.cut();
-  mirror.connect();
-  mirror.settle();
-  chipOf(mirror.copy())->hwResetUsingPlxIs(pin);
-  mirror.settle();
-  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
-  mirror.in().reactorsVisit([&](Entity::MoxNboAttrLogSa const& adapter) {
-    EXPECT_NE(mirror.out().reactor(adapter.entityId()), nullptr)
-        << adapter.rawEntity()->name().view();
-  });
-  EXPECT_EQ(mirror.out().reactorCount(), mirror.in().reactorCount());
-}
-
 // The exporter's transfer would bring a second one, and with it another port.
 TEST(SimulationFound, WhatAWriterRefersToIsItsOwnAgainAfterAReconnect) {
   Ptr<AradSlice> slice(new AradSlice("slice"));
@@ -93,25 +54,6 @@ TEST(SimulationFound, AnEntityWithAReferenceForAnArgumentIsTheSameAfterAReconnec
   }
   ASSERT_TRUE(brought[0]);
   EXPECT_EQ(brought[0], brought[1]);
-}
-
-// The root comes back, and is withdrawn before its transfer has ended.
-TEST(SimulationFound, WhatOnlyAWithdrawnRootReferredToIsLetGo) {
-  Ptr<AradSlice> slice(new AradSlice("slice"));
-  slice->fapIs("fap0", 0)->interruptControllerIs(Ptr<GpioPin>(new GpioPin("pin")));
-  slice->fap("fap0")->descriptionIs(String8(std::string(1 << 20, 'x').c_str()));
-  Mirror mirror(slice);
-  mirror.connect();
-  mirror.settle();
-  Ptr<GpioPin> const pin = chipOf(mirror.copy())->interruptController();
-  mirror.cut();
-  mirror.connect(MemoryPipe::unlimited, 200);
-  while (!mirror.in().greeted() || mirror.in().reactorCount() == 0) mirror.turn();
-  mirror.exporter().exportDel(slice);
-  mirror.settle();
-  EXPECT_FALSE(mirror.copy());
-  EXPECT_TRUE(mirror.in().inStep());
-  EXPECT_EQ(pin->references() & PtrInterface::countMask, 1U);
 }
 
 // More than the buffer holds requests to say the slot again.

@@ -143,19 +143,6 @@ TEST(StreamText, PiecesOfAnySizeGiveTheSameLines) {
   EXPECT_EQ(linesOf(bytes, 17), whole);
 }
 
-TEST(StreamText, ACutStreamEndsInOneLineThatSaysWhere) {
-  std::string const bytes = recorded();
-  Lines const whole = linesOf(bytes, bytes.size());
-  for (std::size_t size = 0; size < bytes.size(); ++size) {
-    Lines lines = linesOf(bytes.substr(0, size), 4096);
-    if (!lines.empty() && lines.back().starts_with("cut: ")) lines.pop_back();
-    ASSERT_LE(lines.size(), whole.size());
-    ASSERT_TRUE(std::equal(lines.begin(), lines.end(), whole.begin())) << size;
-  }
-  EXPECT_EQ(linesOf(bytes.substr(0, 20), 20), (Lines{"cut: 20 bytes of an unfinished greeting at "
-                                                     "offset 0"}));
-}
-
 TEST(StreamText, DamagedBytesNeverDoMoreThanEndTheDirection) {
   std::string const bytes = recorded();
   unsigned int const seed = std::random_device{}();

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <random>
 #include <set>
 
 #include "tests/attrlog/Mirror.h"
@@ -376,15 +375,6 @@ TEST(WireDocument, GreetingRootAndTheEndOfATransfer) {
   mirror.settle();
   EXPECT_EQ(mirror.in().reactorCount(), 0u);
   EXPECT_EQ(mirror.importerClosed, "");
-}
-
-TEST(WireDocument, AWithdrawnRootPartsItsWholeTree) {
-  Scene scene;
-  EXPECT_GT(scene.mirror.in().reactorCount(), 5u);
-  scene.mirror.out().exportDel(Ptr<Entity>(scene.slice));
-  scene.mirror.settle();
-  EXPECT_EQ(scene.mirror.in().reactorCount(), 0u);
-  EXPECT_EQ(scene.mirror.in().stats().strays, 0u);
 }
 
 TEST(WireDocument, AnAckAndACompoundMessageAreRead) {
@@ -971,107 +961,6 @@ TEST(WireDocument, ARefusedChangeIsFollowedByARequest) {
   scene.mirror.toExporter->capacity = 65536;
   scene.mirror.settle();
   EXPECT_EQ(treeText(scene.mirror.copy()), treeText(scene.mirror.root()));
-}
-
-// Mutated recordings.
-
-std::string recording() {
-  Ptr<AradSlice> slice = sampleSlice();
-  Ptr<Arad> arad = slice->fap("f");
-  Mirror mirror{Ptr<Entity>(slice)};
-  mirror.connect();
-  mirror.toImporter->capacity = 1 << 24;
-  Out& out = **mirror.out().out();
-  std::string stream(reinterpret_cast<char const*>(out.committed()), out.committedSize());
-  out.sent(stream.size());
-  // The importer's greeting crosses; everything else stays in the pipe.
-  mirror.importerLink->service(1);
-  mirror.exporterLink->service(1);
-  std::string const longText(70000, 'x');
-  arad->descriptionIs(String8(longText.data(), longText.size()));
-  arad->ddrTuneSettingIs("long", String8(longText.data(), longText.size()));
-  mirror.exporterLink->service(1);
-  arad->portDel(16);
-  arad->serdes(3)->jerichoNifSerdesTuningIs(Hardware::Sand::serdesTuningCopper)->mainCursorIs(2);
-  arad->elkGlobalSocPropertiesIs("g", 4)->propertyIs("a", "b");
-  arad->elkGlobalSocPropertiesIs("h", 4)->propertyIs("a", "b");
-  arad->xlge(3)->serdesIs(4, true);
-  arad->ddrTuneSettingDel("long");
-  mirror.exporterLink->service(1);
-  stream.append(reinterpret_cast<char const*>(mirror.toImporter->bytes.data()),
-                mirror.toImporter->bytes.size());
-  return stream;
-}
-
-std::string treeOf(Hand const& hand) {
-  Ptr<Dir::Entry> const entry = hand.dir->entry("s");
-  return entry ? treeText(entry->target()) : std::string();
-}
-
-TEST(WireMutation, ADamagedStreamIsAppliedUpToItsLastGoodFrame) {
-  std::string const stream = recording();
-  std::vector<std::size_t> bounds{0, document().at("greeting").size()};
-  for (std::string const& frame : framesOf(stream)) bounds.push_back(bounds.back() + frame.size());
-  ASSERT_EQ(bounds.back(), stream.size());
-  {
-    Hand whole;
-    whole.feed(stream);
-    ASSERT_EQ(whole.demuxer->error(), "");
-    ASSERT_FALSE(treeOf(whole).empty());
-    ASSERT_EQ(whole.demuxer->flowInCount(), 0u);
-  }
-  int refused = 0;
-  for (unsigned int seed = 1; seed <= 400; ++seed) {
-    SCOPED_TRACE(testing::Message() << "seed " << seed);
-    std::mt19937 random(seed);
-    std::string damaged = stream;
-    auto const anyFrame = [&] { return 1 + random() % (bounds.size() - 2); };
-    for (unsigned int count = 1 + random() % 3; count != 0; --count) {
-      // Long payloads would draw all the hits: a frame first, then a byte of its first hundred.
-      std::size_t const frame = anyFrame();
-      std::size_t const size = bounds[frame + 1] - bounds[frame];
-      std::size_t const at = bounds[frame] + random() % std::min<std::size_t>(size, 100);
-      if (at >= damaged.size()) continue;
-      switch (random() % 6) {
-        case 0:
-          damaged[at] = static_cast<char>(random());
-          break;
-        case 1:
-          damaged[at] = static_cast<char>(damaged[at] ^ (1 << random() % 8));
-          break;
-        case 2:
-          damaged.insert(at, 1, static_cast<char>(random()));
-          break;
-        case 3:
-          damaged.erase(at, 1 + random() % 8);
-          break;
-        case 4:  // a frame twice
-          damaged.insert(bounds[frame], stream, bounds[frame], size);
-          break;
-        case 5:  // a frame left out
-          damaged.erase(bounds[frame], size);
-          break;
-      }
-    }
-    Hand hand;
-    for (std::size_t at = 0; at < damaged.size();) {
-      std::size_t const size = 1 + random() % 20000;
-      hand.feed(damaged.substr(at, size));
-      at += size;
-    }
-    if (hand.demuxer->errorCode() == StreamError::none) continue;
-    ++refused;
-    unsigned long long offset = 0;
-    std::string const error = hand.demuxer->error();
-    std::size_t const told = error.find(" at stream offset ");
-    if (told == std::string::npos) continue;  // an error frame made by the damage
-    ASSERT_EQ(std::sscanf(error.c_str() + told, " at stream offset %llu", &offset), 1);
-    Hand good;
-    good.feed(damaged.substr(0, offset));
-    EXPECT_EQ(good.demuxer->error(), "");
-    EXPECT_EQ(treeOf(hand), treeOf(good));
-  }
-  EXPECT_GT(refused, 200);
 }
 
 TEST(WireDocument, EveryBlockIsCompared) {

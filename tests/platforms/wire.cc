@@ -12,14 +12,16 @@
 #include <stdexcept>
 
 #include "attrlog/adapter/EntityIds.h"
-#include "tests/attrlog/Mirror.h"
-#include "tests/attrlog/SimOps.h"
+#include "simulation/Changes.h"
+#include "simulation/TreeText.h"
 #include "transport/Capture.h"
 
 namespace {
 
 using namespace Mox::NboAttrLog;
 using Inventory::Arad::AradSlice;
+using Mox::Simulation::Chance;
+using Mox::Simulation::treeText;
 
 constexpr std::uint64_t turns = 1000;
 constexpr std::uint64_t quietTurns = 300;  ///< at the end, until both are in step
@@ -32,10 +34,14 @@ LinkOptions options() {
   return options;
 }
 
+void change(unsigned int count, Chance& chance, Mox::Ptr<AradSlice> const& slice) {
+  Mox::Simulation::Parties parties;
+  for (; count != 0; --count) Mox::Simulation::change(Mox::genericOf(slice), chance, parties);
+}
 /// A few changes of the tree, or none.
-void change(std::uint64_t now, test::Chance& chance, Mox::Ptr<AradSlice> const& slice) {
+void changeNow(std::uint64_t now, Chance& chance, Mox::Ptr<AradSlice> const& slice) {
   if (now > turns - quietTurns || !chance.oneIn(4) || !slice) return;
-  for (auto i = chance.below(10); i != 0; --i) test::ops::change(**slice, chance);
+  change(chance.below(10), chance, slice);
 }
 
 class MirrorEnd {
@@ -49,7 +55,7 @@ class MirrorEnd {
   void turn(std::uint64_t now) {
     entityIdsSeed(
         static_cast<std::uint32_t>(2 * now + 1));  // Two ends in one process draw the same.
-    change(now, chance_, tree());
+    changeNow(now, chance_, tree());
     session_.service(now);
     if (!link_->error().empty()) {
       throw std::runtime_error("turn " + std::to_string(now) + ": " + link_->error());
@@ -61,7 +67,7 @@ class MirrorEnd {
   }
 
  private:
-  test::Chance chance_{11};
+  Chance chance_{11};
   Mox::Ptr<Mox::Dir> dir_{new Mox::Dir("import")};
   Session session_;
   Mox::Ptr<Link> link_;
@@ -115,9 +121,9 @@ class RecordedLink : public ByteLink {
 Mox::Ptr<AradSlice> record(std::string const& path) {
   std::uint64_t now = 1;  // The capture counts from here.
   CaptureWriter writer(path, [&now] { return now; });
-  test::Chance chance(7);
+  Chance chance(7);
   Mox::Ptr<AradSlice> const slice(new AradSlice("slice"));
-  for (int i = 0; i < 300; ++i) test::ops::change(**slice, chance);
+  change(300, chance, slice);
 
   auto ends = MemoryLink::pair(capacity);
   MirrorEnd mirror(writer.linkOf(std::move(ends.second), "server"));
@@ -127,11 +133,11 @@ Mox::Ptr<AradSlice> record(std::string const& path) {
   server.linkIs(std::move(ends.first));
   for (; now <= turns; ++now) {
     entityIdsSeed(static_cast<std::uint32_t>(2 * now));
-    change(now, chance, slice);
+    changeNow(now, chance, slice);
     server.service(now);
     mirror.turn(now);
   }
-  if (test::treeText(slice) != test::treeText(mirror.tree())) {
+  if (treeText(slice) != treeText(mirror.tree())) {
     throw std::runtime_error("the two ends are not in step");
   }
   return slice;
@@ -156,7 +162,7 @@ int main(int count, char** arguments) {
   try {
     if (command != "record" && command != "replay")
       throw std::runtime_error("usage: wire record|replay FILE");
-    std::cout << test::treeText(command == "record" ? record(arguments[2]) : replay(arguments[2]));
+    std::cout << treeText(command == "record" ? record(arguments[2]) : replay(arguments[2]));
     return 0;
   } catch (std::exception const& failure) {
     std::cerr << failure.what() << "\n";
