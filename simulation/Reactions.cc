@@ -3,8 +3,10 @@
 #include <functional>
 #include <string_view>
 
+#include "Mox/Dir.h"
 #include "Mox/Exception.h"
 #include "generic/Carrier.h"
+#include "generic/Text.h"
 
 namespace Mox::Simulation {
 namespace {
@@ -25,11 +27,27 @@ Attribute const* nextValue(Outline const& outline, Attribute const& attribute) {
   return nullptr;
 }
 
+/// The entity goes while the message that changed it is still being applied.
+void deleteFromParent(Ptr<GenericIf> const& object) {
+  Ptr<Entity> const entity = entityOf(object);
+  Ptr<Entity> const parent = entity ? entity->parent() : Ptr<Entity>();
+  if (!parent || dynamic_cast<Dir const*>(parent.get())) return;
+  Attribute const* const place =
+      Outline::of(*parent->fwkType()).find(static_cast<AttributeId>(entity->parentAttrId()));
+  if (!place || !place->ownsChildren()) return;
+  Ptr<GenericIf const> key;
+  if (place->isCollection()) {
+    constexpr AttributeId keyOfAnyEntity = 0;
+    key = object->attributeOp({keyOfAnyEntity, Op::attrGet}, nullptr, nullptr);
+  }
+  genericOf(parent)->attributeOp({place->id(), Op::attrDel}, key, nullptr);
+}
+
 }  // namespace
 
 void react(Ptr<GenericIf> const& entity, Attribute const& attribute,
            Ptr<GenericIf const> const& key, Chance& chance) {
-  enum Kind { none, correct, elsewhere, kinds = 4 };
+  enum Kind { none, correct, elsewhere, removal, kinds };
   unsigned int const kind = static_cast<unsigned int>(attribute.id()) % kinds;
   AttributeId const id = attribute.id();
   try {
@@ -44,6 +62,9 @@ void react(Ptr<GenericIf> const& entity, Attribute const& attribute,
         Attribute const* const other = nextValue(Outline::of(**entity->type()), attribute);
         if (!other) return;
         entity->attributeOp({other->id(), Op::attrSet}, nullptr, other->values->any(chance));
+      } else if (kind == removal) {
+        String8 const text = entity->attributeOp({id, Op::attrGet}, nullptr, nullptr)->strRep();
+        if (isObjectionable(text) && chance.oneIn(4)) deleteFromParent(entity);
       }
     } else if (attribute.form == AttributeForm::children && key && kind == correct) {
       if (!isObjectionable(key->strRep())) return;

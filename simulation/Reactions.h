@@ -1,6 +1,6 @@
-// What subscribers do that write: they correct what they were notified of, write elsewhere, or
-// delete an arriving child or member. Which attribute has which reaction follows from the type
-// alone, and every chain of reactions ends.
+// What subscribers do that write: they correct what they were notified of, write elsewhere,
+// delete an arriving child, or the entity itself. Which attribute has which reaction follows from
+// the type alone, and every chain of reactions ends.
 #pragma once
 
 #include "generic/GenericIf.h"

@@ -25,9 +25,10 @@ class Values {
   /// Any value; a new text, and a new number where the type's range has room for it.
   Ptr<GenericIf> any(Chance& chance) const;
 
-  /// The first two of the small set, the same where there is only one. Requires: hasSome().
-  Ptr<GenericIf> first() const { return few_.front(); }
-  Ptr<GenericIf> second() const { return few_[few_.size() > 1 ? 1 : 0]; }
+  /// The small set by number, from its beginning again behind its end. Requires: hasSome().
+  Ptr<GenericIf> at(std::size_t number) const { return few_[number % few_.size()]; }
+  Ptr<GenericIf> first() const { return at(0); }
+  Ptr<GenericIf> second() const { return at(1); }
 
   bool isText() const { return form_ == Form::text; }
   /// True when `any` draws numbers, each larger than all before.

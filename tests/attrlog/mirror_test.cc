@@ -1,4 +1,5 @@
-// A tree and its copy: initial transfer, live changes, deletions, short buffers, reconnects.
+// A tree and its copy. Faults here let half a text be seen, keep a change of a read-only copy or
+// report it twice, or send acknowledgements at another time than the peer counts on.
 #include "tests/attrlog/Mirror.h"
 
 #include <gtest/gtest.h>
@@ -107,6 +108,21 @@ TEST(Mirror, AChangeOfAReadOnlyCopyIsReportedOnceAndUndone) {
             (std::vector<std::string>{"exporter: connected",
                                       "exporter: may not be written: import/slice.numPorts; "
                                       "further ones are counted only"}));
+}
+
+// More than the buffer holds requests to send the slot again.
+TEST(Mirror, EveryRefusedChangeOfACopyIsUndone) {
+  Mirror mirror(smallSlice());
+  mirror.connect();
+  mirror.settle();
+  String8 const key(std::string(1000, 'k').c_str());
+  for (int count = 0; count != 300; ++count) {
+    ptrCast<AradSlice>(mirror.copy())
+        ->fap("fap0")
+        ->ddrTuneSettingIs(key + format("%d", count), "x");
+  }
+  mirror.settle();
+  EXPECT_EQ(treeText(mirror.copy()), treeText(mirror.root()));
 }
 
 TEST(Ack, OfAnEndThatOnlyListensTakesItsTime) {

@@ -1,5 +1,6 @@
-// More than two ends: relays, several peers of one tree, what belongs to one connection alone;
-// peers of another schema, peers that come twice.
+// More than two ends. Faults here mix the marks of two connections' transactions, keep marks behind
+// a cut, let a write through that the middle may not make, or let an old connection end a newer
+// one.
 #include <gtest/gtest.h>
 
 #include "attrlog/adapter/Marks.h"

@@ -1,5 +1,6 @@
-// Entities that only references lead to: announced, shared, kept over a reconnect, withdrawn,
-// waited for; and roots that their exporter has dropped.
+// Entities that only references lead to. Faults here leave a walk waiting for a target for ever,
+// lose or swap what a reference leads to behind a reconnect, or end a connection over an id that is
+// gone.
 #include <gtest/gtest.h>
 
 #include "tests/attrlog/Mirror.h"
@@ -7,6 +8,7 @@
 namespace Mox::NboAttrLog::test {
 namespace {
 
+using Inventory::Port;
 using Inventory::Arad::Arad;
 using Inventory::Arad::AradSlice;
 using Inventory::Arad::EthPort;
@@ -131,6 +133,35 @@ TEST(Reference, AFlowOutThatWaitsForATargetIsWokenAndSaysTheMemberOnce) {
       EXPECT_LE(frames, row.refers ? 3u : 1u);
     }
   }
+}
+
+TEST(Reference, WhatAWriterRefersToIsItsOwnAgainAfterAReconnect) {
+  Scene scene(true);
+  Ptr<EthPort> const user =
+      dynamic_cast<AradSlice&>(**scene.mirror.copy()).fap("f")->portIs(7, new Port("port"));
+  for (int times = 0; times != 2; ++times) {
+    scene.settle();
+    scene.mirror.cut();
+    scene.connect();
+    EXPECT_EQ(scene.copied(7), user);
+  }
+}
+
+// Its argument is another id on each connection.
+TEST(Reference, AnEntityWithAReferenceForAnArgumentIsTheSameAfterAReconnect) {
+  Mirror mirror(Ptr<AradSlice>(new AradSlice("slice")));
+  mirror.exporter().exportIs(Ptr<EthPort>(new EthPort(1, Ptr<Port>(new Port("port")))));
+  Ptr<EthPort> brought[2];
+  for (Ptr<EthPort>& one : brought) {
+    mirror.connect();
+    mirror.settle();
+    mirror.in().reactorsVisit([&](Entity::MoxNboAttrLogSa const& adapter) {
+      if (auto* const port = dynamic_cast<EthPort*>(adapter.rawEntity())) one = port;
+    });
+    mirror.cut();
+  }
+  ASSERT_TRUE(brought[0]);
+  EXPECT_EQ(brought[0], brought[1]);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Streams as text: the line of every kind of frame, and what stands there when bytes are damaged.
+// Streams as text. Faults here show another line than what was sent, depend on how the bytes were
+// cut, or read behind damaged ones.
 #include <gtest/gtest.h>
 
 #include <functional>

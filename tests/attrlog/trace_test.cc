@@ -1,5 +1,6 @@
-// Message for message: what the full transfer of each entity type says and in which order, how each
-// kind of change is said at once and when it was owed, roots of every type.
+// Traces message for message: full transfers of each type, each kind of change at once and when it
+// waited for room, roots of every type. Faults here change the order, the count or the form of
+// messages.
 #include <gtest/gtest.h>
 
 #include <functional>
