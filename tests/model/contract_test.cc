@@ -220,18 +220,22 @@ TEST(Model, ALinkToAParentNeverDangles) {
   struct Adder : Inventory::Arad::Arad::Notifiee {
     using Inventory::Arad::Arad::NotifieeConst::onQsgmii;
     void onQsgmii(QsgmiiId) override {
+      EXPECT_FALSE(removed->parent());  // The link goes before the notification.
       for (int i = 0; i < 2; ++i)
         added.push_back(notifier()->pciDeviceIs(i ? "again" : "once").ptr());
       added.push_back(notifier()->serdesIs(7, false, false, 1, 1, 0).ptr());
       added.push_back(notifier()->elkConnectionIs(3).ptr());
     }
+    Ptr<Entity> removed;
     std::vector<Ptr<Entity>> added;
   };
   Ptr<Adder> const adder(new Adder);
+  adder->removed = owned;
   adder->isRegisteredNotifieeIs(true);
   adder->notifierIs(Ptr<PtrInterface const>(arad));
   adder->isWeakReferenceIs(true);
   arad = nullptr;
+  adder->removed = nullptr;
   ASSERT_EQ(adder->added.size(), 4u);
   adder->added.insert(adder->added.end(), {device, elsewhere, unlinked, Ptr<Entity>(owned)});
   for (auto const& child : adder->added) {
