@@ -1,7 +1,8 @@
 # mox_add_model(TARGET SCHEMA file [MODELS target...] [SOURCES file...] [HEADERS file...])
 # A shared library of the model that a schema declares. MODELS are the targets of the imported
-# models; SOURCES the hand-written reactions; HEADERS hand-written ones below the schema's folder,
-# which <TARGET.h> includes by their path from there. Used by this project and by those that find it.
+# models; SOURCES the hand-written reactions and value classes (values/ValueClass.h); HEADERS their
+# headers below the schema's folder, which <TARGET.h> includes by their path from there. Used by
+# this project and by those that find it.
 
 find_program(MOXC_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
 if(NOT MOXC_PYTHON)
@@ -66,9 +67,14 @@ function(mox_add_model target)
   add_library(${target} SHARED ${sources} ${arg_SOURCES})
   add_dependencies(${target} ${target}_generated)
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${out} FILES ${headers})
-  list(TRANSFORM arg_HEADERS PREPEND ${schemaDir}/)
-  target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${schemaDir} FILES ${arg_HEADERS})
+  if(arg_HEADERS)
+    list(TRANSFORM arg_HEADERS PREPEND ${schemaDir}/)
+    target_sources(${target} PUBLIC FILE_SET written TYPE HEADERS
+                                      BASE_DIRS ${schemaDir} FILES ${arg_HEADERS})
+  endif()
   target_link_libraries(${target} PUBLIC InvArad::Mox ${arg_MODELS})
+  # Types are immortal: their code has to stay when a program closes the library.
+  target_link_options(${target} PRIVATE LINKER:-z,nodelete)
   # A client may reach the model by names alone; then it refers to nothing in the library.
   target_link_options(${target} INTERFACE LINKER:--no-as-needed)
   # Exported is what the headers say: see Mox/Api.h. Clang would hide what is defined in another

@@ -4,13 +4,18 @@
 include(CMakePackageConfigHelpers)
 
 # Each library goes to a package of its own name; what is for building against them, to dev.
+# Behind the component: further sets of headers.
 function(install_library target component)
+  set(headerSets)
+  foreach(set HEADERS ${ARGN})
+    list(APPEND headerSets FILE_SET ${set}
+                           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/InvArad COMPONENT dev)
+  endforeach()
   install(TARGETS ${target} EXPORT InvAradTargets
-          LIBRARY COMPONENT ${component} NAMELINK_COMPONENT dev
-          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/InvArad COMPONENT dev)
+          LIBRARY COMPONENT ${component} NAMELINK_COMPONENT dev ${headerSets})
 endfunction()
 install_library(Mox libmox)
-install_library(InvSiblings libinvarad)
+install_library(InvSiblings libinvarad written)
 install_library(InvArad libinvarad)
 install(TARGETS MoxSimulation EXPORT InvAradTargets
         ARCHIVE COMPONENT dev

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <array>
-#include <concepts>
 #include <cstddef>
 #include <type_traits>
 #include <utility>
@@ -228,10 +227,9 @@ constexpr bool isFit(GenericRow const& row, AttributeKind kind) {
 }
 
 /// The functions of a type's attributes joined to their rows by index.
-template <std::size_t n, std::same_as<GenericRow>... Row>
-requires(sizeof...(Row) == n) consteval std::array<GenericRow, n> joined(
-    std::array<AttributeRow, n> const& attributes, Row const&... row) {
-  std::array<GenericRow, n> rows = {row...};
+template <std::size_t n>
+consteval std::array<GenericRow, n> joined(std::array<AttributeRow, n> const& attributes,
+                                           std::array<GenericRow, n> rows) {
   for (std::size_t i = 0; i < n; ++i) {
     if (!isFit(rows[i], attributes[i].kind)) throw "functions of another kind of attribute";
     rows[i].attribute = &attributes[i];

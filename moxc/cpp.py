@@ -5,6 +5,8 @@ puts into its classes. Used by checker.py, which compares those names, and by wr
 import model
 
 LINE_LENGTH = 100
+# Of pieces that don't fit behind their opening bracket.
+FILL_INDENT = 10
 
 
 class Misfit(Exception):
@@ -93,13 +95,30 @@ def docText(lines, indent):
     pieces = []
     for index, line in enumerate(lines):
         rest = text(line)[1:-1] + ('\\n' if index + 1 < len(lines) else '')
-        room = LINE_LENGTH - indent - len('"",')
+        room = LINE_LENGTH - indent - len('"");')
         while len(rest) > room:
             end = rest.rfind(' ', 0, room) + 1 or room
             pieces.append(rest[:end])
             rest = rest[end:]
         pieces.append(rest)
     return ('\n' + ' ' * indent).join('"%s"' % piece for piece in pieces or [''])
+
+
+def fill(items, column):
+    """Pieces of C++, each ended by a semicolon, as a list with commas: as many in a line as it holds,
+    the first of them behind `column` columns and the others below it."""
+    pieces = items.split(';')[:-1]
+    if column > FILL_INDENT and max(map(len, pieces)) + column > LINE_LENGTH:
+        return chr(10) + ' ' * FILL_INDENT + fill(items, FILL_INDENT)
+    lines = ['']
+    for index, piece in enumerate(pieces):
+        last = index + 1 == len(pieces)
+        piece += '' if last else ','
+        room = LINE_LENGTH - column - (len('>(),') if last else 0)
+        if lines[-1] and len(lines[-1]) + 1 + len(piece) > room:
+            lines.append('')
+        lines[-1] += (' ' if lines[-1] else '') + piece
+    return (chr(10) + ' ' * column).join(lines)
 
 
 def generatedNames(attr):

@@ -3,6 +3,7 @@ the forms that templates write: comments, declarations, calls, aliases, class he
 statement. Templates write each of these on one line. Called by writer.py.
 """
 
+import itertools
 import re
 import textwrap
 
@@ -18,7 +19,16 @@ ASSIGNMENT = re.compile(r'( *)(using [^=()]* =|(?:static )?constexpr .*? =|[^=()
 
 def layout(text):
     """The text with every line broken where that is needed and possible."""
-    return '\n'.join(part for line in text.split('\n') for part in fold(line))
+    lines = [part for line in text.split('\n') for part in fold(line)]
+    return '\n'.join(_sortIncludes(lines))
+
+
+def _sortIncludes(lines):
+    """Runs of includes in the order of their names, each name once."""
+    sortedLines = []
+    for isInclude, run in itertools.groupby(lines, lambda line: line.startswith('#include "')):
+        sortedLines += sorted(set(run)) if isInclude else run
+    return sortedLines
 
 
 def fold(line):

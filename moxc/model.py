@@ -271,7 +271,7 @@ class Value(Type):
 
     def __init__(self, *args):
         super().__init__(*args)
-        self.header = ''             # header that defines it: 'values/Units.h'
+        self.header = ''             # header that defines it: 'InvSiblings/Units.h'
         self._defaultText = self.cpp + '()'
         self._defaultShown = ''
 

@@ -63,7 +63,8 @@ class Writer:
             loader=jinja2.FileSystemLoader(templateDir), undefined=jinja2.StrictUndefined,
             trim_blocks=True, lstrip_blocks=True, keep_trailing_newline=True, autoescape=False)
         self._environment.filters.update(header=self._header, doc=cpp.docComment,
-                                         docText=cpp.docText, hex=hexNumber, cppText=cpp.text)
+                                         docText=cpp.docText, fill=cpp.fill,
+                                         hex=hexNumber, cppText=cpp.text)
         self._templateDir = templateDir
 
     def paths(self):

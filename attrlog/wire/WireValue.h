@@ -3,17 +3,17 @@
 #pragma once
 
 #include <concepts>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "Mox/Exception.h"
 #include "Mox/Ptr.h"
 #include "attrlog/wire/In.h"
 #include "attrlog/wire/Out.h"
-#include "values/DramConfig.h"
 #include "values/EnumSupport.h"
 #include "values/RangedId.h"
-#include "values/SlotId.h"
-#include "values/Units.h"
+#include "values/ValueClass.h"
 
 namespace MOX_API Mox {
 namespace NboAttrLog {
@@ -92,33 +92,33 @@ struct WireValue<T> {
   }
 };
 
-template <>
-struct WireValue<Units::Megahertz> {
-  static constexpr std::size_t size = 8;
-  static constexpr std::uint32_t fixedLength = 0;
-  static void write(Ptr<Out> const& out, Units::Megahertz value) { out << value.value(); }
-  static Units::Megahertz read(In& in) { return Units::Megahertz(in.nextdouble()); }
+/// `size` where every part has one.
+template <class... T>
+struct WireSize {};
+template <class... T>
+requires requires { (WireValue<T>::size + ...); }
+struct WireSize<T...> {
+  static constexpr std::size_t size = (WireValue<T>::size + ...);
 };
 
-template <>
-struct WireValue<Fru::SlotId> {
-  static constexpr std::size_t size = 4;
+/// The parts one behind the other.
+template <WireBuiltin... T>
+struct WireValue<std::tuple<T...>> : WireSize<T...> {
   static constexpr std::uint32_t fixedLength = 0;
-  static void write(Ptr<Out> const& out, Fru::SlotId value) { out << value.value(); }
-  static Fru::SlotId read(In& in) { return Fru::SlotId(in.nextU32()); }
+  static void write(Ptr<Out> const& out, std::tuple<T...> const& parts) {
+    std::apply([&](T const&... part) { (WireValue<T>::write(out, part), ...); }, parts);
+  }
+  // Braces: the parts are read in their order.
+  static std::tuple<T...> read(In& in) { return std::tuple<T...>{WireValue<T>::read(in)...}; }
 };
 
-/// One byte: a bit for each interface that is in use.
-template <>
-struct WireValue<Hardware::Sand::DramConfig> {
-  static constexpr std::size_t size = 1;
+/// A value class: the bytes of what it converts to.
+template <HasValueBytes T>
+struct WireValue<T> : WireSize<decltype(valueToWire(std::declval<T const&>()))> {
+  using Bytes = WireValue<decltype(valueToWire(std::declval<T const&>()))>;
   static constexpr std::uint32_t fixedLength = 0;
-  static void write(Ptr<Out> const& out, Hardware::Sand::DramConfig const& value) {
-    out << value.bits();
-  }
-  static Hardware::Sand::DramConfig read(In& in) {
-    return Hardware::Sand::DramConfig::fromBits(in.nextU8());
-  }
+  static void write(Ptr<Out> const& out, T const& value) { Bytes::write(out, valueToWire(value)); }
+  static T read(In& in) { return wireToValue(Bytes::read(in), static_cast<T*>(nullptr)); }
 };
 
 /// A reference: the entity's id, 0 for null.
@@ -132,10 +132,9 @@ struct WireValue<Ptr<T>> {
   static Ptr<T> read(In& in) { return in.nextEntity<std::remove_const_t<T>>(); }
 };
 
-/// The value types that stand in a message in a form of their own: identifiers, units, DramConfig.
+/// The classes that have a form of their own in a message: identifiers and value classes.
 template <class T>
-concept WireClass = T::isMoxIdentifier || std::same_as<T, Units::Megahertz> ||
-    std::same_as<T, Fru::SlotId> || std::same_as<T, Hardware::Sand::DramConfig>;
+concept WireClass = T::isMoxIdentifier || HasValueBytes<T>;
 
 template <class T>
 requires WireClass<T> Ptr<Out>

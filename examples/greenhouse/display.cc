@@ -41,7 +41,8 @@ int main(int argc, char** argv) {
   auto house = Mox::ptrCast<House>(entry->target());
   std::cout << house->bed(3)->crop().charPtr() << ", "
             << Greenhouse::stringValue(house->bed(3)->watering()).charPtr() << ", "
-            << house->bed(3)->water(6) << " l at 6\n"
+            << house->bed(3)->water(6) << " l at 6, "
+            << valueToStrep(house->station()->humidity()).charPtr() << " % humidity\n"
             << house->temperature() << std::endl;
   Mox::Ptr<Thermometer> thermometer(new Thermometer);
   thermometer->notifierIs(house);

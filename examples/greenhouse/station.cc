@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   Mox::Ptr<Greenhouse::House> house(new Greenhouse::House("house1"));
   house->bedIs(Greenhouse::BedId(3), "tomatoes")->wateringIs(Greenhouse::drip);
   house->bed(3)->waterIs(6, 40);
+  house->stationIs("roof")->humidityIs(Greenhouse::Humidity(615));
   house->noteIs("roof", "closed in winter");
 
   LinkOptions options;

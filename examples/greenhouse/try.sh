@@ -21,4 +21,5 @@ echo 21.5 >&3
 waitFor 21.5
 exec 3>&-
 wait "$station" "$display"
+grep -qx 'tomatoes, drip, 40 l at 6, 61.5 % humidity' "$work/shown"
 cat "$work/shown"

@@ -1,4 +1,6 @@
-"""What the language accepts, and what the model makes of it."""
+"""For faults in what the language accepts: names that resolve to another type, ids and defaults that
+come out wrong, a hash that misses what peers must agree on.
+"""
 
 import unittest
 
@@ -50,12 +52,6 @@ class Language(unittest.TestCase):
             [('E', 'A::B::E'), ('A::E', 'A::E'), ('E', 'A::B::E')],
             [('E', 'A::E')], [('E', 'C::E')]])
         self.assertEqual([run.namespace for run in module.namespaceRuns], ['A', 'A::B', 'A', 'C'])
-
-    def testTypesMayReferToEachOtherInCircles(self):
-        module = accepted(self, 'module T\nnamespace N\nentity A named {\nchild b[name] : B\n}\n'
-                                'entity B named {\nchild a : A\nchild b[name] : B\nref c : A\n}')
-        a, b = module.entities
-        self.assertEqual((a.pointedEntities, b.pointedEntities), ([b], [a]))
 
     def testImportsAreFoundBesideTheFileAndInImportDirectories(self):
         base = 'module B\nnamespace B\nbase entity Base named { a : U8 }\n'
@@ -122,20 +118,6 @@ class Language(unittest.TestCase):
         self.assertEqual([(e.level, e.attrs[0].id, e.attrs[0].dirtyBit) for e in module.entities],
                          [(0, 0x102, 1), (1, 0x1f2, 0), (2, 0x202, 0), (3, 0x1002, 0)])
 
-    def testDeclarationOrderOfBasesDoesNotMatter(self):
-        module = accepted(self, 'module T\nnamespace N\nentity D : C named { d : U8 }\n'
-                                'base entity C : B named { c : U8 }\n'
-                                'base entity B named { b : U8 }')
-        self.assertEqual([a.id for a in module.entities[0].allAttrs], [0x102, 0x202, 0x302])
-        self.assertEqual([e.name for e in module.entities], ['D', 'C', 'B'])
-
-    def testWrappedMembers(self):
-        module = accepted(self, 'module T\nnamespace N\nentity U unlinked named { param p : U8 }\n'
-                                'entity E named { child u[name] : U wrapped }')
-        attr = module.entities[1].attrs[0]
-        self.assertEqual((attr.wrapped, attr.wrapperName, attr.keyIsName, attr.keyTypeText),
-                         (True, 'MoxU', True, 'Name'))
-        self.assertEqual([a.name for a in attr.memberParams], ['p'])
 
     def testInheritedKeysAndNames(self):
         module = accepted(self, 'module T\nnamespace N\nbase entity B named { key id : U8 }\n'
@@ -160,11 +142,6 @@ class Language(unittest.TestCase):
         module = accepted(self, 'module T\nnamespace N\nbase entity B named {}\nentity E : B named {'
                                 '\n%s\n}' % '\n'.join('a%d : U8' % i for i in range(32)))
         self.assertEqual(module.entities[1].dirtyMask, 0xffffffff)
-
-    def testEnumeratorsComeInBothOrders(self):
-        enum = accepted(self, 'module T\nnamespace N\nenum E { c = 3  a = 1  b = 2 }').enums[0]
-        self.assertEqual([e.name for e in enum.enumerators], ['c', 'a', 'b'])
-        self.assertEqual([e.name for e in enum.enumeratorsByValue], ['a', 'b', 'c'])
 
     def testEmptyModulesAndEmptyTypes(self):
         self.assertEqual(accepted(self, 'module T').types, [])

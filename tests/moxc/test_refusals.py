@@ -1,4 +1,6 @@
-"""Schemas that the compiler refuses, with every message."""
+"""For faults that the compiler lets through, or reports at another place or in other words: one row a
+rule, with every message.
+"""
 
 import unittest
 

@@ -1,13 +1,16 @@
-"""What is written, what is left alone, and the command line."""
+"""For faults of writing: files that are touched, left half or come out otherwise on another run; template
+errors without a place; value classes that are refused late; the command line.
+"""
 
 import os
+import re
 import subprocess
 import sys
 import tempfile
 import textwrap
 import unittest
 
-from support import COMPILER, SCHEMA_DIR, compileText
+from support import COMPILER, ROOT_DIR, SCHEMA_DIR, compileText
 
 from writer import Output, TemplateError, Writer, writeIfChanged
 
@@ -26,59 +29,37 @@ OUTPUTS = [
     Output('entity.h', 'entity', '{module}/{stem}.h', 'entity'),
     Output('types.h', 'module', '{module}/Types.h', 'enum identifier'),
     Output('enum.txt', 'enum', 'text/{stem}.txt'),
-    Output('id.txt', 'identifier', 'text/{module}.{stem}.txt'),
 ]
 
 TEMPLATES = {
     'entity.h': '''\
-        {{ entity.doc|doc -}}
-        class {{ entity.name }} : public {{ entity.baseCpp }} {  // {{ entity.block|hex }}
         {% for type in entity.usedTypes + entity.memberEntities %}
-          // {{ type|header }}
+        // {{ type|header }}
         {% endfor %}
         {% for attr in entity.attrs %}
-          {{ attr.storedCpp }} {{ attr.name }};  // {{ attr.id|hex(8) }} {{ attr.default|default }}
-        {% endfor %}
-        };
-        ''',
-    'types.h': '''\
-        // {{ outputPath }} {{ module.name|cppText }}
-        {% for type in module.types %}
-        {{ type.kind }} {{ type.qualified }}
+        {{ attr.storedCpp }} {{ attr.name }};  // {{ attr.id|hex(8) }} {{ attr.default|default }}
         {% endfor %}
         ''',
+    'types.h': '// {{ outputPath }} {{ module.name|cppText }}\n',
     'enum.txt': '{{ enum.doc|doc(2) }}{{ enum.name }}\n',
-    'id.txt': '{{ identifier.message }}\n',
 }
 
 EXPECTED = {
     'T/One.h': '''\
-        class One : public Mox::Entity {  // 0x100
-          // T/Types.h
-          // T/Types.h
-          // values/V.h
-          A::B::Id id;  // 0x00000102 None
-          A::B::Color color;  // 0x00000103 A::B::Color::green
-          Units::V v;  // 0x00000104 Units::V()
-        };
+        // T/Types.h
+        // T/Types.h
+        // values/V.h
+        A::B::Id id;  // 0x00000102 None
+        A::B::Color color;  // 0x00000103 A::B::Color::green
+        Units::V v;  // 0x00000104 Units::V()
         ''',
     'T/Two.h': '''\
-        class Two : public Mox::Entity {  // 0x100
-          // T/Types.h
-          // T/One.h
-          Mox::Ptr<A::B::One> one;  // 0x00000102 None
-        };
+        // T/Types.h
+        // T/One.h
+        Mox::Ptr<A::B::One> one;  // 0x00000102 None
         ''',
-    'T/Types.h': '''\
-        // T/Types.h "T"
-        enum A::B::Color
-        identifier A::B::Id
-        value Units::V
-        entity A::B::One
-        entity A::B::Two
-        ''',
+    'T/Types.h': '// T/Types.h "T"\n',
     'text/Color.txt': '  /// First.\n  /// "Second".\nColor\n',
-    'text/T.Id.txt': 'Id::value < Id::min or > Id::null not allowed\n',
 }
 
 
@@ -155,7 +136,7 @@ class Writing(WithDirectory):
 
     def testHeaderOfAKindThatNoRowDeclares(self):
         writer = self.writer(outputs=[OUTPUTS[0]])
-        with self.assertRaisesRegex(TemplateError, r"^entity\.h:4: .*no row of OUTPUTS declares "
+        with self.assertRaisesRegex(TemplateError, r"^entity\.h:2: .*no row of OUTPUTS declares "
                                                    r"types of kind 'identifier' \(A::B::Id\)"):
             writer.render()
 
@@ -227,6 +208,29 @@ class CommandLine(WithDirectory):
         root = os.path.realpath(self.directory)
         for name in (root + '/a\\ dir/t.mox', root + '/lib/b.mox', COMPILER):
             self.assertIn(' %s' % name, text)
+
+    def testAValueClassThatLacksSomethingIsRefusedAtItsLineOfTheSchema(self):
+        whole = ('#include "values/ValueText.h"\nnamespace A { struct V { int x = 0;\n'
+                 'bool operator==(V const&) const = default;\n};\n'
+                 'Mox::String8 valueToStrep(V const&);\n'
+                 'V sequenceToValue(Mox::String8::IteratorConst&, Mox::String8::IteratorConst '
+                 'const&, V*);\nint valueToWire(V const&);\nV wireToValue(int, V*);\n}\n')
+        self.put('t.mox', 'module T\nnamespace A\n\n  value A::V from "v.h"\n')
+        self.assertEqual(self.run_('--out', 'out', 't.mox'), (0, '', ''))
+        for lack, message in (('', None), ('bool operator==', 'no default, copy or operator=='),
+                              ('Mox::String8 valueToStrep', 'no valueToStrep or sequenceToValue'),
+                              ('V sequenceToValue', 'no valueToStrep or sequenceToValue'),
+                              ('int valueToWire', 'no valueToWire or wireToValue'),
+                              ('V wireToValue', 'no valueToWire or wireToValue')):
+            self.put('out/v.h', '\n'.join(line for line in whole.splitlines()
+                                          if not lack or not line.startswith(lack)))
+            done = subprocess.run(['c++', '-std=c++20', '-fsyntax-only', '-xc++', '-I' + ROOT_DIR,
+                                   '-Iout', 'out/T/Values.h'], capture_output=True, text=True,
+                                  cwd=self.directory, check=False)
+            errors = [line for line in done.stderr.splitlines() if ': error: ' in line]
+            self.assertEqual(len(errors), message is not None, done.stderr)
+            for error in errors:
+                self.assertRegex(error, r'\At\.mox:4:\d+: error: .*value A::V: ' + re.escape(message))
 
     def testUnwritableOutputIsOneLine(self):
         self.put('t.mox', SCHEMA)

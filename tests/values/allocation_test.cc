@@ -10,9 +10,9 @@
 
 #include "tests/Mox/AllocationGuard.h"
 #include "tests/values/thrown.h"
-#include "values/DramConfig.h"
+#include "InvSiblings/DramConfig.h"
 #include "values/EntityPath.h"
-#include "values/Units.h"
+#include "InvSiblings/Units.h"
 #include "values/ValueText.h"
 
 namespace {

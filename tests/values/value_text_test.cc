@@ -11,10 +11,10 @@
 #include <string>
 
 #include "tests/values/thrown.h"
-#include "values/DramConfig.h"
+#include "InvSiblings/DramConfig.h"
 #include "values/EntityPath.h"
-#include "values/SlotId.h"
-#include "values/Units.h"
+#include "InvSiblings/SlotId.h"
+#include "InvSiblings/Units.h"
 
 namespace {
 

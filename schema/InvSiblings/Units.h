@@ -27,5 +27,7 @@ inline Megahertz sequenceToValue(Mox::String8::IteratorConst& pos,
                                  Mox::String8::IteratorConst const& end, Megahertz*) {
   return Mox::sequenceToValue(pos, end, static_cast<double*>(nullptr));
 }
+constexpr double valueToWire(Megahertz frequency) { return frequency.value(); }
+constexpr Megahertz wireToValue(double number, Megahertz*) { return Megahertz(number); }
 
 }  // namespace Units

@@ -52,6 +52,10 @@ class DramConfig {
 Mox::String8 valueToStrep(DramConfig const& config);
 DramConfig sequenceToValue(Mox::String8::IteratorConst& pos, Mox::String8::IteratorConst const& end,
                            DramConfig*);
+constexpr unsigned char valueToWire(DramConfig const& config) { return config.bits(); }
+constexpr DramConfig wireToValue(unsigned char bits, DramConfig*) {
+  return DramConfig::fromBits(bits);
+}
 
 }  // namespace Sand
 }  // namespace Hardware

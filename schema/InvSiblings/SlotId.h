@@ -24,5 +24,7 @@ inline SlotId sequenceToValue(Mox::String8::IteratorConst& pos,
                               Mox::String8::IteratorConst const& end, SlotId*) {
   return Mox::sequenceToValue(pos, end, static_cast<unsigned int*>(nullptr));
 }
+constexpr unsigned int valueToWire(SlotId slot) { return slot.value(); }
+constexpr SlotId wireToValue(unsigned int number, SlotId*) { return SlotId(number); }
 
 }  // namespace Fru

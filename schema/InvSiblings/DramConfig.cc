@@ -1,4 +1,4 @@
-#include "values/DramConfig.h"
+#include "InvSiblings/DramConfig.h"
 
 namespace Hardware::Sand {
 
