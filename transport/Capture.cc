@@ -129,8 +129,12 @@ CaptureWriter::CaptureWriter(std::string const& path, Clock clockMs) : file_(new
   auto const now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
   unsigned char began[beginSize];
   putBytes(began, static_cast<std::uint64_t>(now), sizeof began);
+  std::string failure;
+  file_->onFailed = [&failure](std::string const& line) { failure = line; };
   file_->put(magic.data(), magic.size(), false);
   file_->put(began, sizeof began, true);
+  file_->onFailed = nullptr;
+  if (!failure.empty()) throw TransportError(failure);
 }
 
 CaptureWriter::~CaptureWriter() {

@@ -33,7 +33,8 @@ class CaptureWriter {
   using Clock = std::function<std::uint64_t()>;
   using OnFailed = std::function<void(std::string const& line)>;
 
-  /// Begins the file anew, for this user alone. Throws TransportError "PATH: cause".
+  /// Begins the file anew, for this user alone. Throws TransportError "PATH: cause", also when the
+  /// file takes nothing.
   CaptureWriter(std::string const& path, Clock clockMs);
   ~CaptureWriter();
   CaptureWriter(CaptureWriter const&) = delete;

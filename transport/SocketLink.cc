@@ -21,6 +21,8 @@ namespace {
 
 std::string systemText(int number) { return std::generic_category().message(number); }
 
+constexpr char const* inUse = "somebody listens there already";
+
 [[noreturn]] void refuse(SocketAddress const& address, std::string const& cause) {
   throw TransportError(address.text() + ": " + cause);
 }
@@ -96,6 +98,15 @@ int connectSocket(int fd, sockaddr const* to, socklen_t size, Deadline const& de
   }
 }
 
+bool isLoopback(sockaddr_storage const& address) {
+  if (address.ss_family == AF_INET6) {
+    return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<sockaddr_in6 const&>(address).sin6_addr);
+  }
+  constexpr std::uint32_t loopbackNet = 127;
+  auto const& inet = reinterpret_cast<sockaddr_in const&>(address);
+  return address.ss_family == AF_INET && ntohl(inet.sin_addr.s_addr) >> 24 == loopbackNet;
+}
+
 /// Host and port of the other end of a TCP socket, as numbers; empty hosts mean that it is gone, or
 /// no such socket.
 SocketAddress peerAddress(int fd) {
@@ -143,10 +154,16 @@ SocketLink::SocketLink(Descriptor socket, std::string place) : socket_(std::move
   }
   ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
   ::fcntl(fd, F_SETFD, FD_CLOEXEC);
-  // Refused on Unix sockets, which have no such delay and tell at once when the peer is gone.
-  int const on = 1;
-  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  ::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+  // Refused on Unix sockets, which have no such delay and fail at once when the peer is gone.
+  auto const option = [fd](int level, int name, int value) {
+    ::setsockopt(fd, level, name, &value, sizeof value);
+  };
+  option(IPPROTO_TCP, TCP_NODELAY, 1);
+  option(IPPROTO_TCP, TCP_KEEPIDLE, keepIdleS);
+  option(IPPROTO_TCP, TCP_KEEPINTVL, keepIntervalS);
+  option(IPPROTO_TCP, TCP_KEEPCNT, keepProbes);
+  option(IPPROTO_TCP, TCP_USER_TIMEOUT, tcpTimeoutMs);
+  option(SOL_SOCKET, SO_KEEPALIVE, 1);
 }
 
 std::unique_ptr<SocketLink> SocketLink::connect(SocketAddress const& address, int timeoutMs) {
@@ -228,13 +245,15 @@ Listener::~Listener() {
 void Listener::listenUnix(unsigned int mode) {
   sockaddr_un const at = unixAddress(address_);
   auto const* const name = reinterpret_cast<sockaddr const*>(&at);
+  lock_ = PathLock(address_.path);
   struct stat present {};
   if (::lstat(address_.path.c_str(), &present) == 0) {
     if (!S_ISSOCK(present.st_mode)) refuse(address_, "exists and is not a socket");
     Descriptor const probe = newSocket(AF_UNIX);
     if (!probe) refuse(address_, systemText(errno));
-    bool const isRefused = ::connect(probe.get(), name, sizeof at) != 0 && errno == ECONNREFUSED;
-    if (!isRefused) refuse(address_, "somebody listens there already");
+    // A full backlog is a listener, too.
+    if (::connect(probe.get(), name, sizeof at) == 0 || errno == EAGAIN) refuse(address_, inUse);
+    if (errno != ECONNREFUSED) refuse(address_, systemText(errno));
     if (::unlink(address_.path.c_str()) != 0) refuse(address_, systemText(errno));
   }
   Descriptor socket = newSocket(AF_UNIX);
@@ -271,8 +290,9 @@ void Listener::listenTcp() {
   sockaddr_storage bound{};
   socklen_t size = sizeof bound;
   char port[NI_MAXSERV] = "";
-  if (::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&bound), &size) == 0 &&
-      ::getnameinfo(reinterpret_cast<sockaddr const*>(&bound), size, nullptr, 0, port, sizeof port,
+  if (::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&bound), &size) != 0) return;
+  isLocal_ = isLoopback(bound);
+  if (::getnameinfo(reinterpret_cast<sockaddr const*>(&bound), size, nullptr, 0, port, sizeof port,
                     NI_NUMERICSERV) == 0) {
     address_.port = port;
   }

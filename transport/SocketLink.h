@@ -8,6 +8,7 @@
 
 #include "attrlog/link/ByteLink.h"
 #include "transport/Descriptor.h"
+#include "transport/PathLock.h"
 #include "transport/SocketAddress.h"
 
 namespace MOX_API Mox {
@@ -15,9 +16,10 @@ namespace NboAttrLog {
 
 class SocketLink : public ByteLink {
  public:
-  /// Takes a connected stream socket, which becomes non-blocking and is closed on exec; over TCP
-  /// without delay and with keepalive.
-  /// `place`: address of the listener that accepted it.
+  /// Takes a connected stream socket, which becomes non-blocking and is closed on exec. Over TCP it
+  /// is without delay, a silent connection is probed after `keepIdleS`, and the connection fails
+  /// when the peer answers nothing, or takes nothing, for `tcpTimeoutMs`. `place`: address of the
+  /// listener that accepted it.
   explicit SocketLink(Descriptor socket, std::string place = {});
 
   /// Waits up to `timeoutMs` for the connection. Throws TransportError "ADDRESS: cause".
@@ -36,6 +38,11 @@ class SocketLink : public ByteLink {
   std::string peerText() const;
 
  private:
+  static constexpr int keepIdleS = 30;
+  static constexpr int keepIntervalS = 10;
+  static constexpr int keepProbes = 3;
+  static constexpr int tcpTimeoutMs = 120000;
+
   ByteResult fail(int number);
 
   Descriptor socket_;
@@ -46,9 +53,10 @@ class SocketLink : public ByteLink {
 /// Accepts connections. Descriptors are closed on exec.
 class Listener {
  public:
-  /// A Unix socket's file has `mode`: by default it is for this user alone. What a dead process
-  /// left at its path is replaced; a path where somebody listens, or that is no socket, is not. The
-  /// file goes with the listener. TCP port 0: any free one. Throws TransportError "ADDRESS: cause".
+  /// A Unix socket's file has `mode`: by default it is for this user alone. A lock on the file
+  /// PATH.lock keeps other listeners away; the socket of a dead process is replaced, and a path
+  /// where somebody listens, or that is no socket, is not. Both files go with the listener. TCP
+  /// port 0: any free one. Throws TransportError "ADDRESS: cause".
   explicit Listener(SocketAddress const& address, unsigned int mode = 0600);
   ~Listener();
   Listener(Listener const&) = delete;
@@ -57,6 +65,8 @@ class Listener {
   int fd() const { return socket_.get(); }
   /// Where it listens, with the port that was given by the system.
   SocketAddress const& address() const { return address_; }
+  /// False when other machines may reach it, as far as its address decides that.
+  bool isLocal() const { return isLocal_; }
   /// Null when nobody waits. Throws TransportError when the system has no room for a connection.
   std::unique_ptr<SocketLink> accept();
 
@@ -65,7 +75,9 @@ class Listener {
   void listenTcp();
 
   SocketAddress address_;
+  PathLock lock_;
   Descriptor socket_;
+  bool isLocal_ = true;
   /// Tells this listener's socket file from another one of the same path.
   unsigned long long device_ = 0;
   unsigned long long inode_ = 0;

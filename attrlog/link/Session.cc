@@ -1,6 +1,8 @@
 // The links of a session: what each gets at first, and who leaves.
 #include "attrlog/link/Session.h"
 
+#include "attrlog/wire/ShownText.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -118,7 +120,8 @@ void Session::handleClosed(Link& link) {
 
 void Session::report(Link const& link, std::string const& text) const {
   if (onReport_) {
-    onReport_((link.peerName().empty() ? "unknown peer" : link.peerName()) + ": " + text);
+    onReport_(
+        shownText((link.peerName().empty() ? "unknown peer" : link.peerName()) + ": " + text));
   }
 }
 

@@ -62,7 +62,8 @@ class Session {
   /// Calls the handler for each link of the session, those of now included: for a loop that waits
   /// for them.
   void onLink(OnLink handler);
-  /// One line about each thing that somebody who looks after the process wants to know.
+  /// One line about each thing that somebody who looks after the process wants to know. What peers
+  /// have named in it has been through `shownText`.
   void onReport(OnReport handler) { onReport_ = std::move(handler); }
 
  private:

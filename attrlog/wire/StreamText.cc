@@ -1,6 +1,8 @@
 // Greetings and frames as lines.
 #include "attrlog/wire/StreamText.h"
 
+#include "attrlog/wire/ShownText.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -19,20 +21,6 @@ std::string hexText(std::uint64_t value) {
   return result;
 }
 
-/// A line stays one line whatever a key or a peer's name holds.
-std::string oneLine(std::string const& text) {
-  std::string result;
-  for (char const c : text) {
-    auto const byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      result += c;
-    } else {
-      result += (byte < 0x10 ? "\\x0" : "\\x") + hexText(byte);
-    }
-  }
-  return result;
-}
-
 /// A cursor over a payload that belongs to no connection.
 Ptr<In> payloadOf(Frame const& frame) {
   Ptr<In> in(new In({}));
@@ -46,7 +34,7 @@ void payloadEnd(In const& in) {
 }
 
 std::string greetingLine(Greeting const& greeting) {
-  std::string line = "greeting '" + oneLine(greeting.peerName) + "':";
+  std::string line = "greeting '" + shownText(greeting.peerName) + "':";
   constexpr std::pair<Greeting::Bits, char const*> bits[] = {
       {Greeting::exports, " exports,"},
       {Greeting::imports, " imports,"},
@@ -115,7 +103,7 @@ std::string StreamText::frameLine(Direction direction, Frame const& frame) {
     line = content(side, frame);
   } catch (std::exception const& unreadable) {
     // A value that its type refuses, or a payload of another length.
-    line = rawMessage(frame) + " (" + oneLine(unreadable.what()) + ")";
+    line = rawMessage(frame) + " (" + shownText(unreadable.what()) + ")";
   }
   if (options_.header) line += header(side, frame);
   side.ack = frame.ack;
@@ -177,7 +165,7 @@ std::string StreamText::attribute(Side& side, Frame const& frame, Known const& e
   bool const ownsChildren = attr.childType != nullptr;
   std::string place = entity.path + (ownsChildren ? "/" : ".") + attr.name;
   unsigned char const* const front = in.position();
-  if (attr.key) place += "[" + oneLine(stdText(attr.key(in))) + "]";
+  if (attr.key) place += "[" + shownText(stdText(attr.key(in))) + "]";
   if (frame.attributeId < 0) {
     payloadEnd(in);
     return "del " + place;
@@ -235,19 +223,19 @@ std::string StreamText::root(Frame const& frame) {
   std::string path;
   if (type) {
     unsigned char const* const front = in.position();
-    if (type->name) path = oneLine(stdText(type->name(in)));
+    if (type->name) path = shownText(stdText(type->name(in)));
     in.positionIs(front);
     args = arguments(type->args, in);
   } else {
     in.nextBytes(argsSize);
   }
   // Roots without a name are known by what they were made with.
-  if (!type || !type->name) path = oneLine(typeName) + args;
+  if (!type || !type->name) path = shownText(typeName) + args;
   section(4);
   EntityId const id = in.nextEntityId();
   payloadEnd(in);
   known_[id] = {path, type};
-  return "root " + path + ": " + oneLine(typeName) + args +
+  return "root " + path + ": " + shownText(typeName) + args +
          (options_.header ? " id " + hexText(id.value()) : "");
 }
 
@@ -276,7 +264,7 @@ std::string StreamText::repeat(Frame const& frame) {
   if (!attr) return rawMessage(frame);
   Ptr<In> const in = payloadOf(frame);
   std::string place = entity->second.path + (attr->childType ? "/" : ".") + attr->name;
-  if (attr->key) place += "[" + oneLine(stdText(attr->key(**in))) + "]";
+  if (attr->key) place += "[" + shownText(stdText(attr->key(**in))) + "]";
   payloadEnd(**in);
   return "repeat " + place;
 }
@@ -323,9 +311,9 @@ std::string StreamText::value(NextText next, In& in) const {
 /// Cut at a whole character; the text forms leave bytes above 127 as they are.
 std::string StreamText::cut(std::string const& text) const {
   std::size_t most = options_.mostText;
-  if (most == 0 || text.size() <= most) return oneLine(text);
+  if (most == 0 || text.size() <= most) return shownText(text);
   while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xc0) == 0x80) --most;
-  return oneLine(text.substr(0, most)) + "…";
+  return shownText(text.substr(0, most)) + "…";
 }
 
 std::string StreamText::nameOf(EntityId id) const {

@@ -1,19 +1,54 @@
 // The options of an endpoint.
 #include "tools/common/Endpoint.h"
 
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdlib>
 #include <iostream>
+#include <system_error>
 
 namespace Tools {
+namespace {
+
+std::string defaultDirectory() { return "/tmp/inventoryd-" + std::to_string(::geteuid()); }
+
+}  // namespace
 
 std::string defaultSocketPath() {
   char const* const directory = std::getenv("XDG_RUNTIME_DIR");
   if (directory && *directory) return std::string(directory) + "/inventoryd.sock";
-  return "/tmp/inventoryd-" + std::to_string(::getuid()) + ".sock";
+  return defaultDirectory() + "/inventoryd.sock";
+}
+
+void defaultDirectoryIs() {
+  std::string const path = defaultDirectory();
+  if (defaultSocketPath() != path + "/inventoryd.sock") return;
+  struct stat present {};
+  std::string cause;
+  if ((::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) ||
+      ::lstat(path.c_str(), &present) != 0) {
+    cause = std::generic_category().message(errno);
+  } else if (!S_ISDIR(present.st_mode) || present.st_uid != ::geteuid()) {
+    cause = "is no directory of this user";
+  } else if ((present.st_mode & 077) != 0) {
+    cause = "is open to other users";
+  }
+  if (!cause.empty()) throw Mox::NboAttrLog::TransportError(path + ": " + cause);
+}
+
+std::unique_ptr<Mox::NboAttrLog::SocketLink> Endpoint::connect(
+    Mox::NboAttrLog::SocketAddress const& at, int timeoutMs) const {
+  auto link = Mox::NboAttrLog::SocketLink::connect(at, timeoutMs);
+  std::optional<unsigned int> const user = link->peerUser();
+  if (!user || *user == 0 || *user == ::geteuid() || user == serverUser) return link;
+  std::string const id = std::to_string(*user);
+  throw Mox::NboAttrLog::TransportError(at.text() + ": the server runs as user " + id +
+                                        ", neither this one nor root (--server-user " + id +
+                                        " allows it)");
 }
 
 void Endpoint::optionsTo(CLI::App& app) {

@@ -1,10 +1,13 @@
 // Where inventoryd listens and inventoryctl connects: the options that both have.
 #pragma once
 
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "transport/SocketAddress.h"
+#include "transport/SocketLink.h"
 
 namespace CLI {
 class App;
@@ -12,17 +15,25 @@ class App;
 
 namespace Tools {
 
-/// `inventoryd.sock` in $XDG_RUNTIME_DIR; without that `/tmp/inventoryd-UID.sock`.
+/// `inventoryd.sock` in $XDG_RUNTIME_DIR; without that `/tmp/inventoryd-UID/inventoryd.sock`.
 std::string defaultSocketPath();
+/// Makes the directory of the default path below /tmp, for this user alone. Throws TransportError
+/// "DIRECTORY: cause" when it is another user's, or open to others.
+void defaultDirectoryIs();
 
 struct Endpoint {
   std::string unixPath;
   std::string tcp;
+  std::optional<unsigned int> serverUser;
 
   /// Adds `--unix` and `--tcp`, of which one at most may be given.
   void optionsTo(CLI::App& app);
   /// Throws TransportError for a `--tcp` that can't be read.
   Mox::NboAttrLog::SocketAddress address() const;
+  /// Connects to `at`. A Unix socket's server must run as this user, as root or as `serverUser`:
+  /// anybody else may have taken the path. Throws TransportError.
+  std::unique_ptr<Mox::NboAttrLog::SocketLink> connect(Mox::NboAttrLog::SocketAddress const& at,
+                                                       int timeoutMs) const;
 };
 
 /// Where a server listens, and whether those who come there may write.

@@ -1,4 +1,4 @@
-// Cuts standard input into lines.
+// Cuts what is read into lines.
 #include "tools/common/LineReader.h"
 
 #include <unistd.h>
@@ -9,19 +9,20 @@
 
 namespace Tools {
 
-LineReader::LineReader(Mox::NboAttrLog::PollLoop& loop, OnLine onLine)
-    : loop_(loop), onLine_(std::move(onLine)) {
-  loop_.descriptorIs(STDIN_FILENO, [this] { readSome(); });
+LineReader::LineReader(Mox::NboAttrLog::PollLoop& loop, int fd, OnLine onLine)
+    : loop_(loop), fd_(fd), onLine_(std::move(onLine)) {
+  loop_.descriptorIs(fd_, [this] { readSome(); });
 }
 
-LineReader::~LineReader() { loop_.descriptorDel(STDIN_FILENO); }
+LineReader::~LineReader() { loop_.descriptorDel(fd_); }
 
 void LineReader::readSome() {
   char bytes[65536];
-  ssize_t const count = ::read(STDIN_FILENO, bytes, sizeof bytes);
-  if (count < 0 && errno == EINTR) return;
+  ssize_t const count = ::read(fd_, bytes, sizeof bytes);
+  // Whoever shares the descriptor may have made it non-blocking, and may have read what was there.
+  if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
   if (count <= 0) {
-    loop_.descriptorDel(STDIN_FILENO);
+    loop_.descriptorDel(fd_);
     if (!line_.empty()) onLine_(&line_);
     onLine_(nullptr);
     return;

@@ -1,5 +1,5 @@
-// Lines of standard input as they come, in a poll loop: commands for a program that does other
-// things meanwhile.
+// Lines of a descriptor as they come, in a poll loop: commands for a program that does other things
+// meanwhile.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,8 @@ class LineReader {
   /// A longer line comes cut, one byte longer than this.
   static constexpr std::size_t maxLine = 1u << 20;
 
-  LineReader(Mox::NboAttrLog::PollLoop& loop, OnLine onLine);
+  /// Reads `fd`, which stays the caller's.
+  LineReader(Mox::NboAttrLog::PollLoop& loop, int fd, OnLine onLine);
   ~LineReader();
   LineReader(LineReader const&) = delete;
   LineReader& operator=(LineReader const&) = delete;
@@ -25,6 +26,7 @@ class LineReader {
   void readSome();
 
   Mox::NboAttrLog::PollLoop& loop_;
+  int fd_;
   OnLine onLine_;
   std::string line_;
 };

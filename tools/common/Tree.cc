@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Mox/Exception.h"
+#include "attrlog/wire/ShownText.h"
 #include "values/EntityPath.h"
 #include "values/ValueText.h"
 
@@ -146,17 +147,7 @@ std::vector<std::string> completionsOf(Mox::Dir const& roots, std::string_view p
 }
 
 std::string withoutControlBytes(std::string const& text) {
-  std::string result;
-  for (char const c : text) {
-    auto const byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f) {
-      constexpr char digits[] = "0123456789abcdef";
-      result += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
-    } else {
-      result += c;
-    }
-  }
-  return result;
+  return Mox::NboAttrLog::shownText(text);
 }
 
 std::string attributePath(std::string const& path, MoxAttr const& attribute,

@@ -12,6 +12,7 @@
 
 #include "attrlog/link/Link.h"
 #include "attrlog/link/Session.h"
+#include "attrlog/wire/ShownText.h"
 #include "attrlog/wire/StreamText.h"
 #include "tools/inventoryctl/Failure.h"
 #include "transport/Capture.h"
@@ -81,7 +82,7 @@ class Decoder {
     prefix_ = std::to_string(record.connection) + " " + secondsText(record.atMs) + " ";
     switch (record.kind) {
       case Kind::opened:
-        to_ << prefix_ << "  opened: " << record.bytes << '\n';
+        to_ << prefix_ << "  opened: " << shownText(record.bytes) << '\n';
         break;
       case Kind::closed:
         // Ids mean nothing beyond their connection.
@@ -107,7 +108,7 @@ class Decoder {
       stream = std::make_unique<StreamText>(
           [this](Direction direction, std::string const& line) {
             if (!isBare_) to_ << prefix_ << (direction == Direction::sent ? "> " : "< ");
-            to_ << line << '\n';
+            to_ << shownText(line) << '\n';
           },
           StreamText::Options{options_.hasHeaders, options_.mostText});
     }

@@ -88,7 +88,7 @@ bool converse(Mirror& mirror, Shell& shell, std::function<void(std::string const
   if (::isatty(STDIN_FILENO) == 1) {
     prompt.emplace(mirror.loop(), waiting, shell);
   } else {
-    script.emplace(mirror.loop(), [&waiting](std::string const* line) {
+    script.emplace(mirror.loop(), STDIN_FILENO, [&waiting](std::string const* line) {
       if (line) {
         waiting.lines.push_back(*line);
       } else {

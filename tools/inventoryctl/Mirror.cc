@@ -61,12 +61,13 @@ std::string withoutPrefix(std::string const& text) {
 
 Mirror::Mirror(Options const& options)
     : options_(options),
+      address_(options.endpoint.address()),
       roots_(new Mox::Dir),
       session_(ownName(), linkOptions(options)),
       dialer_(loop_, session_, [this] {
         std::uint64_t const most = report_ ? mostReconnectMs : INT_MAX;
-        return SocketLink::connect(options_.address,
-                                   static_cast<int>(std::min(options_.timeoutMs, most)));
+        return options_.endpoint.connect(address_,
+                                         static_cast<int>(std::min(options_.timeoutMs, most)));
       }) {
   // Peers name the types; the linker must not leave the model out because nothing else does.
   Inventory::Arad::AradSlice::_fwkType();
@@ -96,7 +97,7 @@ void Mirror::ended(Link const& link, std::string const& text) {
     if (!isOutOfStep_) report_("connection lost: " + reason + "; trying again");
     isOutOfStep_ = true;
   } else if (hasSaidNothing) {
-    failure_.emplace(exitNoServer, "no server: " + options_.address.text() + ": " + reason);
+    failure_.emplace(exitNoServer, "no server: " + address_.text() + ": " + reason);
   } else {
     failure_.emplace(exitLost, "connection lost: " + reason);
   }

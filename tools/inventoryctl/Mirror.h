@@ -8,6 +8,7 @@
 
 #include "Mox/Dir.h"
 #include "attrlog/link/Session.h"
+#include "tools/common/Endpoint.h"
 #include "tools/inventoryctl/Failure.h"
 #include "transport/Dialer.h"
 #include "transport/PollLoop.h"
@@ -20,7 +21,7 @@ class Mirror {
   using Report = std::function<void(std::string const& line)>;
 
   struct Options {
-    Mox::NboAttrLog::SocketAddress address;
+    Endpoint endpoint;
     /// How long the server may say nothing until the copy is in step.
     std::uint64_t timeoutMs = 10000;
     /// Asks for the right to change what the server has.
@@ -56,6 +57,7 @@ class Mirror {
   void ended(Mox::NboAttrLog::Link const& link, std::string const& reason);
 
   Options options_;
+  Mox::NboAttrLog::SocketAddress address_;
   Mox::NboAttrLog::PollLoop loop_;
   Mox::Ptr<Mox::Dir> roots_;
   Mox::NboAttrLog::Session session_;

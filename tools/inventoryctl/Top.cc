@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "attrlog/wire/ShownText.h"
 #include "tools/inventoryctl/Failure.h"
 #include "transport/PollLoop.h"
 #include "transport/SocketLink.h"
@@ -49,17 +50,21 @@ std::string tableText(std::vector<Row> const& rows) {
 
 }  // namespace
 
-std::string askStatus(SocketAddress const& address, std::uint64_t timeoutMs) {
+std::string askStatus(Endpoint const& endpoint, SocketAddress const& address,
+                      std::uint64_t timeoutMs) {
   std::string status;
   char bytes[65536];
   try {
     int const waitMs = static_cast<int>(std::min<std::uint64_t>(timeoutMs, 1u << 30));
-    auto const link = SocketLink::connect(address, waitMs);
+    auto const link = endpoint.connect(address, waitMs);
     std::uint64_t const dueMs = PollLoop::steadyMs() + timeoutMs;
     for (;;) {
       ByteResult const result = link->read(bytes, sizeof bytes);
       status.append(bytes, result.count);
-      if (result.state == ByteResult::State::end) return status;
+      if (result.state == ByteResult::State::end) {
+        if (status.ends_with('\n')) status.pop_back();
+        return shownText(status) + "\n";
+      }
       if (result.state == ByteResult::State::failed) throw TransportError(link->error());
       if (result.count != 0) continue;
       std::uint64_t const now = PollLoop::steadyMs();

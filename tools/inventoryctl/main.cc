@@ -9,6 +9,7 @@
 #include <iostream>
 #include <string>
 
+#include "attrlog/wire/ShownText.h"
 #include "tools/common/Dump.h"
 #include "tools/common/Endpoint.h"
 #include "tools/inventoryctl/Captures.h"
@@ -57,7 +58,9 @@ void flush() {
   throw Tools::Failure(Tools::exitFile, "standard output can't be written");
 }
 
-void report(std::string const& line) { std::cerr << "inventoryctl: " << line << std::endl; }
+void report(std::string const& line) {
+  std::cerr << "inventoryctl: " << Mox::NboAttrLog::shownText(line) << std::endl;
+}
 
 SocketAddress addressOf(Options const& options) {
   try {
@@ -71,7 +74,8 @@ SocketAddress addressOf(Options const& options) {
 void withMirror(Options const& options, bool wantsWrite,
                 std::function<void(Tools::Mirror&)> const& work) {
   SignalSource signals{SIGINT, SIGTERM};
-  Tools::Mirror mirror({addressOf(options), options.timeoutMs(), wantsWrite});
+  addressOf(options);
+  Tools::Mirror mirror({options.endpoint, options.timeoutMs(), wantsWrite});
   mirror.loop().descriptorIs(signals.fd(), [&] {
     if (signals.next() != 0) mirror.stop();
   });
@@ -162,7 +166,7 @@ void top(Options const& options) {
   }
   SignalSource signals{SIGINT, SIGTERM};
   for (;;) {
-    std::string const status = Tools::askStatus(address, options.timeoutMs());
+    std::string const status = Tools::askStatus(options.endpoint, address, options.timeoutMs());
     std::string const shown = options.isJson ? status : Tools::statusTable(status);
     // A person's terminal is cleared, so that the table stays where it is.
     bool const clears = !options.isOnce && ::isatty(STDOUT_FILENO) == 1;
@@ -183,6 +187,9 @@ int main(int argc, char** argv) {
   std::function<void(Options const&)> chosen;
   CLI::App app("Shows and follows what an inventoryd serves.", "inventoryctl");
   options.endpoint.optionsTo(app);
+  app.add_option("--server-user", options.endpoint.serverUser,
+                 "user that the server of a Unix socket may run as, beside this one and root")
+      ->type_name("ID");
   app.add_option("--timeout", options.timeoutSeconds,
                  "seconds that the server may be silent before the copy is in step (default 10)")
       ->type_name("S")

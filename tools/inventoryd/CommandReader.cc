@@ -1,6 +1,8 @@
 // One line, one change.
 #include "tools/inventoryd/CommandReader.h"
 
+#include <unistd.h>
+
 #include <utility>
 
 #include "tools/common/TreeCommands.h"
@@ -8,7 +10,7 @@
 namespace Tools {
 
 CommandReader::CommandReader(Mox::NboAttrLog::PollLoop& loop, Report report)
-    : loop_(loop), report_(std::move(report)), lines_(loop, [this](auto* line) {
+    : loop_(loop), report_(std::move(report)), lines_(loop, STDIN_FILENO, [this](auto* line) {
         if (line && !isEnded_) run(*line);
       }) {}
 

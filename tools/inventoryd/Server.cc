@@ -4,13 +4,20 @@
 #include <InvArad.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
+
+#include "attrlog/wire/ShownText.h"
+#include "transport/Admission.h"
 
 namespace Tools {
 namespace {
 
 using namespace Mox::NboAttrLog;
+
+/// Refused connections are reported this often.
+constexpr std::uint64_t fullReportMs = 10000;
 
 LinkOptions linkOptions(ServerOptions const& options) {
   LinkOptions link;
@@ -35,6 +42,7 @@ char const* stateText(Link::State state) {
 
 Server::Server(ServerOptions const& options, Mox::Ptr<Mox::Entity> const& root, Report report)
     : report_(std::move(report)),
+      maxConnections_(std::min(options.maxConnections, descriptorRoom())),
       session_("inventoryd", linkOptions(options)),
       beganMs_(loop_.nowMs()) {
   if (!options.capturePath.empty()) {
@@ -60,6 +68,14 @@ Server::Server(ServerOptions const& options, Mox::Ptr<Mox::Entity> const& root, 
     status_.emplace(loop_, SocketAddress::unixPath(options.statusPath), options.mode,
                     [this] { return statusText(); });
   }
+  if (maxConnections_ < options.maxConnections) {
+    report_("descriptors limit the connections to " + std::to_string(maxConnections_));
+  }
+  for (Place const& place : places_) {
+    if (!place.isWritable || place.listener->isLocal()) continue;
+    report_("warning: whoever reaches " + place.listener->address().text() +
+            " may change the tree: there is no authentication");
+  }
   // Whoever reads the lines of one place may take the word for it that all are there.
   for (Place const& place : places_) {
     report_("listening on " + place.listener->address().text() +
@@ -74,6 +90,14 @@ Server::~Server() {
 }
 
 void Server::accepted(std::unique_ptr<SocketLink> socket, bool isWritable) {
+  if (!admits(session_, socket->origin(), maxConnections_)) {
+    std::uint64_t const now = loop_.nowMs();
+    if (fullReportedMs_ && now - *fullReportedMs_ < fullReportMs) return;
+    fullReportedMs_ = now;
+    report_(socket->peerText() + ": refused, " + std::to_string(maxConnections_) +
+            " connections are the most");
+    return;
+  }
   std::string const from = socket->peerText();
   std::unique_ptr<ByteLink> bytes = std::move(socket);
   if (capture_) bytes = capture_->linkOf(std::move(bytes), from);
@@ -101,7 +125,7 @@ std::string Server::statusText() const {
     LinkDebt const debt = demuxer.debt();
     status["connections"].push_back({
         {"number", guest.number},
-        {"peer", guest.link->peerName()},
+        {"peer", shownText(guest.link->peerName())},
         {"from", guest.from},
         {"state", stateText(guest.link->state())},
         {"mayWrite", demuxer.options().grantsWrite},

@@ -24,6 +24,7 @@ struct ServerOptions {
   std::string statusPath;    ///< empty: nobody is told
   std::string capturePath;   ///< empty: nothing is recorded
   std::size_t buffer = Mox::NboAttrLog::defaultCapacity;
+  std::size_t maxConnections = 1000;
 };
 
 class Server {
@@ -57,6 +58,8 @@ class Server {
   void accepted(std::unique_ptr<Mox::NboAttrLog::SocketLink> socket, bool isWritable);
 
   Report report_;
+  std::size_t maxConnections_;
+  std::optional<std::uint64_t> fullReportedMs_;
   Mox::NboAttrLog::PollLoop loop_;
   Mox::NboAttrLog::Session session_;
   std::optional<Mox::NboAttrLog::CaptureWriter> capture_;

@@ -1,6 +1,7 @@
 // Answers without waiting for anybody.
 #include "tools/inventoryd/StatusSocket.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Tools {
@@ -8,7 +9,8 @@ namespace {
 
 using namespace Mox::NboAttrLog;
 
-/// One who doesn't read mustn't cost more than the text; many of them mustn't add up.
+/// One who doesn't read costs no more than the text. When there are more, the oldest goes: those
+/// who don't read keep nobody out.
 constexpr std::size_t mostAskers = 16;
 
 }  // namespace
@@ -26,9 +28,15 @@ StatusSocket::~StatusSocket() {
 }
 
 void StatusSocket::accepted(std::unique_ptr<SocketLink> link) {
-  if (askers_.size() >= mostAskers) return;
+  if (askers_.size() >= mostAskers) {
+    auto const oldest = std::min_element(
+        askers_.begin(), askers_.end(),
+        [](auto const& a, auto const& b) { return a.second.number < b.second.number; });
+    loop_.descriptorDel(oldest->first);
+    askers_.erase(oldest);
+  }
   int const fd = link->fd();
-  askers_[fd] = {std::move(link), text_()};
+  askers_[fd] = {std::move(link), text_(), ++lastAsker_};
   loop_.descriptorIs(
       fd, [this, fd] { tell(fd); }, PollLoop::Wait::toWrite);
 }

@@ -1,7 +1,8 @@
-// A Unix socket that tells whoever connects how the server is: one text, and then its end. It knows
-// nothing of the text and has nothing to do with the log's connections.
+// A Unix socket that sends whoever connects the server's status: one text, and then its end. It
+// knows nothing of the text and has nothing to do with the log's connections.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -28,6 +29,7 @@ class StatusSocket {
   struct Asker {
     std::unique_ptr<Mox::NboAttrLog::SocketLink> link;
     std::string text;
+    std::uint64_t number = 0;  ///< in the order in which they came
     std::size_t sent = 0;
   };
 
@@ -39,6 +41,7 @@ class StatusSocket {
   Mox::NboAttrLog::Listener listener_;
   Text text_;
   std::map<int, Asker> askers_;
+  std::uint64_t lastAsker_ = 0;
 };
 
 }  // namespace Tools

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Mox/Dir.h"
+#include "attrlog/wire/ShownText.h"
 #include "tools/board/BoardLoader.h"
 #include "tools/board/PropertyFile.h"
 #include "tools/common/Dump.h"
@@ -36,7 +37,9 @@ struct Options {
   Tools::ServerOptions server;
 };
 
-void report(std::string const& line) { std::cerr << "inventoryd: " << line << std::endl; }
+void report(std::string const& line) {
+  std::cerr << "inventoryd: " << shownText(line) << std::endl;
+}
 
 /// Reads the files into `slice`; false when they may not be served.
 bool load(Options const& options, Mox::Ptr<Inventory::Arad::AradSlice> const& slice) {
@@ -55,7 +58,12 @@ Tools::ServerOptions serverOptions(Options const& options) {
   for (std::string const& text : options.listens) {
     server.places.push_back(Tools::ListenPlace::of(text));
   }
-  if (server.places.empty()) server.places.push_back({options.endpoint.address(), false});
+  if (server.places.empty()) {
+    if (options.endpoint.tcp.empty() && options.endpoint.unixPath.empty()) {
+      Tools::defaultDirectoryIs();
+    }
+    server.places.push_back({options.endpoint.address(), false});
+  }
   SocketAddress const& first = server.places.front().address;
   if (server.statusPath.empty() && first.isUnix()) {
     server.statusPath = Tools::statusPath(first.path);
@@ -138,6 +146,12 @@ int main(int argc, char** argv) {
   app.add_option("--buffer", options.server.buffer, "bytes kept for each peer")
       ->type_name("BYTES")
       ->check(CLI::Range(leastCapacity, std::size_t{1} << 30))
+      ->excludes(dump);
+  app.add_option("--max-connections", options.server.maxConnections,
+                 "connections at a time (default 1000); when there are more, those of the user or "
+                 "host that has the most make room for others")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber)
       ->excludes(dump);
   app.add_flag("--stdin", options.readsCommands,
                "read commands: set PATH.attr VALUE, add PATH/attr ARG..., del PATH, quit")
