@@ -33,6 +33,8 @@ needsTestTools() {
   needs libbenchmark-dev test -e /usr/include/benchmark/benchmark.h
   needs pkg-config command -v pkg-config
   needs gdb command -v gdb
+  needs libglib2.0-dev pkg-config --exists glib-2.0
+  needs libevent-dev pkg-config --exists libevent_core
 }
 
 needsFuzzTools() {

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <string>
 
+#include "transport/Dialer.h"
 #include "transport/PollLoop.h"
 
 namespace {
@@ -90,12 +91,17 @@ int serve(Session& session, PollLoop& loop, SocketAddress const& address) {
 int mirror(Session& session, PollLoop& loop, SocketAddress const& address) {
   Mox::Ptr<Mox::Dir> const roots(new Mox::Dir);
   session.importDirIs(roots);
-  session.onClosed([&](Link&, std::string const& why) {
+  bool isLost = false;
+  Dialer dialer(loop, session, [&] { return SocketLink::connect(address, 5000); });
+  dialer.onLost([&](Link const* link, std::string const& why, std::uint64_t) {
+    if (link == nullptr) return;  // The server isn't there yet.
     report("closed: " + why);
+    dialer.stop();
+    isLost = true;
     loop.stop();
   });
-  Mox::Ptr<Link> const link = session.linkIs(SocketLink::connect(address, 5000));
-  while (!link->demuxer().inStep() && link->state() != Link::State::closed) loop.turn();
+  dialer.start();
+  while (!isLost && !(dialer.link() && dialer.link()->demuxer().inStep())) loop.turn();
   Mox::Ptr<Mox::Dir::Entry> const entry = roots->entry("house1");
   if (!entry) return 1;
   auto const house = Mox::ptrCast<House>(entry->target());

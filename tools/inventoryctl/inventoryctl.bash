@@ -8,7 +8,7 @@ _inventoryctl() {
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
       --unix | --tcp) endpoint=("${COMP_WORDS[i]}" "${COMP_WORDS[++i]}") ;;
-      --timeout) ((++i)) ;;
+      --timeout | --server-user) ((++i)) ;;
       -*) ;;
       *)
         command=${COMP_WORDS[i]}
@@ -26,7 +26,7 @@ _inventoryctl() {
       case ${COMP_WORDS[COMP_CWORD - 1]} in
         --unix) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
         *) mapfile -t COMPREPLY < <(compgen -W "add decode del dump get ls replay set top types watch
-            --help --json --tcp --timeout --unix" -- "$word") ;;
+            --help --json --server-user --tcp --timeout --unix" -- "$word") ;;
       esac
       ;;
     decode | replay)
