@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <random>
 #include <set>
 #include <sstream>
@@ -246,19 +245,6 @@ TEST(BoardLoader, TheChipIsTheOneGivenOrTheOneMostNamed) {
   EXPECT_EQ(Board::mostNamedChip({}), "");
 }
 
-TEST(BoardLoader, PolarityAndMapOfALaneMeetInAnyOrder) {
-  std::string const lines[] = {"phy_tx_polarity_flip_phy4=1\n",
-                               "lane_to_serdes_map_nif_lane4=rx7:tx8\n",
-                               "phy_rx_polarity_flip_phy4=1\n"};
-  for (auto const& order : {std::array{0, 1, 2}, {1, 0, 2}, {2, 1, 0}, {1, 2, 0}}) {
-    std::string file;
-    for (int const line : order) file += lines[line];
-    Loaded const loaded = load({file});
-    EXPECT_EQ(loaded.slice->fap("fap0")->serdesCount(), 1u);
-    EXPECT_NE(shown(loaded.slice).find("lane 4 rx 7 tx 8 swapRx swapTx\n"), std::string::npos);
-  }
-}
-
 TEST(BoardLoader, EveryLineIsAccountedForWhateverTheFile) {
   auto const seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
@@ -287,24 +273,6 @@ TEST(BoardLoader, EveryLineIsAccountedForWhateverTheFile) {
     for (auto const& file : files) lines += std::count(file.begin(), file.end(), '\n');
     EXPECT_EQ(loaded.summary.read, lines);
   }
-}
-
-TEST(BoardLoader, TheSampleBoardLoadsWithoutARefusal) {
-  Ptr<AradSlice> const slice(new AradSlice("slice"));
-  auto const summary =
-      Board::loadBoard({Board::readPropertyFile(SOURCE_DIR "/examples/board.soc")}, "", slice);
-  EXPECT_EQ(Board::summaryText(summary),
-            "39 lines read, 28 mapped, 9 kept as text, 0 refused, 0 overridden, 2 of other chips "
-            "passed over\n"
-            "chip: FAP42 (most lines name it)\n"
-            "passed over: 2 lines of FEL7\n");
-  std::string const tree = shown(slice);
-  EXPECT_EQ(tree.substr(tree.find("cge 0\n")),
-            "cge 0\ncge 1\ncge 2\ncge 3\nxlge 16\nxlge 17\nqsgmii 71\n"
-            "port 1 cge 0\nport 10 qsgmii 71\nport 2 cge 1\nport 3 cge 2\nport 4 cge 3\n"
-            "port 5 xlge 16\nport 6 xlge 17\nport 7 xge 68\nport 8 xge 69\nport 9 ge 70\n"
-            "lane 0 rx 0 tx 1 swapTx\nlane 1 rx 1 tx 0 swapRx\nlane 2 rx 3 tx 2\n"
-            "lane 3 rx 2 tx 3\nlane 68 rx 68 tx 68 swapRx\n");
 }
 
 }  // namespace

@@ -195,9 +195,4 @@ TEST(PropertyFile, UnreadableFilesAreNamedWithTheCause) {
   std::filesystem::remove_all(folder);
 }
 
-TEST(PropertyFile, ChipIdsCompareWithoutCase) {
-  EXPECT_EQ(Board::chipKey("FAP1X_a0"), Board::chipKey("fap1x_A0"));
-  EXPECT_NE(Board::chipKey("B1X"), Board::chipKey("B1X_A0"));
-}
-
 }  // namespace

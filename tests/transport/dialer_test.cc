@@ -41,11 +41,6 @@ struct Dialed : testing::Test {
     server.linkIs(std::move(ends.first));
     return std::move(ends.second);
   }
-  Ptr<Entity> copy() const {
-    Ptr<Dir::Entry> const entry = roots->entry("slice");
-    return entry ? entry->target() : Ptr<Entity>();
-  }
-
   std::uint64_t now = 0;
   PollLoop loop{[this] { return now; }};
   Ptr<AradSlice> slice{new AradSlice("slice")};
@@ -82,25 +77,6 @@ TEST_F(Dialed, PausesGrowToTheMostAndAConnectionThatHeldStartsOver) {
   pass(1);
   ASSERT_EQ(told.size(), 2u);
   EXPECT_TRUE(told[1].ends_with(", 10")) << told[1];
-}
-
-TEST_F(Dialed, TheCopyStaysMeanwhileAndIsTheSameObjectAfterwards) {
-  isServerUp = true;
-  slice->numPortsIs(1);
-  dialer->start();
-  pass(5);
-  Ptr<Entity> const before = copy();
-  ASSERT_TRUE(before);
-  isServerUp = false;
-  pipe->isCut = true;
-  pass(100);
-  slice->numPortsIs(2);
-  EXPECT_EQ(copy(), before);
-  EXPECT_EQ(ptrCast<AradSlice>(before)->numPorts(), 1u);
-  isServerUp = true;
-  pass(50);
-  EXPECT_EQ(copy(), before);
-  EXPECT_EQ(ptrCast<AradSlice>(before)->numPorts(), 2u);
 }
 
 TEST_F(Dialed, StopEndsTheTriesAlsoFromWithinTheHandlerAndSoDoesTheEnd) {

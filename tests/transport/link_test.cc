@@ -1,6 +1,6 @@
 // Links and sessions over pipes in memory. Finds deadlines that are missed or that blame an honest
-// peer, ends and refusals with a wrong cause, work inside of a dispatch, and connections that are
-// ended by one that has no right to.
+// peer, frames that are lost at the end of a stream, work inside of a dispatch, and connections
+// that are ended by one that has no right to.
 #include "attrlog/link/Link.h"
 
 #include <gtest/gtest.h>
@@ -76,45 +76,6 @@ TEST(Link, ASilentPeerAndAnUnfinishedFrameHaveADeadline) {
   slow.link->service(1'000'030'000);
   EXPECT_EQ(slow.link->end(), Link::End::stalled);
   EXPECT_EQ(slow.link->error(), "log: a frame was not finished within 30 s");
-}
-
-TEST(Link, RefusesWhatIsNoLogWithPlaceAndCauseAndSendsThem) {
-  std::string otherVersion = greeting();
-  otherVersion[11] = 99;
-  std::string otherSchema = greeting();
-  otherSchema[23] = 1;
-  std::string const junk(4000, '\xff');
-  struct Row {
-    std::string bytes;
-    StreamError code;
-    std::string text;
-  };
-  std::string const place = " at stream offset ";
-  Row const rows[] = {
-      {"HTTP/1.1 400 Bad Request\r\n", StreamError::badGreeting, "log: BadGreeting" + place + "0,"},
-      {otherVersion, StreamError::badVersion, "log: BadVersion" + place + "0,"},
-      {otherSchema, StreamError::badSchema, "log: BadSchema" + place + "0,"},
-      {greeting() + junk, StreamError::none, "log: "},
-  };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.text);
-    LoneEnd end;
-    end.send(row.bytes);
-    end.link->service(0);
-    EXPECT_EQ(end.link->end(), Link::End::refused);
-    EXPECT_EQ(end.link->error().substr(0, row.text.size()), row.text);
-    if (row.code != StreamError::none) {
-      EXPECT_EQ(end.link->demuxer().errorCode(), row.code);
-    } else {
-      EXPECT_NE(end.received().find(end.link->error()), std::string::npos);
-    }
-    EXPECT_EQ(end.peer->write("x", 1).state, ByteResult::State::failed);
-  }
-  LoneEnd end;
-  end.send(greeting().substr(0, 20));
-  end.peer->close();
-  end.link->service(0);
-  EXPECT_EQ(end.link->error(), "closed by the peer before its greeting");
 }
 
 TEST(Link, WholeFramesBeforeTheEndAreAppliedAndHalfOnesDropped) {
