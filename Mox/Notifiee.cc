@@ -101,14 +101,19 @@ void PtrInterface::NotifieeConst::redispatch(ActivitySm* sm) {
 bool PtrInterface::NotifieeConst::moxOnAttribute(AttributeId attribute, unsigned char* counter) {
   Activity* const activity = moxFwkActivity();
   if (!activity || !activity->config().isDeferring) return false;
+  moxPendingAttributeAdd(attribute, counter);
+  if (!isWaiting_) activity->notifieeEnq(this);
+  return true;
+}
+
+void PtrInterface::NotifieeConst::moxPendingAttributeAdd(AttributeId attribute,
+                                                         unsigned char* counter) {
   if (pendingAttribute_ == 0) {
-    activity->notifieeEnq(this);
     pendingAttribute_ = attribute;
   } else if (pendingAttribute_ > 0 && pendingAttribute_ != attribute) {
     pendingAttribute_ = allAttributes;
   }
   if (counter && *counter != 255) ++*counter;
-  return true;
 }
 
 void PtrInterface::NotifieeConst::isWeakReferenceIs(bool weak) {

@@ -91,6 +91,8 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   /// True if the notification was deferred: the activity then runs `handleNotification` later, and
   /// `counter`, unless null, counts one key more (up to 255).
   bool moxOnAttribute(AttributeId attribute, unsigned char* counter);
+  /// Merges a notification into the pending one.
+  void moxPendingAttributeAdd(AttributeId attribute, unsigned char* counter);
 
   /// A weak subscriber doesn't count its notifier. On a bound one the count is given back or taken.
   void isWeakReferenceIs(bool weak);
@@ -100,6 +102,9 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   Mox_BitSet mox_bitSet() const { return flags_; }
   AttributeId moxPendingAttribute() const { return pendingAttribute_; }
   void moxPendingAttributeIs(AttributeId attribute) { pendingAttribute_ = attribute; }
+  /// True while this object is in the queue of an activity, which alone sets it.
+  bool moxIsWaiting() const { return isWaiting_; }
+  void moxIsWaitingIs(bool waiting) { isWaiting_ = waiting; }
   /// The notifier as it is stored, and never to be followed when `moxIsNotifierGone()`.
   PtrInterface const* moxNotifier() const { return notifier_; }
 
@@ -132,6 +137,7 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   bool isWeakReference_ = false;
   mutable bool isRegisteredNotifiee_ = false;
   bool isNotifierGone_ = false;
+  bool isWaiting_ = false;
 };
 
 /// The same with access to a mutable notifier.

@@ -9,7 +9,7 @@
 
 namespace MOX_API Mox {
 
-/// Stands on a member or at the end. Survives whatever happens to the collection meanwhile: a
+/// At a member or at the end. Survives whatever happens to the collection meanwhile: a
 /// member that is taken out keeps its place until the next step.
 class AttributeWalk {
  public:
@@ -58,29 +58,52 @@ class AttributeWalk {
   GenericIf::AttributeIteratorConst at_;
 };
 
-/// Calls a function for every change of what a generic object stands for, as long as it lives. One
-/// for each generic object; `clone()` makes more.
-class AttributeWatch : private GenericIf::Listener {
+/// Calls a function for every change of what a generic object stands for, until the watch is
+/// destroyed, which its own functions may do. Holds the generic object, and with it the entity
+/// unless the object is weak.
+class AttributeWatch {
  public:
   /// `key` is null unless one key of a collection changed; a collection without a key has changed
   /// in several places.
-  using Told =
+  using Changed =
       std::function<void(GenericIf& of, AttributeId attribute, Ptr<GenericIf const> const& key)>;
-  AttributeWatch(Ptr<GenericIf> const& of, Told told) : of_(of), told_(std::move(told)) {
-    of_->listenerIs(this);
+  /// Another function of the watch has thrown; called inside the catch block.
+  using Failed = std::function<void(GenericIf& of, AttributeId attribute)>;
+  /// The last reference to the entity of a weak generic object went.
+  using Ended = std::function<void(GenericIf& of)>;
+
+  AttributeWatch(Ptr<GenericIf> const& of, Changed changed, Failed failed = {}, Ended ended = {})
+      : of_(of), functions_(new Functions) {
+    functions_->changed = std::move(changed);
+    functions_->failed = std::move(failed);
+    functions_->ended = std::move(ended);
+    of_->listenerIs(functions_);
   }
-  ~AttributeWatch() override { of_->listenerIs(nullptr); }
+  ~AttributeWatch() { of_->listenerDel(functions_); }
   AttributeWatch(AttributeWatch const&) = delete;
   AttributeWatch& operator=(AttributeWatch const&) = delete;
 
  private:
-  void handleAttribute(GenericIf& of, AttributeId attribute,
-                       Ptr<GenericIf const> const& key) override {
-    told_(of, attribute, key);
-  }
+  /// Held while one of them runs, by the generic object.
+  struct Functions : GenericIf::Listener {
+    void handleAttribute(GenericIf& of, AttributeId attribute,
+                         Ptr<GenericIf const> const& key) override {
+      changed(of, attribute, key);
+    }
+    void handleException(GenericIf& of, AttributeId attribute) override {
+      if (failed) failed(of, attribute);
+    }
+    void handleEnd(GenericIf& of) override {
+      if (ended) ended(of);
+    }
+
+    Changed changed;
+    Failed failed;
+    Ended ended;
+  };
 
   Ptr<GenericIf> of_;
-  Told told_;
+  Ptr<Functions> functions_;
 };
 
 }  // namespace Mox

@@ -1,7 +1,10 @@
 #include "generic/GenericIf.h"
 
+#include <algorithm>
+
 #include "Mox/Exception.h"
 #include "Mox/Messages.h"
+#include "Mox/Notify.h"
 #include "generic/CursorState.h"
 #include "registry/ValueType.h"
 
@@ -28,20 +31,75 @@ char const* opName(GenericIf::AttributeOp::OpId op) {
 
 }  // namespace
 
-void GenericIf::onAttribute(AttributeId attribute) {
-  if (listener_) listener_->handleAttribute(*this, attribute, Ptr<GenericIf const>());
+void GenericIf::Listener::handleException(GenericIf&, AttributeId) {}
+void GenericIf::Listener::handleEnd(GenericIf&) {}
+
+void GenericIf::listenerIs(Ptr<Listener> const& listener) {
+  if (std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end()) return;
+  listeners_.push_back(listener);
 }
-void GenericIf::onAttribute(AttributeId attribute, Ptr<GenericIf const> const& key) {
-  if (listener_) return listener_->handleAttribute(*this, attribute, key);
-  onAttribute(attribute);
+void GenericIf::listenerDel(Ptr<Listener> const& listener) {
+  // Held, since its destructor may use this list.
+  Ptr<Listener> const held(listener);
+  std::erase(listeners_, held);
 }
 
-Activity* GenericIf::moxFwkActivity() { return activity_.get(); }
+template <class Call>
+void GenericIf::listenersCall(AttributeId attribute, Call const& call) {
+  Ptr<GenericIf> const held(this);
+  auto const frozen = listeners_;
+  for (Ptr<Listener> const& listener : frozen) {
+    if (std::find(listeners_.begin(), listeners_.end(), listener) == listeners_.end()) continue;
+    try {
+      call(**listener);
+    } catch (...) {
+      listener->handleException(*this, attribute);
+    }
+  }
+}
+
+void GenericIf::onAttribute(AttributeId attribute) {
+  if (listeners_.empty()) return;
+  listenersCall(attribute, [&](Listener& listener) {
+    listener.handleAttribute(*this, attribute, Ptr<GenericIf const>());
+  });
+}
+void GenericIf::onAttribute(AttributeId attribute, Ptr<GenericIf const> const& key) {
+  if (listeners_.empty()) return onAttribute(attribute);
+  listenersCall(attribute,
+                [&](Listener& listener) { listener.handleAttribute(*this, attribute, key); });
+}
+void GenericIf::onZeroReferences() {
+  if (listeners_.empty()) return;
+  listenersCall(zeroReferencesAttributeId, [&](Listener& listener) { listener.handleEnd(*this); });
+}
+
+Activity* GenericIf::moxFwkActivity() { return activity_ ? activity_->activity() : nullptr; }
 ActivitySm* GenericIf::actsm() {
   Activity* const activity = moxFwkActivity();
   return activity ? activity->actsm() : nullptr;
 }
-void GenericIf::moxFwkActivityIs(Ptr<Activity> const& activity) { activity_ = activity; }
+void GenericIf::moxFwkActivityIs(Ptr<Activity> const& activity) {
+  Ptr<ActivitySm> const fresh(activity ? activity->actsm() : nullptr);
+  if (fresh == activity_) return;
+  // The queue may hold the last reference.
+  Ptr<GenericIf> const held(this);
+  Activity* const old = activity_ ? activity_->activity() : nullptr;
+  if (old) old->notifieeDel(*this);
+  activity_ = fresh;
+  if (moxPendingAttribute() == 0) return;
+  if (activity && activity->config().isDeferring) {
+    activity->notifieeEnq(held);
+  } else {
+    handleNotification(nullptr);
+  }
+}
+void GenericIf::moxPendingDrop() {
+  moxPendingAttributeIs(0);
+  if (Activity* const activity = moxIsWaiting() ? moxFwkActivity() : nullptr) {
+    activity->notifieeDel(*this);
+  }
+}
 
 Ptr<MoxType const> GenericIf::type() const { return {}; }
 void* GenericIf::voidPtrIs(Ptr<MoxType const> const&) const { throwTypeException("GenericIf"); }

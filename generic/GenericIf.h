@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <vector>
 
 #include "Mox/LinkedQueue.h"
 #include "Mox/Notifiee.h"
@@ -54,6 +55,7 @@ class GenericIf : public PtrInterface::Notifiee {
   ~GenericIf() override = default;
 
   void onAttribute(AttributeId attribute) override;
+  void onZeroReferences() override;
   Activity* moxFwkActivity() override;
   using NotifieeConst::moxFwkActivity;
   ActivitySm* actsm() override;
@@ -102,9 +104,13 @@ class GenericIf : public PtrInterface::Notifiee {
   /// A read-only view: writing operations fail.
   bool isConst() const { return isConst_; }
 
-  /// Who hears of changes unless `onAttribute` is overridden; not owned, null for none.
-  void listenerIs(Listener* listener) { listener_ = listener; }
-  /// Notifications wait in this activity while it defers; null: they never wait.
+  /// Adds a listener, behind those that are there; nothing happens if it is one of them. Holds it.
+  /// A class that overrides `onAttribute` has none unless it calls this class's.
+  void listenerIs(Ptr<Listener> const& listener);
+  /// From the return of this call on the listener isn't called any more.
+  void listenerDel(Ptr<Listener> const& listener);
+  /// Notifications wait in this activity while it defers; null: they never wait. The activity isn't
+  /// held. What waits in another one moves along, or is delivered here unless the new one defers.
   void moxFwkActivityIs(Ptr<Activity> const& activity);
 
   // The failures. Each takes the name of what was wrong; none returns.
@@ -123,23 +129,36 @@ class GenericIf : public PtrInterface::Notifiee {
  protected:
   explicit GenericIf(bool isConst) : Notifiee(Mox_BitSet(relayFlags)), isConst_(isConst) {}
 
+  /// Discards what waits.
+  void moxPendingDrop();
+
  private:
   /// What subscribers that relay carry from the start.
   static constexpr std::uint32_t relayFlags = 0x4000000;
 
+  template <class Call>
+  void listenersCall(AttributeId attribute, Call const& call);
+
   bool isConst_;
-  Listener* listener_ = nullptr;
-  Ptr<Activity> activity_;
+  std::vector<Ptr<Listener>> listeners_;
+  Ptr<ActivitySm> activity_;
 };
 
-/// Hears what generic objects hear. Outlives their pointers to it.
-class GenericIf::Listener {
+/// Receives the notifications of generic objects, one or several. Any operation may add or remove
+/// listeners, and release the object and this listener: a removed one isn't called any more, an
+/// added one only from the next notification on.
+class GenericIf::Listener : public PtrInterface {
  public:
-  virtual ~Listener() = default;
   /// `key`: null unless one key of a collection changed. A collection without a key: read all of
   /// it.
   virtual void handleAttribute(GenericIf& of, AttributeId attribute,
                                Ptr<GenericIf const> const& key) = 0;
+  /// Called inside the catch block when another operation of this listener has thrown; the other
+  /// listeners are called all the same. An exception of this one takes the way of an exception of
+  /// `onAttribute`.
+  virtual void handleException(GenericIf& of, AttributeId attribute);
+  /// The last reference to the entity went; `of` is weak and can still read it.
+  virtual void handleEnd(GenericIf& of);
 };
 
 /// One element of an argument list.

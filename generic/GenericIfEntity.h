@@ -80,13 +80,19 @@ class GenericIfEntity : public GenericIfPtrInterface {
   void moxRelayKey(GenericRow const& row, GenericIf::NotifieeConst& adapter);
   void moxHandleNotification(GenericRows const& rows, GenericIf::NotifieeConst& adapter,
                              ActivityConfig* config);
+  /// Discards what waits, the counts of waiting keys included.
+  void moxPendingDropAll(GenericRows const& rows, GenericIf::NotifieeConst& adapter);
 
  private:
   /// What all entities answer; `rows` is null for an entity of a type without a table.
   Ptr<GenericIf> entityOp(GenericRows const* rows, Ptr<Entity> const& entity, AttributeOp const& op,
                           Ptr<GenericIf const> const& index);
+  /// Delivers an attribute whose notification didn't wait together with what is pending in no
+  /// queue, if anything is.
+  bool moxCatchUp(AttributeId attribute, unsigned char* count);
   void moxTell(AttributeId attribute);
   void moxTellKey(GenericRow const& row, GenericIf::NotifieeConst& adapter);
+  /// An exception goes to `handleNotificationException(attribute)`.
   void moxRun(GenericRow const& row, GenericIf::NotifieeConst& adapter, bool isWhole);
   void moxRunAll(GenericRows const& rows, GenericIf::NotifieeConst& adapter, bool isWhole);
 };

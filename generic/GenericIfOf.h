@@ -31,14 +31,21 @@ class GenericIfOf : public GenericIfEntity {
 
   void hasNotificationActiveIs(bool active) override {
     if (active == hasNotificationActive()) return;
+    Ptr<GenericIf> const held(this);
     GenericIfEntity::hasNotificationActiveIs(active);
-    if (adapter_) adapter_->hasNotificationActiveIs(active);
+    if (!adapter_) return;
+    if (!active) moxPendingDropAll(rows(), **adapter_);
+    adapter_->hasNotificationActiveIs(active);
   }
-  /// Anything that is no X counts as null.
+  /// Anything that is no X counts as null. What waits is of the old entity and is discarded.
   void notifierIs(Ptr<PtrInterface const> const& notifier) override {
+    Ptr<GenericIf> const held(this);
     Ptr<X const> const fresh(dynamic_cast<X const*>(notifier.get()));
     if (adapter_) adapter_->notifierIs(Ptr<PtrInterface const>(fresh));
-    if (fresh.get() != moxLiveNotifier()) moxBaseForget();
+    if (fresh.get() != moxLiveNotifier()) {
+      moxBaseForget();
+      if (adapter_) moxPendingDropAll(rows(), **adapter_);
+    }
     bool const isWeak = isWeakReference();
     isWeakReferenceIs(false);
     GenericIfEntity::notifierIs(Ptr<PtrInterface const>(fresh));

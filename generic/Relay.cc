@@ -1,17 +1,29 @@
-// Deferred and immediate relays: how changes of an entity reach whoever watches its generic object.
+// Deferred and immediate relays: how changes of an entity reach the listeners of its generic
+// object.
 #include "generic/GenericIfEntity.h"
 #include "generic/Rows.h"
 
 namespace Mox {
 
 void GenericIfEntity::moxRelay(AttributeId attribute) {
-  if (moxOnAttribute(attribute, nullptr)) return;
+  if (moxOnAttribute(attribute, nullptr) || moxCatchUp(attribute, nullptr)) return;
   moxTell(attribute);
 }
 
 void GenericIfEntity::moxRelayKey(GenericRow const& row, GenericIf::NotifieeConst& adapter) {
-  if (moxOnAttribute(row.id(), row.cell(adapter).count)) return;
+  unsigned char* const count = row.cell(adapter).count;
+  if (moxOnAttribute(row.id(), count) || moxCatchUp(row.id(), count)) return;
+  // The key that waits was overwritten by this one.
+  if (*count == 1) *count = 2;
   moxTellKey(row, adapter);
+}
+
+bool GenericIfEntity::moxCatchUp(AttributeId attribute, unsigned char* count) {
+  if (moxPendingAttribute() == 0 || moxIsWaiting()) [[likely]]
+    return false;
+  moxPendingAttributeAdd(attribute, count);
+  handleNotification(nullptr);
+  return true;
 }
 
 void GenericIfEntity::moxTell(AttributeId attribute) {
@@ -28,7 +40,7 @@ void GenericIfEntity::moxTellKey(GenericRow const& row, GenericIf::NotifieeConst
 
 /// What waited for one attribute: its handler, without asking the activity again.
 void GenericIfEntity::moxRun(GenericRow const& row, GenericIf::NotifieeConst& adapter,
-                             bool isWhole) {
+                             bool isWhole) try {
   if (!row.isCollection()) return moxTell(row.id());
   unsigned char& waiting = *row.cell(adapter).count;
   unsigned char const count = waiting;
@@ -38,6 +50,8 @@ void GenericIfEntity::moxRun(GenericRow const& row, GenericIf::NotifieeConst& ad
   } else if (count == 1) {
     moxTellKey(row, adapter);
   }
+} catch (...) {
+  handleNotificationException(row.id());
 }
 
 void GenericIfEntity::moxRunAll(GenericRows const& rows, GenericIf::NotifieeConst& adapter,
@@ -45,6 +59,8 @@ void GenericIfEntity::moxRunAll(GenericRows const& rows, GenericIf::NotifieeCons
   if (rows.base) moxRunAll(*rows.base, adapter, isWhole);
   for (GenericRow const& row : rows) {
     if (!row.isNotified()) continue;
+    // An earlier handler may have switched this object off.
+    if (!hasNotificationActive() || moxMarkedForDeletion()) return;
     redispatch(actsm());
     moxRun(row, adapter, isWhole);
   }
@@ -53,9 +69,10 @@ void GenericIfEntity::moxRunAll(GenericRows const& rows, GenericIf::NotifieeCons
 void GenericIfEntity::moxHandleNotification(GenericRows const& rows,
                                             GenericIf::NotifieeConst& adapter,
                                             ActivityConfig* config) {
-  // A client may let go of this object in there.
+  // A handler may drop the last reference to this object.
   Ptr<GenericIfEntity> const held(this);
   Ptr<PtrInterface> const heldAdapter(&adapter);
+  if (!hasNotificationActive() || moxMarkedForDeletion()) return moxPendingDropAll(rows, adapter);
   AttributeId const attribute = moxPendingAttribute();
   moxPendingAttributeIs(0);
   GenericRow const* const row = rows.find(attribute);
@@ -64,9 +81,23 @@ void GenericIfEntity::moxHandleNotification(GenericRows const& rows,
     return moxRun(*row, adapter, false);
   }
   moxPendingAttributeIs(attribute);
-  GenericIfPtrInterface::handleNotification(config);
+  try {
+    GenericIfPtrInterface::handleNotification(config);
+  } catch (...) {
+    handleNotificationException();
+  }
   if (attribute == allAttributes || attribute == allAttributesWhole) {
     moxRunAll(rows, adapter, attribute == allAttributesWhole);
+  }
+}
+
+void GenericIfEntity::moxPendingDropAll(GenericRows const& rows,
+                                        GenericIf::NotifieeConst& adapter) {
+  moxPendingDrop();
+  for (GenericRows const* level = &rows; level; level = level->base) {
+    for (GenericRow const& row : *level) {
+      if (row.isCollection()) *row.cell(adapter).count = 0;
+    }
   }
 }
 

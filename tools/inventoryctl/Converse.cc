@@ -99,7 +99,6 @@ bool converse(Mirror& mirror, Shell& shell, std::function<void(std::string const
   bool isFine = true;
   unsigned long number = 0;
   mirror.follow([&] {
-    shell.changesCheck();
     while (!waiting.lines.empty() && !shell.isEnded()) {
       std::string const line = std::move(waiting.lines.front());
       waiting.lines.pop_front();

@@ -81,10 +81,6 @@ void Shell::watch(std::vector<std::string> const& words) {
   watch_->onlyIs(path);
 }
 
-void Shell::changesCheck() {
-  if (watch_) watch_->rootsCheck();
-}
-
 std::vector<std::string> Shell::completions(std::string const& word, bool isFirst) const {
   KnownRoots const known(mirror_.roots());
   if (!isFirst) return completionsOf(mirror_.roots(), word);

@@ -30,8 +30,6 @@ class Shell {
   /// Throws CommandError for what can't be done, Failure when the connection fails.
   void run(Command const& command);
   bool isEnded() const { return isEnded_; }
-  /// Tells what the watch has to tell of roots.
-  void changesCheck();
 
   /// What could stand for the word that begins at `start` of a line.
   std::vector<std::string> completions(std::string const& word, bool isFirst) const;

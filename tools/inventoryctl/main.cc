@@ -105,10 +105,7 @@ void watch(Options const& options) {
     Tools::Shell shell(mirror, std::cout, options.isJson);
     shell.run(
         {"watch", options.path.empty() ? std::vector<std::string>() : std::vector{options.path}});
-    mirror.follow([&shell] {
-      shell.changesCheck();
-      flush();
-    });
+    mirror.follow(flush);
   });
 }
 
