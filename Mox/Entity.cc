@@ -1,6 +1,8 @@
 // The base entity; its attribute log slots are defined in attrlog/adapter/Entity.cc.
 #include "Mox/Entity.h"
 
+#include "Mox/Hooks.h"
+
 #include <mutex>
 #include <unordered_map>
 
@@ -21,11 +23,10 @@ LinkRecords& linkRecords() {
 
 }  // namespace
 
-void (*Entity::moxUnparentHook)(Entity* entity) = nullptr;
-MoxAttr const* (*Entity::moxAttrHook)(Entity const* entity, AttributeId attribute) = nullptr;
-String8 (*Entity::moxPathStepHook)(Entity const& child) = nullptr;
+Hooks hooks;
 
 Entity::~Entity() {
+  if ((link_ & isIdentified) && hooks.destroyed) hooks.destroyed(*this);
   if (link_ & isRecorded) eraseRecord();
   // One by one: a child's `handleParent` may change other links.
   while (link_ & hasRecords) {
@@ -73,11 +74,11 @@ void Entity::parentIs(Ptr<Entity> const& parent) {
   if (parent && !isOwner) record(**parent);
   parent_ = parent.get();
   handleParent(parent);
-  if (!parent && moxUnparentHook) moxUnparentHook(this);
+  if (!parent && hooks.unparented) hooks.unparented(*this);
 }
 
 MoxAttr const* Entity::parentAttr() const {
-  return parent_ && moxAttrHook ? moxAttrHook(parent_, parentAttrId_) : nullptr;
+  return parent_ && hooks.attribute ? hooks.attribute(*parent_, parentAttrId_) : nullptr;
 }
 AttributeId Entity::parentAttrId() const { return parentAttrId_; }
 void Entity::parentAttrIdIs(AttributeId attribute) { parentAttrId_ = attribute; }
@@ -89,8 +90,8 @@ String8 Entity::fullName() const {
   String8 step = name();
   // Whoever keeps children outside of attributes, as a directory does, names them.
   if (parentAttrId_ != 0) {
-    step = moxPathStepHook ? moxPathStepHook(*this)
-                           : parent_->attributeString(parentAttrId_) + "[" + name() + "]";
+    step = hooks.pathStep ? hooks.pathStep(*this)
+                          : parent_->attributeString(parentAttrId_) + "[" + name() + "]";
   }
   String8 const above = parent_->fullName();
   return above.empty() ? step : above + "/" + step;

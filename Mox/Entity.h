@@ -86,14 +86,8 @@ class Entity : public PtrInterface {
     parentIs(parent);
   }
 
-  /// Called with every entity that has just lost its parent; null when nobody needs to know.
-  static void (*moxUnparentHook)(Entity* entity);
-  /// Finds the attribute of an entity by id; null when there is no type registry.
-  static MoxAttr const* (*moxAttrHook)(Entity const* entity, AttributeId attribute);
-  /// The step of a path from an entity's parent to it, as in `serdes[5]`; null when there is no
-  /// type registry: then the name stands for the key. Asked for entities that stand in an
-  /// attribute.
-  static String8 (*moxPathStepHook)(Entity const& child);
+  /// The attribute log keeps an id of the entity: its end is reported to `Hooks::destroyed`.
+  void moxIsIdentifiedIs() { link_ |= isIdentified; }
 
   /// Defined with the type registry.
   static MoxType* _fwkType();
@@ -107,6 +101,7 @@ class Entity : public PtrInterface {
   /// The link to the parent is on record, and so are links to this entity (Entity.cc).
   static constexpr std::uint8_t isRecorded = 2;
   static constexpr std::uint8_t hasRecords = 4;
+  static constexpr std::uint8_t isIdentified = 8;
 
   void record(Entity& parent);
   void eraseRecord();

@@ -1,8 +1,8 @@
 #include "Mox/Notifiee.h"
 
-namespace Mox {
+#include "Mox/Hooks.h"
 
-bool (*PtrInterface::NotifieeConst::moxIsStreamAdapterHook)(PtrInterface const*) = nullptr;
+namespace Mox {
 
 void PtrInterface::NotifieeConst::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) return;
@@ -52,7 +52,7 @@ bool PtrInterface::NotifieeConst::moxServesStreamAdapter() const {
   // Either may subscribe in its constructor, when nobody holds it yet.
   NotifieeConst const* const raw = moxRawReactor();
   HeldInConstruction const held(this), heldReactor(raw ? raw : this);
-  return moxIsStreamAdapterHook && moxIsStreamAdapterHook(moxReactor().get());
+  return hooks.isStreamAdapter && hooks.isStreamAdapter(moxReactor().get());
 }
 
 void PtrInterface::NotifieeConst::handleNotification(ActivityConfig* config) {

@@ -119,8 +119,6 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   void moxRegisteredIs(bool registered) const { isRegisteredNotifiee_ = registered; }
   /// Whether `moxReactor()` is a stream adapter: those stand at the head of a list.
   bool moxServesStreamAdapter() const;
-  /// What the attribute log answers for an object; null when there is no attribute log.
-  static bool (*moxIsStreamAdapterHook)(PtrInterface const* reactor);
 
  protected:
   NotifieeConst() : NotifieeConst(Mox_BitSet()) {}

@@ -1,5 +1,7 @@
 #include "registry/MoxType.h"
 
+#include "Mox/Hooks.h"
+
 #include <map>
 
 namespace Mox {
@@ -30,8 +32,8 @@ void place(Queue& queue, unsigned int key, Ptr<Member> const& member) {
 
 Ptr<TypeName> typeName(Name const& name) { return Ptr<TypeName>(new TypeName(name)); }
 
-MoxAttr const* attributeOf(Entity const* entity, AttributeId attribute) {
-  MoxType const* const type = entity->fwkType();
+MoxAttr const* attributeOf(Entity const& entity, AttributeId attribute) {
+  MoxType const* const type = entity.fwkType();
   return type ? type->attr(attribute) : nullptr;
 }
 
@@ -39,15 +41,15 @@ MoxAttr const* attributeOf(Entity const* entity, AttributeId attribute) {
 String8 pathStep(Entity const& child) {
   Entity const& parent = *child.moxRawParent();
   String8 const name = parent.attributeString(child.parentAttrId());
-  MoxAttr const* const attribute = attributeOf(&parent, child.parentAttrId());
+  MoxAttr const* const attribute = attributeOf(parent, child.parentAttrId());
   if (attribute && !attribute->keyType()) return name;
   MoxType const* const type = child.fwkType();
   return name + "[" + (type && type->keyText() ? type->keyText()(child) : child.name()) + "]";
 }
 
 [[maybe_unused]] bool const hooksAreSet = [] {
-  Entity::moxAttrHook = &attributeOf;
-  Entity::moxPathStepHook = &pathStep;
+  hooks.attribute = &attributeOf;
+  hooks.pathStep = &pathStep;
   return true;
 }();
 

@@ -67,7 +67,9 @@ bool isWriteToOwn(Demuxer const& demuxer, Frame const& frame) {
   bool const isAbout = frame.kind == FrameKind::message || frame.kind == FrameKind::marker ||
                        frame.kind == FrameKind::complete;
   Adapter const* const adapter = isAbout ? demuxer.reactor(frame.entityId) : nullptr;
-  return adapter != nullptr && !adapter->hasFlag(notAuthority);
+  // Both ends may announce one entity at a time: what the other end writes about it is void then.
+  return adapter != nullptr && !adapter->hasFlag(notAuthority) &&
+         !demuxer.host().announcer.isContested(frame.entityId);
 }
 
 }  // namespace Mox::Simulation

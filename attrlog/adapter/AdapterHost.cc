@@ -10,6 +10,7 @@
 #include "attrlog/adapter/EntityIds.h"
 #include "attrlog/adapter/Marks.h"
 #include "attrlog/adapter/Rows.h"
+#include "attrlog/adapter/Serialize.h"
 #include "attrlog/wire/WireValue.h"
 
 namespace Mox {
@@ -32,7 +33,8 @@ AdapterHost::AdapterHost(LinkOptions const& options, Demuxer* demuxer)
       scheduler(*this),
       announcer(*this),
       repeats(*this),
-      demuxer_(demuxer) {
+      demuxer_(demuxer),
+      nonce_(options.processNonce ? options.processNonce : newEntityId().value()) {
   hosts().push_back(this);
 }
 
@@ -77,14 +79,21 @@ void AdapterHost::close() {
 
 void AdapterHost::assignEntityId(Sa& adapter) {
   Ptr<Entity> const entity = adapter.moxNotifierEntity();
+  bool const isOrphan = adapter.origin() == StreamAdapter::Origin::exportedOrphan;
   MsgChannel::Constrainer const& brought = MsgChannel::constrainer();
-  EntityId id;
+  EntityId id = isOrphan ? identities->idOf(**entity) : EntityId();
+  bool isOwn = identities->isOwn(id);
   if (brought.deserializingEid() && entity->parent().get() == brought.deserializingInParent()) {
     id = brought.deserializingEid();
-  } else if (Ptr<Sa> const other = entity->moxNboAttrLogSa(Ptr<Out const>())) {
+  } else if (Ptr<Sa> const other = id ? Ptr<Sa>() : entity->moxNboAttrLogSa(Ptr<Out const>())) {
     if (other.get() != &adapter) id = other->entityId();
+    isOwn = !other->hasFlag(notAuthority);
   }
-  if (!id || reactors.reactor(id) != nullptr || reactors.isGone(id)) id = newEntityId();
+  if (!id || reactors.reactor(id) != nullptr || reactors.isGone(id)) {
+    id = newEntityId();
+    isOwn = true;
+  }
+  if (isOrphan) identities->idIs(**entity, id, isOwn);
   reactorIs(id, adapter, false);
 }
 
@@ -120,8 +129,22 @@ void AdapterHost::reactorIs(EntityId id, Sa& adapter, bool isBound) {
 }
 
 void AdapterHost::announcedIs(Sa& adapter) {
+  if (adapter.origin() == StreamAdapter::Origin::exportedOrphan) {
+    announcer.sentIs(adapter.entityId());
+  }
   scheduler.announcedIs(adapter);
   scheduler.wake(adapter.rawEntity());
+}
+
+void AdapterHost::yield(Sa& adapter) {
+  Ptr<Entity> const entity = adapter.moxNotifierEntity();
+  for (TypeRows const* rows = &adapter.rows(); rows != nullptr; rows = rows->base) {
+    remountChildren(adapter, **entity, *rows);
+  }
+  scheduler.unannounce(adapter);
+  dropTransactions(adapter);
+  adapter.originIs(StreamAdapter::Origin::importedOrphan);
+  adapter.notificationFlagsIs(rootFlags(false));
 }
 
 void AdapterHost::retire(Sa& adapter) {

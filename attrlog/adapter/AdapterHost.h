@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "attrlog/adapter/Announcer.h"
 #include "attrlog/adapter/FlowIns.h"
 #include "attrlog/adapter/FlowScheduler.h"
+#include "attrlog/adapter/Identities.h"
 #include "attrlog/adapter/InHand.h"
 #include "attrlog/adapter/Reactors.h"
 #include "attrlog/adapter/Repeats.h"
@@ -48,6 +50,8 @@ class AdapterHost {
   /// The peer's greeting was accepted.
   void greetedIs(Greeting const& peer);
   Greeting const& peer() const { return peer_; }
+  /// This end's own, as its greeting carries it.
+  std::uint64_t nonce() const { return nonce_; }
   Demuxer* demuxer() const { return demuxer_; }
   /// True while the peer may change what this end exports.
   bool mayPeerWrite() const {
@@ -57,7 +61,7 @@ class AdapterHost {
   bool mayWrite() const { return options.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0; }
   /// The flags of the adapter of an entity without a parent.
   StreamAdapter::Mox_BitSet rootFlags(bool isExported) const;
-  /// Removes all adapters, changes no entity. `isLast` of the peer's bytes.
+  /// Removes all adapters, changes no entity.
   void close();
 
   // Adapters.
@@ -68,6 +72,9 @@ class AdapterHost {
   void reactorIs(EntityId id, Sa& adapter, bool isBound);
   /// The creation or orphan message of the adapter's entity is in the buffer.
   void announcedIs(Sa& adapter);
+  /// Both ends have announced the entity, and it is the peer's: the adapter becomes an importer's,
+  /// to be bound, and those of its children retire.
+  void yield(Sa& adapter);
   /// Ends an adapter's part in the connection, once and for all.
   void retire(Sa& adapter);
   /// Releases retired adapters. Only outside of handlers.
@@ -113,6 +120,8 @@ class AdapterHost {
   bool isReading = false;
   /// Some root was imported that this end may not write.
   bool hasReadOnlyCopies = false;
+  /// The ids of entities without a parent; a connection by itself has its own.
+  std::shared_ptr<Identities> identities = std::make_shared<Identities>();
   Exchange exchange;
   Waker waker;
   Ptr<In> in;
@@ -129,6 +138,7 @@ class AdapterHost {
   void dropTransactions(Sa& adapter);
 
   Demuxer* demuxer_;
+  std::uint64_t nonce_;
   ConnectionMode mode_ = ConnectionMode::greeting;
   Greeting peer_;
   bool recordsSlots_ = false;

@@ -73,6 +73,21 @@ EntityId Announcer::referenceId(Entity& target, bool isInMessage, bool announces
   return adapter->entityId();
 }
 
+void Announcer::sentIs(EntityId id) {
+  inFlight_.emplace_back(host_.exchange.framesCommitted(), id);
+}
+
+void Announcer::contestedIs(EntityId id) {
+  auto const isIt = [id](auto const& announced) { return announced.second == id; };
+  if (std::any_of(inFlight_.begin(), inFlight_.end(), isIt)) contested_.insert(id);
+}
+
+void Announcer::acknowledgedIs(std::uint64_t acknowledged) {
+  for (; !inFlight_.empty() && inFlight_.front().first <= acknowledged; inFlight_.pop_front()) {
+    contested_.erase(inFlight_.front().second);
+  }
+}
+
 void Announcer::sendWithdrawals() {
   while (host_.isRunning() && !withdrawn_.empty() && host_.out->freeSpace() >= runReserve) {
     MsgHeader header;
@@ -88,6 +103,8 @@ void Announcer::sendWithdrawals() {
 void Announcer::clear() {
   waiting_.clear();
   withdrawn_.clear();
+  inFlight_.clear();
+  contested_.clear();
 }
 
 }  // namespace Mox::NboAttrLog

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
+#include <set>
+#include <utility>
 
 #include "Mox/Entity.h"
 #include "Mox/Ptr.h"
@@ -38,10 +41,23 @@ class Announcer {
   /// can't know the entity yet.
   EntityId referenceId(Entity& target, bool isInMessage, bool announces);
 
+  // Announcements that cross: both ends announce one id at a time, and one of them yields.
+
+  /// The frame committed last announces the id.
+  void sentIs(EntityId id);
+  /// The peer has announced an id that is this end's: its frames about it are void until it has
+  /// seen this end's announcement.
+  void contestedIs(EntityId id);
+  bool isContested(EntityId id) const { return !contested_.empty() && contested_.contains(id); }
+  /// The peer has seen the first `acknowledged` frames.
+  void acknowledgedIs(std::uint64_t acknowledged);
+
   // Withdrawals.
 
   /// An announced entity has left the connection: the peer is to drop it.
   void withdrawnIs(EntityId id) { withdrawn_.push_back(id); }
+  /// The peer has announced the id itself meanwhile.
+  void withdrawnDel(EntityId id) { std::erase(withdrawn_, id); }
   void sendWithdrawals();
   bool isAnyWithdrawn() const { return !withdrawn_.empty(); }
 
@@ -53,6 +69,9 @@ class Announcer {
   AdapterHost& host_;
   std::deque<Ptr<Entity>> waiting_;
   std::deque<EntityId> withdrawn_;
+  /// The frames of the announcements that the peer hasn't acknowledged, in order.
+  std::deque<std::pair<std::uint64_t, EntityId>> inFlight_;
+  std::set<EntityId> contested_;
 };
 
 }  // namespace NboAttrLog

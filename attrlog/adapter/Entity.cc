@@ -2,6 +2,7 @@
 // what a child that loses its parent means to every connection, and which object is an adapter.
 #include "Mox/Entity.h"
 
+#include "Mox/Hooks.h"
 #include "attrlog/adapter/AdapterHost.h"
 
 namespace Mox {
@@ -35,10 +36,10 @@ namespace NboAttrLog {
 namespace {
 
 /// A child that has left its parent leaves every connection, whoever still holds it.
-void handleUnparent(Entity* entity) {
+void handleUnparent(Entity& entity) {
   std::vector<AdapterHost*> const hosts = adapterHosts();
   for (AdapterHost* const host : hosts) {
-    Ptr<Sa> const adapter = entity->moxNboAttrLogSa(Ptr<Out const>(host->out));
+    Ptr<Sa> const adapter = entity.moxNboAttrLogSa(Ptr<Out const>(host->out));
     if (adapter && adapter->origin() != StreamAdapter::Origin::exportedOrphan) {
       adapter->doRemountSelf(Ptr<Out>());
     }
@@ -46,12 +47,12 @@ void handleUnparent(Entity* entity) {
   }
 }
 
-bool isStreamAdapter(PtrInterface const* reactor) {
-  return dynamic_cast<Sa const*>(reactor) != nullptr;
+bool isStreamAdapter(PtrInterface const* object) {
+  return dynamic_cast<Sa const*>(object) != nullptr;
 }
 
-bool const hooked = (Entity::moxUnparentHook = &handleUnparent,
-                     PtrInterface::NotifieeConst::moxIsStreamAdapterHook = &isStreamAdapter, true);
+bool const hooked =
+    (hooks.unparented = &handleUnparent, hooks.isStreamAdapter = &isStreamAdapter, true);
 
 }  // namespace
 }  // namespace NboAttrLog

@@ -16,6 +16,7 @@
 #include "attrlog/adapter/Marks.h"
 #include "attrlog/adapter/Reactors.h"
 #include "attrlog/adapter/StreamAdapter.h"
+#include "attrlog/wire/AttrForm.h"
 #include "attrlog/wire/In.h"
 #include "attrlog/wire/Out.h"
 #include "registry/MoxAttr.h"
@@ -24,16 +25,6 @@ namespace MOX_API Mox {
 namespace NboAttrLog {
 
 using Sa = Entity::MoxNboAttrLogSa;
-
-enum class AttrForm : std::uint8_t {
-  plain,           ///< a value in one message
-  reference,       ///< the id of an entity owned elsewhere
-  pieces,          ///< a string, in as many messages as it takes
-  singleton,       ///< an owned child
-  entities,        ///< a collection of owned children
-  valuesById,      ///< a collection of values under numbers
-  valuesByString,  ///< a collection of strings under strings, each in as many messages as it takes
-};
 
 /// What the list of alternatives at the front of a compound message leads to.
 struct Compound {

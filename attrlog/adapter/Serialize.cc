@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "Mox/Exception.h"
+#include "Mox/Hooks.h"
 #include "Mox/NboAttrLogFlow.h"
 #include "attrlog/wire/WireValue.h"
 #include "registry/MoxAttr.h"
@@ -93,8 +94,8 @@ Gate gate(Sa& adapter, AttrRow const& row, void const* key) {
 }
 
 Ptr<MoxAttr const> descriptorOf(Sa const& adapter, AttributeId attribute) {
-  return Ptr<MoxAttr const>(
-      Entity::moxAttrHook ? Entity::moxAttrHook(adapter.rawEntity(), attribute) : nullptr);
+  return Ptr<MoxAttr const>(hooks.attribute ? hooks.attribute(*adapter.rawEntity(), attribute)
+                                            : nullptr);
 }
 
 void blockFlowOut(FlowOut& flowOut) {
@@ -279,6 +280,7 @@ void serializeOrphan(Sa& adapter, char const* const* typeNames, std::size_t coun
       Expect const expect(Exception::attrLogRecordId);
       MessageOut message = MessageOut::orphan(adapter);
       out->fullTransferFollowsIs();
+      if (adapter.host()->identities->isOwn(adapter.entityId())) out->ownIdIs();
       out->currentPayloadSectionIs(Section::typeSection);
       for (std::size_t i = 0; i < count; ++i) out << TypeId{String8(typeNames[i])};
       out->currentPayloadSectionIs(Section::constructorSection);

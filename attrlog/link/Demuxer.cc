@@ -4,8 +4,6 @@
 
 #include <cstdio>
 
-#include "attrlog/adapter/EntityIds.h"
-
 namespace Mox::NboAttrLog {
 namespace {
 
@@ -42,7 +40,7 @@ void Demuxer::begin() {
   if (options().grantsWrite) greeting.bits |= Greeting::grantsWrite;
   if (options().wantsWrite) greeting.bits |= Greeting::wantsWrite;
   greeting.schemaHash = options().schemaHash;
-  greeting.nonce = newEntityId().value();
+  greeting.nonce = host_.nonce();
   greeting.peerName = options().name;
   std::string const bytes = greeting.bytes();
   out()->rawIs(bytes.data(), bytes.size());
@@ -106,7 +104,9 @@ std::size_t Demuxer::dispatchGreeting(ByteQueue const& received) {
     throw StreamException(StreamError::badSchema);
   }
   host_.greetedIs(greeting);
+  // An older connection of the peer may end in there, whose entities this one brings back.
   if (greeted_) greeted_();
+  roots_.greeted();
   roots_.sendWaiting();
   return size;
 }
@@ -117,6 +117,11 @@ void Demuxer::dispatch(Frame const& frame) {
   if (frame.kind == FrameKind::error) return dispatchError(frame);
   if (host_.exchange.acknowledge(frame.ack) || host_.reactors.isAnyGoneSent()) {
     host_.reactors.acknowledgedIs(host_.exchange.framesAcknowledged());
+    host_.announcer.acknowledgedIs(host_.exchange.framesAcknowledged());
+  }
+  if (host_.announcer.isContested(frame.entityId)) {
+    // Written about the peer's own announcement, before it had this end's.
+    return reader_.passOver(frame);
   }
   bool const isRoot = frame.entityId == orphanTarget;
   switch (frame.kind) {

@@ -89,6 +89,7 @@ class Demuxer : public PtrInterface {
   void exportsDone() { roots_.exportsDone(); }
   void importDirIs(Ptr<Dir> const& dir) { roots_.importDirIs(dir); }
   void importsIs(std::shared_ptr<Imports> const& imports) { roots_.importsIs(imports); }
+  void identitiesIs(std::shared_ptr<Identities> const& ids) { host_.identities = ids; }
   bool inStep() const { return roots_.inStep(); }
   bool peerExportsDone() const { return roots_.isPeerDone(); }
 

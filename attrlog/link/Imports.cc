@@ -4,97 +4,103 @@
 #include <algorithm>
 #include <utility>
 
-#include "attrlog/adapter/AdapterHost.h"
-#include "model/TypeText.h"
-#include "registry/MoxType.h"
-
 namespace Mox::NboAttrLog {
-namespace {
 
-/// The type and what an entity was made of, references by what they name.
-std::string argumentsOf(Entity const& entity) {
-  MoxType const& type = *entity.fwkType();
-  std::string text(type.qualifiedName().view());
-  auto const add = [&text](String8 const& value) { text.append(1, ' ').append(value.view()); };
-  add(textOf(entity.name()));
-  type.typeText()->forEach([&](AttributeText const& attribute) {
-    if (attribute.form == AttributeText::Form::scalar && !attribute.set) {
-      add(attribute.value(entity));
-    }
+void Imports::peerIs(std::string const& name, std::uint64_t nonce) {
+  Peer& peer = peers_[name];
+  peer.claims.clear();
+  if (std::exchange(peer.nonce, nonce) == nonce) return;
+  std::vector<std::pair<Entity const*, Item const*>> stale;
+  for (auto const& [entity, item] : peer.items) {
+    if (item.shelved && item.connection == nullptr) stale.emplace_back(entity, &item);
+  }
+  std::sort(stale.begin(), stale.end(), [](auto const& one, auto const& other) {
+    return one.second->order < other.second->order;
   });
-  return text;
+  for (auto const& [entity, item] : stale) peer.claims[item->arguments].push_back(entity);
 }
-
-}  // namespace
 
 void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
                      AdapterHost const* connection) {
+  auto& items = peers_[peer].items;
   // Entries that their owner has ended meanwhile are of no use to anybody.
-  std::erase_if(items_, [&](Item const& item) {
+  std::erase_if(items, [&](auto const& known) {
+    Item const& item = known.second;
     return item.entry && (!item.entry->target() || item.entry == entry);
   });
-  items_.push_back({peer, entry, {}, {}, connection});
+  items.insert_or_assign(entry->target().get(), Item{++announced_, entry, {}, {}, connection});
 }
 
 void Imports::shelve(std::string const& peer, Ptr<Entity> const& entity,
-                     AdapterHost const* connection) {
-  items_.push_back({peer, {}, entity, argumentsOf(**entity), connection});
+                     std::string const& arguments, AdapterHost const* connection) {
+  peers_[peer].items.insert_or_assign(entity.get(),
+                                      Item{++announced_, {}, entity, arguments, connection});
 }
 
-void Imports::lend(std::string const& peer, Ptr<Entity> const& entity) {
-  auto const isKnown = [&](Item const& item) {
-    return item.shelved == entity && item.peer == peer;
-  };
-  if (std::none_of(items_.begin(), items_.end(), isKnown)) shelve(peer, entity, nullptr);
-}
-
-Ptr<Entity> Imports::claim(std::string const& peer, Entity const& made,
-                           AdapterHost const* connection) {
-  std::string const arguments = argumentsOf(made);
-  for (Item& item : items_) {
-    // One that this end has announced to the peer meanwhile has its id on this connection.
-    if (item.shelved && item.connection == nullptr && item.peer == peer &&
-        item.arguments == arguments &&
-        !item.shelved->moxNboAttrLogSa(Ptr<Out const>(connection->out))) {
-      item.connection = connection;
-      return item.shelved;
-    }
+Ptr<Entity> Imports::claim(std::string const& name, std::string const& arguments) {
+  Peer& peer = peers_[name];
+  auto const at = peer.claims.find(arguments);
+  if (at == peer.claims.end()) return {};
+  while (!at->second.empty()) {
+    auto const item = peer.items.find(at->second.front());
+    at->second.pop_front();
+    if (item != peer.items.end() && item->second.connection == nullptr) return item->second.shelved;
   }
   return {};
 }
 
-bool Imports::isRootFrom(Entity const* entity, std::string const& peer) const {
-  return std::any_of(items_.begin(), items_.end(), [&](Item const& item) {
-    return item.entry && item.entity() == entity && item.peer == peer;
-  });
+bool Imports::isRootFrom(Entity const* entity, std::string const& name) const {
+  auto const peer = peers_.find(name);
+  if (peer == peers_.end()) return false;
+  auto const item = peer->second.items.find(entity);
+  return item != peer->second.items.end() && item->second.entry &&
+         item->second.entry->target().get() == entity;
 }
 
-void Imports::drop(Entity const* entity, AdapterHost const* connection) {
-  auto const at = std::find_if(items_.begin(), items_.end(), [&](Item const& item) {
-    return item.entity() == entity && item.connection == connection;
-  });
-  if (at == items_.end()) return;
-  Item const item = std::move(*at);
-  items_.erase(at);
+void Imports::drop(std::string const& name, Entity const* entity) {
+  auto& items = peers_[name].items;
+  auto const at = items.find(entity);
+  if (at == items.end()) return;
+  Item const item = std::move(at->second);
+  items.erase(at);
   end(item);
 }
 
-void Imports::staleIs(AdapterHost const* connection) {
-  for (Item& item : items_) {
+void Imports::staleIs(std::string const& name, AdapterHost const* connection) {
+  auto const peer = peers_.find(name);
+  if (peer == peers_.end()) return;
+  for (auto& [entity, item] : peer->second.items) {
     if (item.connection == connection) item.connection = nullptr;
   }
 }
 
-void Imports::dropStale(std::string const& peer, bool roots) {
-  auto const isKept = [&](Item const& item) {
-    return item.connection != nullptr || item.peer != peer ||
-           static_cast<bool>(item.entry) != roots;
-  };
-  // Whoever hears of their end may come back here.
-  auto const at = std::stable_partition(items_.begin(), items_.end(), isKept);
-  std::vector<Item> const stale(at, items_.end());
-  items_.erase(at, items_.end());
+void Imports::dropStaleShelved(std::string const& peer) {
+  peers_[peer].claims.clear();
+  dropStale(peer, false);
+}
+
+void Imports::dropStale(std::string const& name, bool roots) {
+  auto& items = peers_[name].items;
+  // Whoever is notified of their end may come back here.
+  std::vector<Item> stale;
+  for (auto at = items.begin(); at != items.end();) {
+    Item& item = at->second;
+    if (item.connection == nullptr && static_cast<bool>(item.entry) == roots) {
+      stale.push_back(std::move(item));
+      at = items.erase(at);
+    } else {
+      ++at;
+    }
+  }
+  std::sort(stale.begin(), stale.end(),
+            [](Item const& one, Item const& other) { return one.order < other.order; });
   for (Item const& item : stale) end(item);
+}
+
+std::size_t Imports::size() const {
+  std::size_t size = 0;
+  for (auto const& [name, peer] : peers_) size += peer.items.size();
+  return size;
 }
 
 void Imports::end(Item const& item) {

@@ -1,9 +1,13 @@
-// What peers have brought into this process: the roots that stand in the import directory and the
-// entities that only references lead to. Outlives the connections, so that a peer which comes back
-// finds its objects, and with them their subscribers. A session owns one; its connections use it.
+// What peers have brought into this process: the roots in the import directory, and the entities to
+// which only references lead. Outlives the connections, so that a peer which comes back finds its
+// objects, and with them their subscribers. A session owns one; its connections share it.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <deque>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Mox/Dir.h"
@@ -17,43 +21,50 @@ class AdapterHost;
 
 class Imports {
  public:
-  /// A root of `peer` has been entered in a directory, or is bound again.
+  /// A connection with the peer begins. `nonce` tells its process from earlier ones under its name.
+  void peerIs(std::string const& peer, std::uint64_t nonce);
+  /// A root of the peer has been entered in a directory, or is bound again.
   void rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry, AdapterHost const* connection);
-  /// An entity without a place of its own is kept.
-  void shelve(std::string const& peer, Ptr<Entity> const& entity, AdapterHost const* connection);
-  /// This end may write what the peer shows, and has announced the entity to it: the peer's next
-  /// connection may bring it back.
-  void lend(std::string const& peer, Ptr<Entity> const& entity);
-  /// The entity made of the same arguments as `made` which an earlier connection with the peer
-  /// knew, and this one doesn't; null without one.
-  Ptr<Entity> claim(std::string const& peer, Entity const& made, AdapterHost const* connection);
+  /// An entity without a place of its own is kept, or bound again. `arguments`: what it was made
+  /// of, as bytes that are equal for equal arguments.
+  void shelve(std::string const& peer, Ptr<Entity> const& entity, std::string const& arguments,
+              AdapterHost const* connection);
+  /// An entity that an earlier process under the peer's name has announced, made of the same
+  /// arguments, the first announced first; null without one. Entities that the same process
+  /// announced are known by their ids.
+  Ptr<Entity> claim(std::string const& peer, std::string const& arguments);
   /// True when the entity is a root that this peer brought.
   bool isRootFrom(Entity const* entity, std::string const& peer) const;
-  /// The peer has withdrawn the entity: a root leaves its directory, another one is let go.
-  void drop(Entity const* entity, AdapterHost const* connection);
+  /// The peer has withdrawn the entity: a root leaves its directory, another one is released.
+  void drop(std::string const& peer, Entity const* entity);
   /// The connection is gone: what came over it is stale.
-  void staleIs(AdapterHost const* connection);
+  void staleIs(std::string const& peer, AdapterHost const* connection);
   /// The peer has announced all its roots: the stale ones are dropped.
   void dropStaleRoots(std::string const& peer) { dropStale(peer, true); }
-  /// And all its trees have come: what no reference in them has led to is let go.
-  void dropStaleShelved(std::string const& peer) { dropStale(peer, false); }
-  std::size_t size() const { return items_.size(); }
+  /// And all its trees have come: what no reference in them leads to is released.
+  void dropStaleShelved(std::string const& peer);
+  std::size_t size() const;
 
  private:
   struct Item {
-    std::string peer;
+    std::uint64_t order;            ///< of announcement
     Ptr<Dir::Entry> entry;          ///< of a root
     Ptr<Entity> shelved;            ///< of anything else
     std::string arguments;          ///< of that
     AdapterHost const* connection;  ///< null: stale
-
-    Entity const* entity() const { return entry ? entry->target().get() : shelved.get(); }
+  };
+  struct Peer {
+    std::uint64_t nonce = 0;
+    std::unordered_map<Entity const*, Item> items;
+    /// Stale entities of an earlier process by their arguments, in order of announcement.
+    std::unordered_map<std::string, std::deque<Entity const*>> claims;
   };
 
   void dropStale(std::string const& peer, bool roots);
   static void end(Item const& item);
 
-  std::vector<Item> items_;
+  std::unordered_map<std::string, Peer> peers_;
+  std::uint64_t announced_ = 0;
 };
 
 }  // namespace NboAttrLog

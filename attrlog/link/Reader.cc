@@ -159,7 +159,6 @@ void Reader::applying(Sa& adapter, AttributeId attribute, Apply const& apply) {
   }
 }
 
-/// A message that is not applied. The peer may refer to a child that is created by it.
 void Reader::passOver(Frame const& frame) {
   if (frame.instantiateTag != creationTag || frame.payloadSize < 8) return;
   EntityId const id(getBytes(frame.payload + frame.payloadSize - 8, 8));

@@ -24,6 +24,8 @@ class Reader {
   void repeat(Frame const& frame);
   /// The end of an entity's full transfer.
   void complete(Frame const& frame);
+  /// A frame that is not applied. The peer may refer to a child that it creates.
+  void passOver(Frame const& frame);
 
  private:
   void number(Sa& adapter, AttrRow const& row, Frame const& frame);
@@ -33,7 +35,6 @@ class Reader {
   void apply(Sa& adapter, Frame const& frame, AttributeId attribute);
   template <class Apply>
   void applying(Sa& adapter, AttributeId attribute, Apply const& apply);
-  void passOver(Frame const& frame);
   void reflect(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
   bool isConflict(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
   bool isReadOnlyElsewhere(Entity const& entity) const;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Mox/Exception.h"
+#include "attrlog/wire/WireSchema.h"
 #include "registry/MoxType.h"
 
 namespace Mox::NboAttrLog {
@@ -23,6 +24,27 @@ void readSection(In& in, Out::PayloadSection wanted, Read const& read) {
   read();
   in.endMarkIs(end);
   in.positionIs(next);
+}
+
+/// The type and the constructor arguments that stand between `start` and the position of `in`, as
+/// bytes; of a reference, what it leads to here.
+std::string argumentsOf(MoxType const& type, unsigned char const* start, In& in) {
+  unsigned char const* const end = in.position();
+  std::string bytes(type.qualifiedName().view());
+  WireType const* const wire = wireType(bytes);
+  in.positionIs(start);
+  for (WireArg const& argument : wire ? wire->args : WireArgs{nullptr, 0}) {
+    if (argument.next == nullptr) {
+      auto const target = reinterpret_cast<std::uintptr_t>(in.nextEntity().get());
+      bytes.append(reinterpret_cast<char const*>(&target), sizeof target);
+      continue;
+    }
+    unsigned char const* const from = in.position();
+    argument.next(in);
+    bytes.append(reinterpret_cast<char const*>(from), in.position() - from);
+  }
+  in.positionIs(end);
+  return bytes;
 }
 
 }  // namespace
@@ -53,7 +75,7 @@ void Roots::sendWaiting() {
   while (host_.isRunning() && host_.announcer.isAnyWaiting() && host_.out->freeSpace() >= runRoom) {
     Ptr<Entity> const root = host_.announcer.nextWaiting();
     // What the peer itself has brought, or is about to bring again, doesn't go back to it.
-    if (!imports_->isRootFrom(root.get(), peerName())) host_.announcer.announce(root);
+    if (!imports_->isRootFrom(root.get(), peer())) host_.announcer.announce(root);
   }
   if (isDoneOwed_ && host_.isRunning() && !host_.announcer.isAnyWaiting()) {
     isDoneOwed_ = false;
@@ -76,23 +98,25 @@ void Roots::orphan(Frame const& frame) {
   bool const isRoot = type != nullptr && type->isRootType();
   bool const isAccepted = type != nullptr && (dir_ || (!isRoot && host_.mayPeerWrite()));
   Ptr<Entity> made;
+  std::string arguments;
   readSection(in, Section::constructorSection, [&] {
     if (!isAccepted) return;
+    unsigned char const* const start = in.position();
     try {
       made = type->newEntity(host_.in, host_.rootFlags(false), 1, nullptr);
     } catch (Exception const&) {
       throw StreamException(StreamError::badValue);
     }
     if (made && in.bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
+    if (!isRoot) arguments = argumentsOf(*type, start, in);
   });
   EntityId id;
   readSection(in, Section::identitySection, [&] { id = in.nextEntityId(); });
   if (in.bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
-  if (!id.isUnified() || id == orphanTarget || host_.reactors.reactor(id) != nullptr) {
-    throw StreamException(StreamError::badId);
-  }
+  if (!id.isUnified() || id == orphanTarget) throw StreamException(StreamError::badId);
 
-  Ptr<Dir::Entry> entry = isRoot && made ? dir_->entry(made->name()) : Ptr<Dir::Entry>();
+  if (isOwn(id, frame)) return;
+  Ptr<Dir::Entry> const entry = isRoot && made ? dir_->entry(made->name()) : Ptr<Dir::Entry>();
   bool const isTaken =
       entry && (entry->target()->fwkType() != type || isMounted(**entry->target()));
   if (!made || isTaken || !made->moxHasAttrLogInterface()) {
@@ -100,25 +124,64 @@ void Roots::orphan(Frame const& frame) {
     host_.reactors.refusedIs(id);
     return;
   }
-  Ptr<Entity> const entity = present(made, *type, entry);
+  Ptr<Entity> const entity = isRoot ? root(made, entry) : other(made, id, arguments);
   Ptr<Sa> const adapter = entity->moxNboAttrLogSaIs(host_.rootFlags(false), 1, host_.out, nullptr);
   if (adapter->hasFlag(readOnlyHere)) host_.hasReadOnlyCopies = true;
   adapter->originIs(StreamAdapter::Origin::importedOrphan);
+  host_.identities->idIs(**entity, id, false);
+  host_.announcer.withdrawnDel(id);
   host_.inHand.startsTransferIs(frame.fullTransferFollows);
   host_.reactorIs(id, **adapter, true);
   host_.inHand.startsTransferIs(false);
 }
 
-/// The entity that an orphan message leads to: one that is here already, or the one made of it.
-Ptr<Entity> Roots::present(Ptr<Entity> const& made, MoxType const& type, Ptr<Dir::Entry>& entry) {
-  if (type.isRootType()) {
-    if (!entry) entry = dir_->entryIs(made->name(), made);
-    imports_->rootIs(peerName(), entry, &host_);
-    return entry->target();
+/// True when the peer announces what is this end's: an entity whose id this process chose, or,
+/// where neither did, one that both have announced and whose process has the lower nonce. An
+/// announcement of the other kind makes this end's own give way.
+bool Roots::isOwn(EntityId id, Frame const& frame) {
+  Sa* const adapter = host_.reactors.reactor(id);
+  if (adapter && adapter->origin() != StreamAdapter::Origin::exportedOrphan) {
+    throw StreamException(StreamError::badId);
   }
-  if (Ptr<Entity> known = imports_->claim(peerName(), **made, &host_)) return known;
-  imports_->shelve(peerName(), made, &host_);
-  return made;
+  bool const isChosenHere = host_.identities->isOwn(id);
+  bool const isNearer = !frame.isOwnId && host_.nonce() < host_.peer().nonce;
+  if (adapter && !isChosenHere && !isNearer) {
+    host_.yield(*adapter);
+    return false;
+  }
+  if (!adapter && !isChosenHere) return false;
+  host_.announcer.announce(Ptr<Entity>(host_.identities->entity(id)));
+  host_.announcer.contestedIs(id);
+  return true;
+}
+
+/// The root that stands in the directory under the name, or the new one.
+Ptr<Entity> Roots::root(Ptr<Entity> const& made, Ptr<Dir::Entry> entry) {
+  if (!entry) entry = dir_->entryIs(made->name(), made);
+  imports_->rootIs(peer(), entry, &host_);
+  return entry->target();
+}
+
+/// The entity that the id names here; or, if the peer's process is another than before, one that it
+/// announced then, made of the same arguments; or the new one.
+Ptr<Entity> Roots::other(Ptr<Entity> const& made, EntityId id, std::string const& arguments) {
+  Ptr<Entity> entity(host_.identities->entity(id));
+  if (entity && (entity->fwkType() != made->fwkType() || isImportedElsewhere(**entity)))
+    entity = {};
+  if (!entity) entity = imports_->claim(peer(), arguments);
+  if (!entity) entity = made;
+  imports_->shelve(peer(), entity, arguments, &host_);
+  return entity;
+}
+
+/// True when another live connection has brought the entity.
+bool Roots::isImportedElsewhere(Entity& entity) const {
+  for (AdapterHost const* const host : adapterHosts()) {
+    if (host == &host_) continue;
+    Ptr<Sa> const adapter = entity.moxNboAttrLogSa(Ptr<Out const>(host->out));
+    if (adapter && adapter->hasFlag(notAuthority)) return true;
+  }
+  return false;
 }
 
 /// True when this or another connection has brought the root and is still there.
@@ -135,6 +198,8 @@ void Roots::withdrawal() {
   EntityId const id = in.nextEntityId();
   if (in.bytesAvailable() != 0) throw StreamException(StreamError::badLength);
   if (!id.isUnified()) throw StreamException(StreamError::badId);
+  // The peer withdraws what it announced itself; this end's own announcement is on its way.
+  if (host_.announcer.isContested(id)) return;
   Ptr<Sa> const adapter(host_.reactors.reactor(id));
   if (!adapter) {
     if (!host_.reactors.refusedDel(id)) ++host_.stats.strays;
@@ -145,32 +210,20 @@ void Roots::withdrawal() {
   }
   Ptr<Entity> const entity = adapter->moxNotifierEntity();
   adapter->doRemountSelf(Ptr<Out>());
-  if (entity) imports_->drop(entity.get(), &host_);
+  if (entity) imports_->drop(peer(), entity.get());
 }
 
 void Roots::complete(Frame const& frame) {
   if (frame.payloadSize != 0) throw StreamException(StreamError::badLength);
   isPeerDone_ = true;
-  imports_->dropStaleRoots(peerName());
+  imports_->dropStaleRoots(peer());
 }
 
 void Roots::dropStale() {
   if (!inStep() || std::exchange(isShelfSwept_, true)) return;
-  imports_->dropStaleShelved(peerName());
+  imports_->dropStaleShelved(peer());
 }
 
-void Roots::close() {
-  // Announced to a peer whose tree this end may write: its next connection may bring them back.
-  if (host_.mayWrite()) {
-    host_.reactors.forEach([this](Sa& adapter) {
-      Ptr<Entity> const entity = adapter.moxNotifierEntity();
-      if (adapter.origin() == StreamAdapter::Origin::exportedOrphan && entity &&
-          !entity->fwkType()->isRootType()) {
-        imports_->lend(peerName(), entity);
-      }
-    });
-  }
-  imports_->staleIs(&host_);
-}
+void Roots::close() { imports_->staleIs(peer(), &host_); }
 
 }  // namespace Mox::NboAttrLog

@@ -36,6 +36,8 @@ class Roots {
   void importDirIs(Ptr<Dir> const& dir) { dir_ = dir; }
   /// Where this end remembers what peers brought; a connection by itself has its own.
   void importsIs(std::shared_ptr<Imports> const& imports) { imports_ = imports; }
+  /// The peer's greeting was accepted.
+  void greeted() { imports_->peerIs(peer(), host_.peer().nonce); }
   /// A frame that announces or withdraws an entity without a parent. Throws StreamException.
   void orphan(Frame const& frame);
   /// The peer's roots are announced.
@@ -52,9 +54,13 @@ class Roots {
 
  private:
   void withdrawal();
-  Ptr<Entity> present(Ptr<Entity> const& made, MoxType const& type, Ptr<Dir::Entry>& entry);
+  bool isOwn(EntityId id, Frame const& frame);
+  Ptr<Entity> root(Ptr<Entity> const& made, Ptr<Dir::Entry> entry);
+  Ptr<Entity> other(Ptr<Entity> const& made, EntityId id, std::string const& arguments);
   bool isMounted(Entity& root) const;
-  std::string const& peerName() const { return host_.peer().peerName; }
+  bool isImportedElsewhere(Entity& entity) const;
+  /// What the peer is known by: its name counts only together with where it comes from.
+  std::string peer() const { return host_.options.origin + "/" + host_.peer().peerName; }
 
   AdapterHost& host_;
   Ptr<Dir> dir_;

@@ -6,10 +6,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "attrlog/adapter/EntityIds.h"
+
 namespace Mox::NboAttrLog {
 
 Session::Session(std::string name, LinkOptions options) : options_(std::move(options)) {
   options_.name = std::move(name);
+  options_.processNonce = newEntityId().value();
 }
 
 Session::~Session() {
@@ -40,10 +43,14 @@ void Session::exportsDone() {
 Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes, LinkOptions const& options) {
   LinkOptions named = options;
   named.name = options_.name;
+  named.processNonce = options_.processNonce;
+  Origin const origin = bytes->origin();
+  named.origin = origin.place + " " + origin.credentials;
   Ptr<Link> link(new Link(this, std::move(bytes), named));
   Demuxer& demuxer = link->demuxer();
   demuxer.importDirIs(importDir_);
   demuxer.importsIs(imports_);
+  demuxer.identitiesIs(identities_);
   for (Ptr<Entity> const& root : roots_) demuxer.exportIs(root);
   if (isExportDone_) demuxer.exportsDone();
   links_.push_back(link);

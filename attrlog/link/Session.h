@@ -80,6 +80,7 @@ class Session {
   bool isExportDone_ = false;
   Ptr<Dir> importDir_;
   std::shared_ptr<Imports> imports_ = std::make_shared<Imports>();
+  std::shared_ptr<Identities> identities_ = std::make_shared<Identities>();
   std::vector<Ptr<Link>> links_;
   OnClosed onClosed_;
   OnGreeted onGreeted_;

@@ -22,10 +22,12 @@ constexpr std::size_t nameOffset = greetingFixedSize;
     if (frame.payloadSize != 0) refuse(StreamError::badLength);
   }
   bool const creates = frame.instantiateTag == creationTag;
+  bool const isOrphan = frame.kind == FrameKind::message && frame.entityId == orphanTarget &&
+                        frame.attributeId == orphanAttribute;
+  if (frame.isOwnId && !isOrphan) refuse(StreamError::badHeader);
   if (frame.kind != FrameKind::message) {
     if (frame.fullTransferFollows || creates) refuse(StreamError::badHeader);
-  } else if (frame.fullTransferFollows && !creates &&
-             !(frame.entityId == orphanTarget && frame.attributeId == orphanAttribute)) {
+  } else if (frame.fullTransferFollows && !creates && !isOrphan) {
     refuse(StreamError::badHeader);
   }
   // The one number without a counterpart of the other sign.
@@ -119,7 +121,8 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   std::size_t const length = getBytes(bytes + 2, 4);
   if (kind < static_cast<std::uint8_t>(FrameKind::message) ||
       kind > static_cast<std::uint8_t>(FrameKind::repeat) ||
-      (flags & ~(frameVariableLength | frameFullTransferFollows | frameCreatesChild)) != 0) {
+      (flags &
+       ~(frameVariableLength | frameFullTransferFollows | frameCreatesChild | frameOwnId)) != 0) {
     refuse(StreamError::badHeader);
   }
   if (length > maxPayload) refuse(StreamError::tooLong);
@@ -129,6 +132,7 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   result.kind = static_cast<FrameKind>(kind);
   result.isVariableLength = (flags & frameVariableLength) != 0;
   result.fullTransferFollows = (flags & frameFullTransferFollows) != 0;
+  result.isOwnId = (flags & frameOwnId) != 0;
   result.entityId = EntityId(getBytes(bytes + 6, 8));
   result.attributeId = static_cast<AttributeId>(getBytes(bytes + 14, 4));
   result.instantiateTag = (flags & frameCreatesChild) != 0 ? creationTag : 0;

@@ -49,6 +49,7 @@ struct Frame {
   FrameKind kind = FrameKind::message;
   bool isVariableLength = false;
   bool fullTransferFollows = false;
+  bool isOwnId = false;  ///< of an orphan: the sender chose its id
   EntityId entityId;
   AttributeId attributeId = 0;
   std::uint32_t instantiateTag = 0;

@@ -18,6 +18,12 @@ struct LinkOptions {
   bool wantsWrite = false;    ///< this end writes what it imports
   bool schemaStrict = true;   ///< refuse a peer of another schema
   std::uint64_t schemaHash = 0;
+  /// Tells this process from others, earlier ones under its name included; 0: chosen for the
+  /// connection alone.
+  std::uint64_t processNonce = 0;
+  /// Where the connection comes from, as text: with the peer's name it is what the peer is known
+  /// by.
+  std::string origin;
   std::size_t outCapacity = defaultCapacity;
   std::uint64_t greetingTimeoutMs = 10000;
   /// How long a peer may take to finish a frame that it has begun.

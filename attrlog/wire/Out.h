@@ -106,7 +106,9 @@ class Out : public Connection::Out {
   /// Begins a frame of another kind; written like a message otherwise.
   void frameIs(FrameKind kind, MsgHeader const& header);
   /// The message that was just begun creates an entity whose whole state follows.
-  void fullTransferFollowsIs() { buffer_.data()[committedSize_ + 1] |= frameFullTransferFollows; }
+  void fullTransferFollowsIs() { flagIs(frameFullTransferFollows); }
+  /// The orphan message that was just begun is about an entity whose id this process chose.
+  void ownIdIs() { flagIs(frameOwnId); }
   /// Begins a section of an orphan's payload and ends the one before.
   void currentPayloadSectionIs(PayloadSection section);
   /// The begin token opens the payload; the end token commits the frame.
@@ -155,6 +157,7 @@ class Out : public Connection::Out {
   void pieceIs(String8::IteratorConst& position) override;
 
  private:
+  void flagIs(std::uint8_t flag) { buffer_.data()[committedSize_ + 1] |= flag; }
   std::size_t frameSize() const { return buffer_.size() - committedSize_; }
   void commit();
   void sectionEnd();

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "attrlog/adapter/Rows.h"
+#include "attrlog/wire/AttrForm.h"
 #include "attrlog/wire/In.h"
 #include "attrlog/wire/WireValue.h"
 

@@ -1,5 +1,6 @@
 // The base entity and directories: counters, parents, paths.
 #include "Mox/Entity.h"
+#include "Mox/Hooks.h"
 
 #include <gtest/gtest.h>
 
@@ -63,15 +64,15 @@ TEST(Entities, KnowTheirParentWithoutHoldingIt) {
   EXPECT_EQ(child->parentAttrId(), 300);
   EXPECT_EQ(child->lastParent, "p");
   static Entity* unparented = nullptr;
-  Entity::moxUnparentHook = [](Entity* entity) {
-    unparented = entity;
-    EXPECT_EQ(entity->moxRawParent(), nullptr);
+  hooks.unparented = [](Entity& entity) {
+    unparented = &entity;
+    EXPECT_EQ(entity.moxRawParent(), nullptr);
   };
   child->parentIs(parent);
   EXPECT_EQ(unparented, nullptr);
   child->parentIs(nullptr);
   EXPECT_EQ(unparented, child.get());
-  Entity::moxUnparentHook = nullptr;
+  hooks.unparented = nullptr;
   EXPECT_FALSE(child->parent());
   EXPECT_EQ(child->lastParent, "none");
   EXPECT_EQ(parent->version() + child->version(), 0u);
@@ -84,8 +85,8 @@ TEST(Entities, PathsComeFromTheParentChainAndTheKeys) {
     Entity& entity;
     char const* path;
   };
-  auto* const hook = Entity::moxPathStepHook;
-  Entity::moxPathStepHook = &Box::pathStep;
+  auto* const hook = hooks.pathStep;
+  hooks.pathStep = &Box::pathStep;
   EXPECT_EQ(lane->fullName(), "");
   place(*slice.get(), 300, *fap.get());
   place(*fap.get(), 300, *lane.get());
@@ -100,9 +101,9 @@ TEST(Entities, PathsComeFromTheParentChainAndTheKeys) {
   root->entryIs("mounts", mounts);
   mounts->entryIs("slice", slice);
   EXPECT_EQ(lane->fullName(), "mounts/slice/box[fap0]/box[5]");
-  Entity::moxPathStepHook = nullptr;
+  hooks.pathStep = nullptr;
   EXPECT_EQ(fap->fullName(), "mounts/slice/box[fap0]") << "the name stands for the key";
-  Entity::moxPathStepHook = hook;
+  hooks.pathStep = hook;
 }
 
 TEST(Dirs, HoldTheirTargetsUntilTheEntryEnds) {

@@ -2,6 +2,7 @@
 // Looks for wrong places in the list, counts that a weak subscriber changes, an entity that is
 // followed after its end, and walks that a hostile handler bends.
 #include "Mox/ForwardingNotifiee.h"
+#include "Mox/Hooks.h"
 
 #include <gtest/gtest.h>
 
@@ -191,7 +192,7 @@ class Notifiees : public testing::Test {
   unsigned int level_ = 0;
 
  private:
-  static constexpr auto& Hook = PtrInterface::NotifieeConst::moxIsStreamAdapterHook;
+  static constexpr auto& Hook = hooks.isStreamAdapter;
   static bool isAdapter(PtrInterface const* reactor) {
     auto const* const actor = dynamic_cast<Actor const*>(reactor);
     return dynamic_cast<Server const*>(reactor) || (actor && actor->isAdapter);

@@ -16,9 +16,9 @@ ROOMS = {
     'model': ['Mox', 'values'],
     'registry': ['Mox', 'values', 'model', 'attrlog/wire/In.h'],
     'generic': ['Mox', 'values', 'model', 'registry'],
-    'attrlog/wire': ['Mox', 'values', 'model', 'registry', 'attrlog'],
-    'attrlog/adapter': ['Mox', 'values', 'model', 'registry', 'attrlog'],
-    'attrlog/link': ['Mox', 'values', 'model', 'registry', 'attrlog'],
+    'attrlog/wire': ['Mox', 'values'],
+    'attrlog/adapter': ['Mox', 'values', 'registry', 'attrlog/wire'],
+    'attrlog/link': ['Mox', 'values', 'registry', 'attrlog/wire', 'attrlog/adapter'],
     'transport': ['Mox', 'values', 'model', 'registry', 'attrlog'],
     'simulation': ['Mox', 'values', 'registry', 'generic', 'attrlog', 'transport'],
 }

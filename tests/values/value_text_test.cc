@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 
+#include "Mox/Hooks.h"
 #include "tests/values/thrown.h"
 #include "InvSiblings/DramConfig.h"
 #include "values/EntityPath.h"
@@ -307,10 +308,10 @@ TEST(EntityPath, ReferencesAreReadByPath) {
               "junk at column 7 deserializing 'slice' x");
     EXPECT_EQ(text(valueToStrep(Ptr<Node>())), "''");
     EXPECT_EQ(text(valueToStrep(root)), "'slice'");
-    auto* const hook = Mox::Entity::moxPathStepHook;
-    Mox::Entity::moxPathStepHook = &Node::pathStep;
+    auto* const hook = Mox::hooks.pathStep;
+    Mox::hooks.pathStep = &Node::pathStep;
     EXPECT_EQ(strepToValue<Ptr<Node>>(valueToStrep(lane)), lane);
-    Mox::Entity::moxPathStepHook = hook;
+    Mox::hooks.pathStep = hook;
   }
   EXPECT_EQ(strepToValue<Ptr<Node>>("slice").get(), nullptr);
   Mox::EntityPath::childStepIs(nullptr);
