@@ -75,13 +75,17 @@ class Entity : public PtrInterface {
   std::uint32_t entityFlags() const { return entityFlags_; }
 
   // Plumbing of generated classes and their templates.
-  void moxVersionInc() { ++version_; }
+  void moxVersionInc() {
+    moxRequireHeld();
+    ++version_;
+  }
   void moxReadCountInc() const { ++readCount_; }
   /// The parent, not counted.
   Entity* moxRawParent() const { return parent_; }
   /// `parentIs(parent)` by an owner that clears the link itself before it dies, so that nothing has
   /// to be recorded for it.
   void moxOwnerIs(Ptr<Entity> const& parent) {
+    if (parent) parent->moxRequireHeld(1);
     link_ |= ownerSetsLink;
     parentIs(parent);
   }

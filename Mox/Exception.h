@@ -32,9 +32,10 @@ class Exception : public std::exception {
   class IdBitArray {
    public:
     constexpr IdBitArray() = default;
-    /// Requires: id < 64. Returns the set.
+    /// Returns the set. An id from 64 on is left out: the failure that is being reported shall not
+    /// become another one.
     constexpr IdBitArray& add(Id id) {
-      words_[id / 32 % 2] |= 1u << id % 32;
+      if (id < 64) words_[id / 32] |= 1u << id % 32;
       return *this;
     }
     constexpr bool contains(Id id) const {

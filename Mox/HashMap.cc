@@ -3,8 +3,10 @@
 #include "Mox/HashMap.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstring>
+#include <exception>
 #include <new>
 
 namespace Mox {
@@ -36,6 +38,7 @@ void HashMapGeneric::releaseTable() {
   if (buckets_ != noMembers_) delete[] buckets_;
   buckets_ = noMembers_;
   bits_ = 0;
+  firstBucket_ = 0;
   sizing_ = static_cast<std::uint8_t>(smallestBits(sizing_));
 }
 
@@ -90,15 +93,15 @@ void HashMapGeneric::tableIs() {
   bits_ = static_cast<std::uint8_t>(bits);
 }
 
-void HashMapGeneric::growFor(std::uint32_t bucket, unsigned int chainLength) {
+void HashMapGeneric::growFor(PtrInterface const* head, PtrInterface const* fresh,
+                             unsigned int place) {
   unsigned int const spread = spreadOf(sizing_);
   if (size_ > most()) {
     bitsIs(bits_ + 1u);
-  } else if (chainLength > longChain && spread < largestSpread) {
-    // Only if the next few bits take the chain apart: equal hashes stay together in any table.
-    PtrInterface* last = buckets_[bucket];
-    while (PtrInterface* const next = nextOf(last)) last = next;
-    std::uint32_t const differing = vtable_->hash(buckets_[bucket]) ^ vtable_->hash(last);
+  } else if (place > longChain && spread < largestSpread) {
+    // Only if the next few bits take apart what stands before the new member: equal hashes stay
+    // together in any table.
+    std::uint32_t const differing = vtable_->hash(head) ^ vtable_->hash(fresh);
     if (differing >> (32 - (bits_ + largestSpread - spread)) != 0 && bitsIs(bits_ + 1u)) {
       sizing_ = static_cast<std::uint8_t>(sizing_ + 0x10);
     }
@@ -121,6 +124,7 @@ bool HashMapGeneric::bitsIs(unsigned int bits) {
   auto** const fresh = new (std::nothrow) PtrInterface*[std::size_t{1} << bits];
   if (!fresh) return false;
   bits > bits_ ? split(fresh) : join(fresh);
+  firstBucket_ = bits > bits_ ? firstBucket_ * 2 : firstBucket_ / 2;
   delete[] buckets_;
   buckets_ = fresh;
   bits_ = static_cast<std::uint8_t>(bits);
@@ -168,6 +172,7 @@ void HashMapGeneric::emptyAllBuckets() {
   size_ = 0;
   buckets_ = noMembers_;
   releaseTable();
+  std::exception_ptr failure;
   for (std::uint32_t bucket = 0; bucket < count; ++bucket) {
     PtrInterface* at = buckets[bucket];
     while (at) {
@@ -176,15 +181,21 @@ void HashMapGeneric::emptyAllBuckets() {
         ptrInc(following);
         vtable_->setNext(at, nullptr);
       }
-      ptrDec(at);
+      try {
+        ptrDec(at);
+      } catch (...) {
+        if (!failure) failure = std::current_exception();
+      }
       at = following;
     }
   }
   delete[] buckets;
+  if (failure) std::rethrow_exception(failure);
 }
 
 PtrInterface* HashMapGeneric::findNextG(PtrInterface const* member, int* bucket) const {
-  int at = -1;
+  std::atomic_ref<std::uint32_t> const first(firstBucket_);
+  int at = static_cast<int>(first.load(std::memory_order_relaxed)) - 1;
   PtrInterface* found = nullptr;
   if (member) {
     std::uint32_t const hash = vtable_->hash(member);
@@ -194,6 +205,7 @@ PtrInterface* HashMapGeneric::findNextG(PtrInterface const* member, int* bucket)
     }
   }
   if (!found) found = findNextBucket(&at);
+  if (found && !member) first.store(static_cast<std::uint32_t>(at), std::memory_order_relaxed);
   if (bucket) *bucket = found ? at : -1;
   return found;
 }

@@ -144,7 +144,8 @@ class HashMapGeneric {
   void newMemberG(Ptr<PtrInterface> const& member, void const* key);
   /// Unlinks the member and drops the map's reference; a member that isn't linked is left alone.
   void deleteMember(Ptr<PtrInterface> const& member);
-  /// Unlinks all members, in order, without recursion. Whoever hears of it sees an empty map.
+  /// Unlinks all members, in order, without recursion; their destructors see an empty map. Of the
+  /// exceptions of their zero handling the first goes to the caller once all are unlinked.
   void emptyAllBuckets();
   /// The first member for null, else the one behind `member`'s position, linked or not. Null
   /// behind the last. Writes the bucket through `bucket` unless that is null (-1 for no member).
@@ -220,7 +221,7 @@ class HashMapGeneric {
   bool bitsIs(unsigned int bits);
   void split(PtrInterface** fresh);
   void join(PtrInterface** fresh);
-  void growFor(std::uint32_t bucket, unsigned int chainLength);
+  void growFor(PtrInterface const* head, PtrInterface const* fresh, unsigned int place);
   void shrinkIfSparse();
   void releaseTable();
 
@@ -238,6 +239,10 @@ class HashMapGeneric {
   std::uint8_t sizing_;
   std::uint8_t bits_ = 0;
   std::uint16_t nextOffset_ = 0;
+  /// No member stands in a bucket below: the search for the first one begins here, so that taking
+  /// out the first member again and again costs linear time. Moved by that search, and atomically,
+  /// since any number of threads may read a map.
+  mutable std::uint32_t firstBucket_ = 0;
   PtrInterface** buckets_;
 };
 
@@ -257,6 +262,7 @@ void HashMapGeneric::link(Order const& order, PtrInterface* fresh) {
   }
   ++version_;
   ++size_;
+  if (bucket < firstBucket_) firstBucket_ = bucket;
   if (order.nextOf(fresh)) [[unlikely]]
     order.setNext(fresh, nullptr);
   if (previous) {
@@ -269,7 +275,7 @@ void HashMapGeneric::link(Order const& order, PtrInterface* fresh) {
     if (following) order.adoptNext(fresh, following);
   }
   if (size_ > most() || length > longChain) [[unlikely]]
-    growFor(bucket, length);
+    growFor(buckets_[bucket], fresh, length);
 }
 
 template <class Order>

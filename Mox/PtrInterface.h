@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "Mox/Api.h"
+#include "Mox/Assertion.h"
 
 namespace MOX_API Mox {
 
@@ -84,6 +85,12 @@ class VFPtrInterface {
 };
 
 /// Base of every counted object with virtual operations. May be a virtual base.
+///
+/// An object is made by `new` and put into a Ptr at once: `Ptr<AradSlice> slice(new
+/// AradSlice("s"))`. It is never made on the stack, as a member or as a static object, and never
+/// kept in a raw pointer alone: its count is 0 then, and the first call that takes a reference and
+/// drops it destroys the object. Builds without NDEBUG end with an assertion where an entity or a
+/// subscriber is used so.
 class PtrInterface : public VFPtrInterface {
  public:
   class NotifieeConst;
@@ -115,6 +122,17 @@ class PtrInterface : public VFPtrInterface {
   void referencesLeak() const;
   /// Tells `zeroReferencesIs`, then destroys the object unless someone holds it again.
   void handleZeroRef() const;
+
+  /// In a build without NDEBUG: fails if nobody holds the object but the caller with `own`
+  /// references of its own.
+  void moxRequireHeld([[maybe_unused]] std::uint32_t own = 0) const {
+#ifndef NDEBUG
+    if ((references() & zeroTestMask) <= own) {
+      assertionFailed("the object was made by new and is held by a Ptr", "Mox/PtrInterface",
+                      __LINE__, __PRETTY_FUNCTION__);
+    }
+#endif
+  }
 
   bool hasNotificationActive() const { return (references() & notificationActiveMask) != 0; }
   bool moxMarkedForDeletion() const { return static_cast<std::int32_t>(references()) < 0; }

@@ -63,6 +63,7 @@ class SnapshotIterator<ListRaw<T>> {
   SnapshotIterator(ListRaw<T> const& list, T** heap, T** room)
       : heap_(heap), members_(heap ? heap : room) {
     for (T* member = list.head(); member; member = member->next) {
+      member->moxRequireHeld();
       ptrInc(member);
       members_[size_++] = member;
     }

@@ -6,7 +6,6 @@
 #include <memory>
 #include <new>
 #include <ostream>
-#include <random>
 #include <stdexcept>
 
 namespace Mox {
@@ -15,31 +14,10 @@ constinit StringN<unsigned char>::Data StringN<unsigned char>::nullStringData_{1
 
 namespace {
 
-/// The keyed short-input hash of Aumasson and Bernstein with one round a block and three at the
-/// end: without the key nobody can tell which strings collide.
-struct HashKey {
-  std::uint64_t low;
-  std::uint64_t high;
-};
-
-HashKey randomKey() {
-  try {
-    std::random_device source;
-    auto const number = [&source] { return std::uint64_t{source()} << 32 | source(); };
-    std::uint64_t const low = number();
-    return {low, number()};
-  } catch (std::exception const&) {
-    // No source of randomness: where this process happens to lie has to do.
-    int onStack = 0;
-    auto const number = [](void const* at) { return reinterpret_cast<std::uintptr_t>(at); };
-    return {number(&onStack), number(&StringN<unsigned char>::nullStringData_)};
-  }
-}
-
-HashKey& hashKey() {
-  static HashKey key = randomKey();
-  return key;
-}
+// The key is a constant of the build (CMake's INVARAD_STRING_HASH_KEY), so that all its processes
+// have string-keyed collections in one order.
+constexpr std::uint64_t hashKeyLow = MOX_STRING_HASH_KEY_LOW;
+constexpr std::uint64_t hashKeyHigh = MOX_STRING_HASH_KEY_HIGH;
 
 constexpr std::uint64_t rotated(std::uint64_t word, int by) {
   return word << by | word >> (64 - by);
@@ -67,9 +45,11 @@ struct HashState {
   }
 };
 
-std::uint64_t keyedHash(HashKey const& key, char const* bytes, std::size_t length) {
-  HashState state{key.low ^ 0x736f6d6570736575, key.high ^ 0x646f72616e646f6d,
-                  key.low ^ 0x6c7967656e657261, key.high ^ 0x7465646279746573};
+/// The keyed short-input hash of Aumasson and Bernstein with one round a block and three at the
+/// end: without the key nobody can tell which strings collide.
+std::uint64_t keyedHash(char const* bytes, std::size_t length) {
+  HashState state{hashKeyLow ^ 0x736f6d6570736575, hashKeyHigh ^ 0x646f72616e646f6d,
+                  hashKeyLow ^ 0x6c7967656e657261, hashKeyHigh ^ 0x7465646279746573};
   std::size_t at = 0;
   for (; at + 8 <= length; at += 8) {
     std::uint64_t word;
@@ -90,21 +70,13 @@ std::uint64_t keyedHash(HashKey const& key, char const* bytes, std::size_t lengt
 
 }  // namespace
 
-void stringHashSeedIs(std::uint64_t low, std::uint64_t high) {
-  hashKey() = {low, high};
-  // The one body that every process has hashed by now, as a rule.
-  StringN<unsigned char>::moxForgetEmptyHash();
-}
-
-void StringN<unsigned char>::moxForgetEmptyHash() { nullStringData_.hash_ = 0; }
-
 bool StringN<unsigned char>::Data::operator<(Data const& other) const {
   int const order = std::memcmp(bytes(), other.bytes(), std::min(length_, other.length_));
   return order != 0 ? order < 0 : length_ < other.length_;
 }
 
 std::uint32_t StringN<unsigned char>::Data::hashFirst() const {
-  std::uint64_t const wide = keyedHash(hashKey(), bytes(), length_);
+  std::uint64_t const wide = keyedHash(bytes(), length_);
   auto hash = static_cast<std::uint32_t>(wide ^ wide >> 32);
   if (hash == 0) hash = 1;  // 0 says that nobody asked yet
   std::atomic_ref<std::uint32_t>(hash_).store(hash, std::memory_order_relaxed);

@@ -19,11 +19,6 @@ namespace MOX_API Mox {
 template <class Char>
 class StringN;
 
-/// Keys the hash of all strings of this process. Only for tests that need one order in every run:
-/// without a call each process draws a seed of its own, so that nobody who knows the source can
-/// choose strings that collide. Requires: nothing was hashed yet that is still in use.
-void stringHashSeedIs(std::uint64_t low, std::uint64_t high);
-
 /// The handle. Never null, except between the start of a constructor and `init`.
 template <>
 class StringN<unsigned char> {
@@ -124,11 +119,9 @@ class StringN<unsigned char> {
   }
   /// At most `length` bytes from `pos` on; what lies outside of the text is left out.
   StringN substr(long long pos, unsigned int length = 0xffffffff) const;
-  /// Equal strings have equal hashes, within one process; nothing else is promised.
+  /// Equal strings have equal hashes, in all processes of one build; nothing else is promised.
   std::uint32_t hash() const { return data_->hash(); }
   Data const* data() const { return data_; }
-  /// Part of `stringHashSeedIs`.
-  static void moxForgetEmptyHash();
 
   friend bool operator==(StringN const& a, StringN const& b) { return *a.data_ == *b.data_; }
   friend bool operator==(StringN const& a, char const* b) {

@@ -3,6 +3,8 @@
 // A value class: copied and compared by value, no reference count, any thread.
 #pragma once
 
+#include <type_traits>
+
 #include "Mox/Exception.h"
 #include "Mox/String8.h"
 
@@ -21,14 +23,19 @@ class RangedNumber {
   static constexpr Number largest = Largest;
 
   constexpr RangedNumber() = default;
-  /// Stores the number, then tests it: a refused one raises RangeException(Self::rangeMessage).
-  constexpr RangedNumber(Number value) : value_(value) {
-    if (!accepts(value)) throwRangeException(Self::rangeMessage);
+  /// Any integer, tested as it was given, before it was narrowed: a refused one raises
+  /// RangeException(Self::rangeMessage).
+  template <class Integer>
+  requires(std::is_integral_v<Integer> ||
+           (std::is_enum_v<Integer> && std::is_convertible_v<Integer, unsigned long long>))  //
+      constexpr RangedNumber(Integer value)
+      : value_(static_cast<Number>(value)) {
+    if (!accepts(static_cast<unsigned long long>(value))) throwRangeException(Self::rangeMessage);
   }
 
   constexpr Number value() const { return value_; }
 
-  /// The test of the constructor, for whoever reads a wider number first (text, bytes).
+  /// The test of the constructor. A negative number is passed as it converts, as a very large one.
   static constexpr bool accepts(unsigned long long number) {
     return number - Least <= static_cast<unsigned long long>(Largest) - Least;
   }

@@ -1,4 +1,5 @@
-// The base entity and directories: counters, parents, paths.
+// The base entity and directories: looks for links that hold or dangle, wrong paths, entries that
+// outlive their directory, and objects used though nobody holds them.
 #include "Mox/Entity.h"
 #include "Mox/Hooks.h"
 
@@ -38,20 +39,6 @@ class Box : public Entity {
 void place(Entity& parent, AttributeId attribute, Entity& child) {
   child.parentAttrIdIs(attribute);
   child.parentIs(&parent);
-}
-
-TEST(Entities, StartWithTheirNameAndNothingElse) {
-  Ptr<Box> const box(new Box("b"));
-  EXPECT_EQ(box->name(), "b");
-  EXPECT_EQ(box->version(), 0u);
-  EXPECT_EQ(box->readCount(), 0u);
-  EXPECT_EQ(box->entityFlags(), 136u);
-  EXPECT_FALSE(box->parent());
-  EXPECT_EQ(box->parentAttrId(), 0);
-  EXPECT_EQ(box->parentAttr(), nullptr);
-  EXPECT_FALSE(box->Entity::moxHasAttrLogInterface());
-  EXPECT_EQ(box->attributeString(257), "unknown");
-  EXPECT_EQ(box->readCount(), 0u) << "nothing here is an attribute";
 }
 
 TEST(Entities, KnowTheirParentWithoutHoldingIt) {
@@ -105,6 +92,16 @@ TEST(Entities, PathsComeFromTheParentChainAndTheKeys) {
   EXPECT_EQ(fap->fullName(), "mounts/slice/box[fap0]") << "the name stands for the key";
   hooks.pathStep = hook;
 }
+
+#ifndef NDEBUG
+TEST(Entities, UsedThoughNobodyHoldsThemEndADebugBuild) {
+  char const* const text = "Assertion 'the object was made by new and is held by a Ptr' failed";
+  EXPECT_DEATH(Box("on the stack").moxVersionInc(), text);
+  EXPECT_DEATH((new Box("raw"))->moxVersionInc(), text);
+  Ptr<Box> const child(new Box("c"));
+  EXPECT_DEATH(child->moxOwnerIs(new Box("raw")), text);
+}
+#endif
 
 TEST(Dirs, HoldTheirTargetsUntilTheEntryEnds) {
   Ptr<Box> const box(new Box("b"));

@@ -158,7 +158,6 @@ Mox::Ptr<AradSlice> replay(std::string const& path) {
 
 int main(int count, char** arguments) {
   std::string const command = count == 3 ? arguments[1] : "";
-  Mox::stringHashSeedIs(1, 2);
   try {
     if (command != "record" && command != "replay")
       throw std::runtime_error("usage: wire record|replay FILE");
