@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "InvSiblings/DramConfig.h"
+#include "InvSiblings/Units.h"
 #include "tests/Mox/AllocationGuard.h"
 #include "tests/values/thrown.h"
-#include "InvSiblings/DramConfig.h"
 #include "values/EntityPath.h"
-#include "InvSiblings/Units.h"
 #include "values/ValueText.h"
 
 namespace {

@@ -11,12 +11,12 @@
 #include <random>
 #include <string>
 
-#include "Mox/Hooks.h"
-#include "tests/values/thrown.h"
 #include "InvSiblings/DramConfig.h"
-#include "values/EntityPath.h"
 #include "InvSiblings/SlotId.h"
 #include "InvSiblings/Units.h"
+#include "Mox/Hooks.h"
+#include "tests/values/thrown.h"
+#include "values/EntityPath.h"
 
 namespace {
 
