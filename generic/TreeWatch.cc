@@ -171,9 +171,10 @@ void TreeWatch::Node::childIs(MoxAttr const& attribute, Ptr<GenericIf const> con
     Ptr<Node> const old(at->second);
     children_.erase(at);
     old->drop(isReported);
+    // A listener may have changed this place again: `child` may be out of date.
+    return check(attribute, key, isReported);
   }
-  // A listener may have changed this place again, which is then up to date.
-  if (!child || isGone_ || children_.contains(slot)) return;
+  if (!child) return;
   Ptr<Node> const node(new Node(tree_, this, child));
   children_[slot] = node;
   node->appear(isReported);

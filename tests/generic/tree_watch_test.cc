@@ -97,7 +97,7 @@ class Tree {
     Mox::Name const names[] = {"a", "b"};
     Mox::Name const name = names[below(2)];
     auto const slice = Mox::ptrCast<AradSlice>(roots->entryTarget(name));
-    if (!slice || below(40) == 0) {
+    if (!slice || below(10) == 0) {
       bool const isDel = slice && below(2);
       roots->entryIs(name, isDel ? Ptr<Entity>() : Ptr<Entity>(new AradSlice(name)));
       return;
@@ -203,6 +203,19 @@ TEST(TreeWatch, ADirectoryIsReadAndChangedLikeAnyEntity) {
   EXPECT_FALSE(attributeDel(place));
   EXPECT_EQ(seen, "258'n'1 258'n'3 258'n'4 ");
   EXPECT_EQ(roots->attributeString(258), "entry");
+  // A change without a key: everything is compared.
+  Copy copy;
+  roots->entryIs("n", Ptr<Entity>(slice));
+  read(Ptr<Entity>(roots), true, copy.lines);
+  TreeWatch const tree(Ptr<Entity>(roots), copy);
+  tree.root().generic()->hasNotificationActiveIs(false);
+  roots->entryDel("n");
+  roots->entryIs("m", Ptr<Entity>(new AradSlice("m")));
+  tree.root().generic()->hasNotificationActiveIs(true);
+  tree.root().generic()->onAttribute(258);
+  Lines now;
+  read(Ptr<Entity>(roots), true, now);
+  EXPECT_EQ(copy.lines, now);
 }
 
 }  // namespace
