@@ -36,10 +36,12 @@ Shrunk shrink(History history, unsigned int stepCount, std::string failure, Play
     // From the end: what fails rarely needs what comes behind it.
     for (std::size_t end = best.history.steps->size(); end != 0;) {
       std::size_t const begin = end > part ? end - part : 0;
+      std::vector<unsigned int> steps = *best.history.steps;
+      auto const first = steps.begin();
+      steps.erase(first + static_cast<std::ptrdiff_t>(begin),
+                  first + static_cast<std::ptrdiff_t>(end));
       History candidate = best.history;
-      auto const first = candidate.steps->begin();
-      candidate.steps->erase(first + static_cast<std::ptrdiff_t>(begin),
-                             first + static_cast<std::ptrdiff_t>(end));
+      candidate.steps = std::move(steps);
       isShorter = stillFails(candidate) || isShorter;
       end = begin;
     }
