@@ -58,12 +58,13 @@ std::string DamagedStreams::damaged(std::uint64_t seed) const {
   Stream stream = streams_[any(chance, streams_.size())];
   std::string& bytes = stream.bytes;
   std::vector<std::size_t> const& frames = stream.frames;
-  if (chance.oneIn(20)) bytes[0] ^= isWritable;
+  if (chance.oneIn(20)) bytes[0] = static_cast<char>(bytes[0] ^ isWritable);
   bytes[0] = static_cast<char>((bytes[0] & 15) | chance.below(16) << 4);
   switch (chance.below(9)) {
     case 0:  // bits
       for (unsigned int count = 1 + chance.below(4); count != 0; --count) {
-        bytes[any(chance, bytes.size())] ^= static_cast<char>(1 << chance.below(8));
+        char& byte = bytes[any(chance, bytes.size())];
+        byte = static_cast<char>(byte ^ 1 << chance.below(8));
       }
       break;
     case 1:

@@ -1,5 +1,7 @@
 #include "simulation/Replica.h"
 
+#include "simulation/TreeText.h"
+
 namespace Mox::Simulation {
 namespace {
 
@@ -101,7 +103,7 @@ std::string Replica::staleSlot(Slot& slot, std::string const& place) {
   for (AttributeWalk at(object_, slot.attribute->id()); at; ++at, ++count) {
     std::string const key = shown(at.key());
     auto const known = slot.members.find(key);
-    std::string const member = place + "[" + key + "]";
+    std::string const member = memberPlace(place, key);
     if (known == slot.members.end()) return member + ": not notified";
     std::string found = staleValue(slot, known->second, at.value(), member);
     if (!found.empty()) return found;
@@ -139,7 +141,7 @@ std::string Replica::difference(Replica const& other, std::string const& path,
     found = differentValue(one.value, two.value, place, targets);
     for (auto const& [key, value] : one.members) {
       if (!found.empty()) break;
-      std::string const member = place + "[" + key + "]";
+      std::string const member = memberPlace(place, key);
       auto const known = two.members.find(key);
       found = known == two.members.end() ? member + ": only in the first"
                                          : differentValue(value, known->second, member, targets);

@@ -38,12 +38,16 @@ void add(std::string& text, Ptr<GenericIf> const& object, std::string const& pat
       members.emplace(keyText(at.key()).view(), at.value());
     }
     for (auto const& [key, member] : members) {
-      addContent(text, *attribute, member, place + "[" + key + "]");
+      addContent(text, *attribute, member, memberPlace(place, key));
     }
   }
 }
 
 }  // namespace
+
+std::string memberPlace(std::string const& place, std::string const& key) {
+  return place + "[" + key + "]";
+}
 
 std::string treeText(Ptr<Entity> const& root) {
   std::string text;

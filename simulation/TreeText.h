@@ -10,4 +10,7 @@ namespace Mox::Simulation {
 /// Every value of the tree, a line each, in an order that depends on nothing else. Empty for null.
 std::string treeText(Ptr<Entity> const& root);
 
+/// "place[key]".
+std::string memberPlace(std::string const& place, std::string const& key);
+
 }  // namespace Mox::Simulation

@@ -48,10 +48,12 @@ void markTooLong(Sa& adapter, AttrRow const& row) {
   reportTooLong(adapter, row.id);
 }
 
-bool isOpen(Sa& adapter, AttrRow const& row, Gate passed) {
-  if (passed == Gate::noted) {
-    adapter.host()->inHand.note(adapter, [&adapter, &row] { row.notify(adapter, nullptr); });
-  }
+[[gnu::noinline]] void note(Sa& adapter, AttrRow const& row) {
+  adapter.host()->inHand.note(adapter, [&adapter, &row] { row.notify(adapter, nullptr); });
+}
+
+inline bool isOpen(Sa& adapter, AttrRow const& row, Gate passed) {
+  if (passed == Gate::noted) note(adapter, row);
   return passed == Gate::open;
 }
 
