@@ -35,7 +35,8 @@ bool canBeDrawn(Attribute const& attribute) {
 }  // namespace
 
 Outline const& Outline::of(MoxType const& type) {
-  static std::unordered_map<MoxType const*, std::unique_ptr<Outline>> known;
+  // Immortal, like the values that it leads to.
+  static auto& known = *new std::unordered_map<MoxType const*, std::unique_ptr<Outline>>;
   std::unique_ptr<Outline>& outline = known[&type];
   if (!outline) {
     outline.reset(new Outline(type));

@@ -24,7 +24,8 @@ constexpr char const* sampleTexts[] = {"0",   "1",    "2",     "3",    "2.5", "0
 }  // namespace
 
 Values const& Values::of(MoxType const& type) {
-  static std::unordered_map<MoxType const*, std::unique_ptr<Values>> known;
+  // Immortal, like the values that it holds.
+  static auto& known = *new std::unordered_map<MoxType const*, std::unique_ptr<Values>>;
   std::unique_ptr<Values>& values = known[&type];
   if (!values) values.reset(new Values(type));
   return *values;

@@ -359,7 +359,8 @@ void PollLoop::turn(int maxWaitMs) {
   int const count = ::epoll_wait(state->epoll.get(), events, std::size(events), waitMs(maxWaitMs));
   std::vector<std::uint64_t> ready(state->everyTurn.begin(), state->everyTurn.end());
   ready.insert(ready.end(), state->alwaysReady.begin(), state->alwaysReady.end());
-  for (int i = 0; i < count; ++i) ready.push_back(events[i].data.u64);
+  // By value: the kernel's structure is packed.
+  for (int i = 0; i < count; ++i) ready.push_back(std::uint64_t{events[i].data.u64});
   for (std::uint64_t const token : ready) {
     if (Source* const source = state->find(token)) {
       source->ready(*this);
