@@ -14,12 +14,15 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <system_error>
 
 namespace Mox::NboAttrLog {
 namespace {
 
-std::string systemText(int number) { return std::generic_category().message(number); }
+/// In the words of the C library, which works without a descriptor to spare, too.
+std::string systemText(int number) {
+  char const* const text = ::strerrordesc_np(number);
+  return text ? text : "error " + std::to_string(number);
+}
 
 constexpr char const* inUse = "somebody listens there already";
 
