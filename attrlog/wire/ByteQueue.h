@@ -60,7 +60,7 @@ class ByteQueue {
       std::memmove(bytes_.get(), data(), used);
     } else {
       std::size_t capacity = capacity_ && !isFarTooLarge ? capacity_ * 2 : 4096;
-      while (capacity - used < count) capacity *= 2;
+      while (capacity < used + count) capacity *= 2;
       std::unique_ptr<unsigned char[]> bytes(new unsigned char[capacity]);
       if (used != 0) std::memcpy(bytes.get(), data(), used);
       bytes_ = std::move(bytes);
