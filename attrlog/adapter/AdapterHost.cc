@@ -136,15 +136,24 @@ void AdapterHost::announcedIs(Sa& adapter) {
   scheduler.wake(adapter.rawEntity());
 }
 
-void AdapterHost::yield(Sa& adapter) {
+void AdapterHost::yield(Sa& adapter) { beginAnew(adapter, StreamAdapter::Origin::importedOrphan); }
+
+void AdapterHost::reclaim(Sa& adapter) {
+  beginAnew(adapter, StreamAdapter::Origin::exportedOrphan);
+  adapter.isTransferBegunIs(false);
+  scheduler.announcedIs(adapter);
+  scheduler.transferIs(adapter);
+}
+
+void AdapterHost::beginAnew(Sa& adapter, StreamAdapter::Origin origin) {
   Ptr<Entity> const entity = adapter.moxNotifierEntity();
   for (TypeRows const* rows = &adapter.rows(); rows != nullptr; rows = rows->base) {
     remountChildren(adapter, **entity, *rows);
   }
   scheduler.unannounce(adapter);
   dropTransactions(adapter);
-  adapter.originIs(StreamAdapter::Origin::importedOrphan);
-  adapter.notificationFlagsIs(rootFlags(false));
+  adapter.originIs(origin);
+  adapter.notificationFlagsIs(rootFlags(origin == StreamAdapter::Origin::exportedOrphan));
 }
 
 void AdapterHost::retire(Sa& adapter) {

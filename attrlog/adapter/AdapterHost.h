@@ -75,6 +75,9 @@ class AdapterHost {
   /// Both ends have announced the entity, and it is the peer's: the adapter becomes an importer's,
   /// to be bound, and those of its children retire.
   void yield(Sa& adapter);
+  /// The peer has withdrawn the announcement that the adapter yielded to, and keeps the one of this
+  /// end: the adapter is an exporter's again, and the entity is transferred anew.
+  void reclaim(Sa& adapter);
   /// Ends an adapter's part in the connection, once and for all.
   void retire(Sa& adapter);
   /// Releases retired adapters. Only outside of handlers.
@@ -136,6 +139,7 @@ class AdapterHost {
  private:
   void recordSlot(Sa const& adapter, AttributeId attribute, std::size_t keySize);
   void dropTransactions(Sa& adapter);
+  void beginAnew(Sa& adapter, StreamAdapter::Origin origin);
 
   Demuxer* demuxer_;
   std::uint64_t nonce_;

@@ -77,26 +77,37 @@ void Announcer::sentIs(EntityId id) {
   inFlight_.emplace_back(host_.exchange.framesCommitted(), id);
 }
 
+bool Announcer::isInFlight(EntityId id) const {
+  return std::any_of(inFlight_.begin(), inFlight_.end(),
+                     [id](auto const& announced) { return announced.second == id; });
+}
+
 void Announcer::contestedIs(EntityId id) {
-  auto const isIt = [id](auto const& announced) { return announced.second == id; };
-  if (std::any_of(inFlight_.begin(), inFlight_.end(), isIt)) contested_.insert(id);
+  for (auto const& [frame, announced] : inFlight_) {
+    if (announced == id) contested_[id] = frame;
+  }
 }
 
 void Announcer::acknowledgedIs(std::uint64_t acknowledged) {
-  for (; !inFlight_.empty() && inFlight_.front().first <= acknowledged; inFlight_.pop_front()) {
-    contested_.erase(inFlight_.front().second);
-  }
+  while (!inFlight_.empty() && inFlight_.front().first <= acknowledged) inFlight_.pop_front();
+  std::erase_if(contested_, [&](auto const& entry) { return entry.second <= acknowledged; });
 }
 
 void Announcer::sendWithdrawals() {
   while (host_.isRunning() && !withdrawn_.empty() && host_.out->freeSpace() >= runReserve) {
+    EntityId const id = withdrawn_.front();
+    withdrawn_.pop_front();
     MsgHeader header;
     header.entityId = orphanTarget;
     header.attributeId = -orphanAttribute;
     host_.out->nextHeaderIs(header);
-    host_.out << Connection::Out::TransactToken::tokenBegin << withdrawn_.front()
+    // Before this withdrawal could go out, the peer's own announcement may have come.
+    auto const* const adapter = host_.reactors.reactor(id);
+    if (adapter && adapter->origin() == StreamAdapter::Origin::importedOrphan) {
+      host_.out->ownIdIs();
+    }
+    host_.out << Connection::Out::TransactToken::tokenBegin << id
               << Connection::Out::TransactToken::tokenEnd;
-    withdrawn_.pop_front();
   }
 }
 

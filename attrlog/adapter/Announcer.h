@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <set>
+#include <map>
 #include <utility>
 
 #include "Mox/Entity.h"
@@ -49,6 +49,8 @@ class Announcer {
   /// seen this end's announcement.
   void contestedIs(EntityId id);
   bool isContested(EntityId id) const { return !contested_.empty() && contested_.contains(id); }
+  /// True when an announcement of the id is on its way: the peer hasn't seen it for sure.
+  bool isInFlight(EntityId id) const;
   /// The peer has seen the first `acknowledged` frames.
   void acknowledgedIs(std::uint64_t acknowledged);
 
@@ -56,8 +58,6 @@ class Announcer {
 
   /// An announced entity has left the connection: the peer is to drop it.
   void withdrawnIs(EntityId id) { withdrawn_.push_back(id); }
-  /// The peer has announced the id itself meanwhile.
-  void withdrawnDel(EntityId id) { std::erase(withdrawn_, id); }
   void sendWithdrawals();
   bool isAnyWithdrawn() const { return !withdrawn_.empty(); }
 
@@ -71,7 +71,8 @@ class Announcer {
   std::deque<EntityId> withdrawn_;
   /// The frames of the announcements that the peer hasn't acknowledged, in order.
   std::deque<std::pair<std::uint64_t, EntityId>> inFlight_;
-  std::set<EntityId> contested_;
+  /// Contested ids, each with the frame of this end's last announcement.
+  std::map<EntityId, std::uint64_t> contested_;
 };
 
 }  // namespace NboAttrLog

@@ -88,7 +88,7 @@ void Roots::sendWaiting() {
 void Roots::orphan(Frame const& frame) {
   In& in = **host_.in;
   in.payloadIs(frame.payload, frame.payloadSize);
-  if (frame.attributeId == -orphanAttribute) return withdrawal();
+  if (frame.attributeId == -orphanAttribute) return withdrawal(frame);
   if (frame.attributeId != orphanAttribute) throw StreamException(StreamError::badOrphan);
 
   using Section = Out::PayloadSection;
@@ -129,7 +129,6 @@ void Roots::orphan(Frame const& frame) {
   if (adapter->hasFlag(readOnlyHere)) host_.hasReadOnlyCopies = true;
   adapter->originIs(StreamAdapter::Origin::importedOrphan);
   host_.identities->idIs(**entity, id, false);
-  host_.announcer.withdrawnDel(id);
   host_.inHand.startsTransferIs(frame.fullTransferFollows);
   host_.reactorIs(id, **adapter, true);
   host_.inHand.startsTransferIs(false);
@@ -193,7 +192,7 @@ bool Roots::isMounted(Entity& root) const {
   return false;
 }
 
-void Roots::withdrawal() {
+void Roots::withdrawal(Frame const& frame) {
   In& in = **host_.in;
   EntityId const id = in.nextEntityId();
   if (in.bytesAvailable() != 0) throw StreamException(StreamError::badLength);
@@ -205,11 +204,17 @@ void Roots::withdrawal() {
     if (!host_.reactors.refusedDel(id)) ++host_.stats.strays;
     return;
   }
-  if (adapter->origin() != StreamAdapter::Origin::importedOrphan) {
-    throw StreamException(StreamError::badOrphan);
-  }
+  // Behind what it withdraws the peer meets, or has met, this end's own announcement.
+  bool const isOwnKept = frame.isOwnId || host_.announcer.isInFlight(id);
+  bool const isImport = adapter->origin() == StreamAdapter::Origin::importedOrphan;
+  if (!isImport && !isOwnKept) throw StreamException(StreamError::badOrphan);
+  if (!isImport) return;
   Ptr<Entity> const entity = adapter->moxNotifierEntity();
-  adapter->doRemountSelf(Ptr<Out>());
+  if (isOwnKept) {
+    host_.reclaim(**adapter);
+  } else {
+    adapter->doRemountSelf(Ptr<Out>());
+  }
   if (entity) imports_->drop(peer(), entity.get());
 }
 

@@ -53,7 +53,7 @@ class Roots {
   void close();
 
  private:
-  void withdrawal();
+  void withdrawal(Frame const& frame);
   bool isOwn(EntityId id, Frame const& frame);
   Ptr<Entity> root(Ptr<Entity> const& made, Ptr<Dir::Entry> entry);
   Ptr<Entity> other(Ptr<Entity> const& made, EntityId id, std::string const& arguments);

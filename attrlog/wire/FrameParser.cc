@@ -24,7 +24,9 @@ constexpr std::size_t nameOffset = greetingFixedSize;
   bool const creates = frame.instantiateTag == creationTag;
   bool const isOrphan = frame.kind == FrameKind::message && frame.entityId == orphanTarget &&
                         frame.attributeId == orphanAttribute;
-  if (frame.isOwnId && !isOrphan) refuse(StreamError::badHeader);
+  bool const isWithdrawal = frame.kind == FrameKind::message && frame.entityId == orphanTarget &&
+                            frame.attributeId == -orphanAttribute;
+  if (frame.isOwnId && !isOrphan && !isWithdrawal) refuse(StreamError::badHeader);
   if (frame.kind != FrameKind::message) {
     if (frame.fullTransferFollows || creates) refuse(StreamError::badHeader);
   } else if (frame.fullTransferFollows && !creates && !isOrphan) {

@@ -49,7 +49,9 @@ struct Frame {
   FrameKind kind = FrameKind::message;
   bool isVariableLength = false;
   bool fullTransferFollows = false;
-  bool isOwnId = false;  ///< of an orphan: the sender chose its id
+  /// Of an announcement: the sender chose the id. Of a withdrawal: the receiver's own announcement
+  /// of the id stands.
+  bool isOwnId = false;
   EntityId entityId;
   AttributeId attributeId = 0;
   std::uint32_t instantiateTag = 0;

@@ -107,7 +107,7 @@ class Out : public Connection::Out {
   void frameIs(FrameKind kind, MsgHeader const& header);
   /// The message that was just begun creates an entity whose whole state follows.
   void fullTransferFollowsIs() { flagIs(frameFullTransferFollows); }
-  /// The orphan message that was just begun is about an entity whose id this process chose.
+  /// See `Frame::isOwnId`. Requires: an orphan message or a withdrawal was just begun.
   void ownIdIs() { flagIs(frameOwnId); }
   /// Begins a section of an orphan's payload and ends the one before.
   void currentPayloadSectionIs(PayloadSection section);

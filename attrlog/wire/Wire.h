@@ -71,7 +71,7 @@ inline constexpr std::uint8_t frameVariableLength = 0x1;
 inline constexpr std::uint8_t frameTrailing = 0x2;
 inline constexpr std::uint8_t frameFullTransferFollows = 0x4;
 inline constexpr std::uint8_t frameCreatesChild = 0x8;  ///< `instantiateTag` is `creationTag`
-inline constexpr std::uint8_t frameOwnId = 0x10;        ///< the sender chose the orphan's id
+inline constexpr std::uint8_t frameOwnId = 0x10;        ///< see `Frame::isOwnId`
 
 /// Sizes in bytes. A frame is header, begin token, payload, end token.
 inline constexpr std::size_t headerSize = 22;
