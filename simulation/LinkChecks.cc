@@ -29,6 +29,11 @@ KnownIds checkQuietEnd(Link const& link, Allowed allowed, std::string const& whe
   auto const fail = [&where](std::string const& what) { throw Failure(what + where); };
   Demuxer const& demuxer = link.demuxer();
   if (link.state() != Link::State::running) fail("not connected: " + link.error());
+  demuxer.reactorsVisit([&](Adapter const& adapter) {
+    if (adapter.life() == StreamAdapter::Life::held) {
+      fail("still waits for the end of " + std::string(adapter.rawEntity()->fullName().view()));
+    }
+  });
   if (!demuxer.inStep()) fail("not in step");
   if (demuxer.hasWaitingFlowOut()) fail("a flow-out waits");
   if (demuxer.flowInCount() != 0) fail("a flow-in is left");
@@ -43,7 +48,6 @@ KnownIds checkQuietEnd(Link const& link, Allowed allowed, std::string const& whe
     std::string const path(adapter.rawEntity()->fullName().view());
     ids.emplace(adapter.entityId(), path);
     if (adapter.flowOut()) fail("unsent changes of " + path);
-    if (adapter.life() == StreamAdapter::Life::held) fail("a hold is left of " + path);
     if (!adapter.hasFlag(noFlowOut) || adapter.hasFlag(deferAll | changeFromLog | writingOff |
                                                        boundByTransaction | inScheduledRun)) {
       fail("odd flags of " + path);

@@ -12,16 +12,15 @@ namespace {
 
 using TargetMap = std::map<Entity const*, Entity const*>;
 
-/// References that lead to one entity at home lead to one here, and to none that others lead to.
-/// Entities without a parent have the same content here and there.
-void checkTargets(State const& state, Process const& process, TargetPairs const& targets) {
-  bool const areMapped = !state.plan.manyWriters && !state.mayReferencesCross();
+/// References of trees of one home that lead to one entity there lead to one here, and to none that
+/// others lead to. Entities without a parent have the same content here and there.
+void checkTargets(Process const& process, TargetPairs const& targets) {
   TargetMap here;
   TargetMap there;
   for (auto const& [one, other] : targets) {
     if (!one || !other) throw Failure("a reference leads to nothing in " + process.name);
     bool const isNew = here.emplace(one, other).second;
-    if (areMapped && (here[one] != other || there.emplace(other, one).first->second != one)) {
+    if (here[one] != other || there.emplace(other, one).first->second != one) {
       throw Failure("not the same entity in " + process.name + ": " +
                     std::string(one->name().view()));
     }
@@ -31,8 +30,9 @@ void checkTargets(State const& state, Process const& process, TargetPairs const&
   }
 }
 
-TargetPairs checkTrees(State const& state, Process& process) {
-  TargetPairs targets;
+/// The targets of references, by the home of their trees: there, and in the process.
+std::map<Process const*, TargetPairs> checkTrees(State const& state, Process& process) {
+  std::map<Process const*, TargetPairs> targets;
   unsigned int imported = 0;
   for (Root const& root : state.roots) {
     std::string const name(root.name.view());
@@ -45,7 +45,7 @@ TargetPairs checkTrees(State const& state, Process& process) {
     imported += isHome ? 0 : 1;
     Replica const& original = *state.treeOf(*root.home, root).replica;
     Replica const& copy = *state.treeOf(process, root).replica;
-    std::string const found = original.difference(copy, name, targets);
+    std::string const found = original.difference(copy, name, targets[root.home]);
     if (!found.empty()) {
       throw Failure(root.home->name + " and " + process.name + " differ: " + found);
     }
@@ -89,16 +89,19 @@ void checkQuiet(State const& state) {
   for (auto const& process : state.processes) checkSubscribers(state, *process);
   std::unordered_set<PtrInterface const*> referenced;
   for (auto const& process : state.processes) {
-    TargetPairs const targets = checkTrees(state, *process);
-    checkTargets(state, *process, targets);
-    for (auto const& [one, other] : targets) referenced.insert({one, other});
+    for (auto const& [home, targets] : checkTrees(state, *process)) {
+      checkTargets(*process, targets);
+      for (auto const& [one, other] : targets) referenced.insert({one, other});
+    }
   }
   checkLeftOver(state, std::move(referenced));
-  // A child whose creation named what was withdrawn meanwhile is answered, and passed over.
-  Allowed const allowed{
-      .strays = state.plan.manyWriters || state.intrudes || state.mayReferencesCross(),
-      .handlerExceptions = state.intrudes};
   for (Cable const& cable : state.cables) {
+    // A child whose creation named what was withdrawn meanwhile is answered, and passed over; so
+    // are the children of what both ends have announced.
+    bool const hasCrossed = cable.upLink->demuxer().stats().contested != 0 ||
+                            cable.downLink->demuxer().stats().contested != 0;
+    Allowed const allowed{.strays = state.plan.manyWriters || state.intrudes || hasCrossed,
+                          .handlerExceptions = state.intrudes};
     KnownIds const up = checkQuietEnd(**cable.upLink, allowed, " in " + cable.up->name);
     KnownIds const down = checkQuietEnd(**cable.downLink, allowed, " in " + cable.down->name);
     std::string const found = strangeId(up, down);

@@ -83,10 +83,6 @@ struct State {
     Ptr<Dir::Entry> const entry = process.dir->entry(root.name);
     return entry ? entry->target().get() : nullptr;
   }
-  /// Both ends announce to the other what their trees refer to, be it one entity.
-  bool mayReferencesCross() const {
-    return references != References::none && roots.back().home != processes.front().get();
-  }
 };
 
 }  // namespace Mox::Simulation

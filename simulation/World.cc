@@ -339,18 +339,15 @@ void World::connect(Cable& cable) {
 void World::observe(Cable& cable) {
   std::string const name = cable.name();
   auto const text = std::make_shared<StreamText>([](auto, std::string const&) {});
-  auto const announced = std::make_shared<Twins::Announced>();
   for (Ptr<Link> const& link : {cable.downLink, cable.upLink}) {
     bool const isDown = link == cable.downLink;
     Demuxer& demuxer = link->demuxer();
     demuxer.frameObserverIs([=, this, &demuxer](Frame const& frame) {
-      bool const isRoot = frame.kind == FrameKind::message && frame.attributeId == orphanAttribute;
-      if (history_.isTraced || isRoot) {
+      if (history_.isTraced) {
         using Direction = StreamText::Direction;
         std::string const line =
             text->frameLine(isDown ? Direction::sent : Direction::received, frame);
         trace(name + (isDown ? " >" : " <"), line);
-        if (isRoot) twins_.announced(line, state_.roots, *announced);
       }
       if (!state_.plan.manyWriters && isWriteToOwn(demuxer, frame)) {
         note("a frame goes back to the only writer, attribute " +
@@ -485,7 +482,6 @@ void World::repeatTransfer() {
   cut(anyCable());
   settle();
   check();
-  if (state_.mayReferencesCross() || twins_.wereSeen()) return;
   for (auto const& [process, count] : before) {
     if (process->notifications != count) {
       throw Failure("a second transfer is notified in " + process->name + ": " +

@@ -8,7 +8,6 @@
 
 #include "simulation/Chance.h"
 #include "simulation/State.h"
-#include "simulation/Twins.h"
 
 namespace Mox::Simulation {
 
@@ -65,7 +64,6 @@ class World {
   History const& history_;
   Chance chance_;
   State state_;
-  Twins twins_;
   std::vector<unsigned int> phaseEnds_;  ///< the number of the last step of each phase
   unsigned int stepCount_ = 0;
   unsigned int plantings_ = 0;

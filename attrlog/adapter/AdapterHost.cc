@@ -89,11 +89,14 @@ void AdapterHost::assignEntityId(Sa& adapter) {
     if (other.get() != &adapter) id = other->entityId();
     isOwn = !other->hasFlag(notAuthority);
   }
-  if (!id || reactors.reactor(id) != nullptr || reactors.isGone(id)) {
+  // An entity without a parent comes back under its id, behind the withdrawal.
+  if (isOrphan && reactors.isGone(id)) announcer.sendWithdrawals();
+  bool const isGone = reactors.isGone(id) && (!isOrphan || announcer.isWithdrawalOwed(id));
+  if (!id || reactors.reactor(id) != nullptr || isGone) {
     id = newEntityId();
     isOwn = true;
   }
-  if (isOrphan) identities->idIs(**entity, id, isOwn);
+  if (isOrphan && !identities->idOf(**entity)) identities->idIs(**entity, id, isOwn);
   reactorIs(id, adapter, false);
 }
 
@@ -130,13 +133,11 @@ void AdapterHost::reactorIs(EntityId id, Sa& adapter, bool isBound) {
 
 void AdapterHost::announcedIs(Sa& adapter) {
   if (adapter.origin() == StreamAdapter::Origin::exportedOrphan) {
-    announcer.sentIs(adapter.entityId());
+    announcer.sentIs(adapter);
   }
   scheduler.announcedIs(adapter);
   scheduler.wake(adapter.rawEntity());
 }
-
-void AdapterHost::yield(Sa& adapter) { beginAnew(adapter, StreamAdapter::Origin::importedOrphan); }
 
 void AdapterHost::reclaim(Sa& adapter) {
   beginAnew(adapter, StreamAdapter::Origin::exportedOrphan);

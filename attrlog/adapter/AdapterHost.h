@@ -59,6 +59,8 @@ class AdapterHost {
   }
   /// True while this end may change what it imports.
   bool mayWrite() const { return options.wantsWrite && (peer_.bits & Greeting::grantsWrite) != 0; }
+  /// True when the peer takes entities without a parent that this end announces.
+  bool mayAnnounce() const { return mayWrite() || (peer_.bits & Greeting::imports) != 0; }
   /// The flags of the adapter of an entity without a parent.
   StreamAdapter::Mox_BitSet rootFlags(bool isExported) const;
   /// Removes all adapters, changes no entity.
@@ -72,9 +74,9 @@ class AdapterHost {
   void reactorIs(EntityId id, Sa& adapter, bool isBound);
   /// The creation or orphan message of the adapter's entity is in the buffer.
   void announcedIs(Sa& adapter);
-  /// Both ends have announced the entity, and it is the peer's: the adapter becomes an importer's,
-  /// to be bound, and those of its children retire.
-  void yield(Sa& adapter);
+  /// The entity without a parent has another authority now: its adapter becomes an exporter's, to
+  /// be announced, or an importer's, to be bound; those of its children retire.
+  void beginAnew(Sa& adapter, StreamAdapter::Origin origin);
   /// The peer has withdrawn the announcement that the adapter yielded to, and keeps the one of this
   /// end: the adapter is an exporter's again, and the entity is transferred anew.
   void reclaim(Sa& adapter);
@@ -139,7 +141,6 @@ class AdapterHost {
  private:
   void recordSlot(Sa const& adapter, AttributeId attribute, std::size_t keySize);
   void dropTransactions(Sa& adapter);
-  void beginAnew(Sa& adapter, StreamAdapter::Origin origin);
 
   Demuxer* demuxer_;
   std::uint64_t nonce_;

@@ -2,9 +2,11 @@
 #include "attrlog/adapter/Announcer.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "Mox/Exception.h"
 #include "attrlog/adapter/AdapterHost.h"
+#include "registry/MoxType.h"
 
 namespace Mox::NboAttrLog {
 
@@ -20,17 +22,20 @@ Ptr<Entity> Announcer::nextWaiting() {
 
 void Announcer::announce(Ptr<Entity> const& entity) {
   if (entity->moxNboAttrLogSa(Ptr<Out const>(host_.out))) return;
-  Ptr<Entity::MoxNboAttrLogSa> const adapter =
-      entity->moxNboAttrLogSaIs(host_.rootFlags(true), 1, host_.out, nullptr);
+  Ptr<Sa> const adapter = entity->moxNboAttrLogSaIs(host_.rootFlags(true), 1, host_.out, nullptr);
   adapter->originIs(StreamAdapter::Origin::exportedOrphan);
   adapter->moxOnInit();
+  sendAnnouncement(**adapter);
+}
+
+void Announcer::sendAnnouncement(Sa& adapter) {
   try {
-    adapter->doSerializeOrphan();
+    adapter.doSerializeOrphan();
   } catch (MessageTooLong const&) {
-    host_.tooLong(std::string(entity->fullName().view()));
-    host_.retire(**adapter);
+    host_.tooLong(std::string(adapter.rawEntity()->fullName().view()));
+    host_.retire(adapter);
   } catch (...) {
-    host_.retire(**adapter);
+    host_.retire(adapter);
     throw;
   }
 }
@@ -73,23 +78,63 @@ EntityId Announcer::referenceId(Entity& target, bool isInMessage, bool announces
   return adapter->entityId();
 }
 
-void Announcer::sentIs(EntityId id) {
-  inFlight_.emplace_back(host_.exchange.framesCommitted(), id);
+void Announcer::sentIs(Sa const& adapter) {
+  EntityId const id = adapter.entityId();
+  inFlight_.push_back({host_.exchange.framesCommitted(), id, claim(*adapter.rawEntity())});
+  // What the peer writes before it has this is about the one that was withdrawn.
+  if (host_.reactors.isGone(id) && !isContested(id)) contested_[id] = inFlight_.back().frame;
 }
 
 bool Announcer::isInFlight(EntityId id) const {
   return std::any_of(inFlight_.begin(), inFlight_.end(),
-                     [id](auto const& announced) { return announced.second == id; });
+                     [id](Sent const& sent) { return sent.id == id; });
 }
 
-void Announcer::contestedIs(EntityId id) {
-  for (auto const& [frame, announced] : inFlight_) {
-    if (announced == id) contested_[id] = frame;
+Claim Announcer::claim(Entity const& entity) const {
+  if (host_.identities->isOwn(host_.identities->idOf(entity))) return Claim::chosen;
+  // A root that another connection has brought is refused.
+  if (entity.fwkType()->isRootType()) return Claim::none;
+  for (AdapterHost const* const host : adapterHosts()) {
+    if (host == &host_) continue;
+    Ptr<Sa const> const adapter = entity.moxNboAttrLogSa(Ptr<Out const>(host->out));
+    if (adapter && adapter->hasFlag(notAuthority)) return Claim::elsewhere;
+  }
+  return Claim::none;
+}
+
+void Announcer::contest(Entity& entity, EntityId id, bool holds) {
+  ++host_.stats.contested;
+  constexpr std::uint64_t forGood = std::numeric_limits<std::uint64_t>::max();
+  if (auto const at = contested_.find(id); at != contested_.end() && at->second == forGood) return;
+  Claim const claim = this->claim(entity);
+  Ptr<Sa> const adapter = entity.moxNboAttrLogSa(Ptr<Out const>(host_.out));
+  bool const isExport = adapter && adapter->origin() == StreamAdapter::Origin::exportedOrphan;
+  bool const isOnItsWay =
+      isExport && std::any_of(inFlight_.begin(), inFlight_.end(), [&](Sent const& sent) {
+        return sent.id == id && sent.claim == claim;
+      });
+  if (!isOnItsWay) announceAnew(Ptr<Entity>(&entity));
+  for (Sent const& sent : inFlight_) {
+    if (sent.id == id) contested_[id] = holds ? sent.frame : forGood;
   }
 }
 
+void Announcer::yield(Sa& adapter) {
+  contested_.erase(adapter.entityId());
+  host_.beginAnew(adapter, StreamAdapter::Origin::importedOrphan);
+}
+
+/// Announces the entity, also where the peer has announced it.
+void Announcer::announceAnew(Ptr<Entity> const& entity) {
+  Ptr<Sa> const adapter = entity->moxNboAttrLogSa(Ptr<Out const>(host_.out));
+  if (!adapter) return announce(entity);
+  host_.beginAnew(**adapter, StreamAdapter::Origin::exportedOrphan);
+  adapter->isTransferBegunIs(false);
+  sendAnnouncement(**adapter);
+}
+
 void Announcer::acknowledgedIs(std::uint64_t acknowledged) {
-  while (!inFlight_.empty() && inFlight_.front().first <= acknowledged) inFlight_.pop_front();
+  while (!inFlight_.empty() && inFlight_.front().frame <= acknowledged) inFlight_.pop_front();
   std::erase_if(contested_, [&](auto const& entry) { return entry.second <= acknowledged; });
 }
 
@@ -104,7 +149,7 @@ void Announcer::sendWithdrawals() {
     // Before this withdrawal could go out, the peer's own announcement may have come.
     auto const* const adapter = host_.reactors.reactor(id);
     if (adapter && adapter->origin() == StreamAdapter::Origin::importedOrphan) {
-      host_.out->ownIdIs();
+      host_.out->claimIs(Claim::chosen);
     }
     host_.out << Connection::Out::TransactToken::tokenBegin << id
               << Connection::Out::TransactToken::tokenEnd;

@@ -2,6 +2,7 @@
 // lead to; and withdraws them. Roots queue here; reference writers ask for ids.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -19,6 +20,8 @@ class AdapterHost;
 
 class Announcer {
  public:
+  using Sa = Entity::MoxNboAttrLogSa;
+
   explicit Announcer(AdapterHost& host) : host_(host) {}
 
   // Roots.
@@ -26,6 +29,9 @@ class Announcer {
   /// The entity is to be announced when there is room.
   void waitingIs(Ptr<Entity> const& entity) { waiting_.push_back(entity); }
   void waitingDel(Ptr<Entity> const& entity);
+  bool isWaiting(Ptr<Entity> const& entity) const {
+    return std::find(waiting_.begin(), waiting_.end(), entity) != waiting_.end();
+  }
   bool isAnyWaiting() const { return !waiting_.empty(); }
   /// The next one that waits, and has left the queue. Requires: one waits.
   Ptr<Entity> nextWaiting();
@@ -43,11 +49,16 @@ class Announcer {
 
   // Announcements that cross: both ends announce one id at a time, and one of them yields.
 
-  /// The frame committed last announces the id.
-  void sentIs(EntityId id);
-  /// The peer has announced an id that is this end's: its frames about it are void until it has
-  /// seen this end's announcement.
-  void contestedIs(EntityId id);
+  /// The frame committed last announces the adapter's entity.
+  void sentIs(Sa const& adapter);
+  /// What this end's announcement of the entity would say.
+  Claim claim(Entity const& entity) const;
+  /// The peer announces, under the id, what it isn't the authority for: what it writes about the
+  /// entity is void until it has seen this end's announcement, which is sent unless it is on its
+  /// way; for good where the peer won't give way (`holds` is false). Its references hold.
+  void contest(Entity& entity, EntityId id, bool holds);
+  /// The peer's announcement holds: the adapter is to be bound to it.
+  void yield(Sa& adapter);
   bool isContested(EntityId id) const { return !contested_.empty() && contested_.contains(id); }
   /// True when an announcement of the id is on its way: the peer hasn't seen it for sure.
   bool isInFlight(EntityId id) const;
@@ -60,18 +71,30 @@ class Announcer {
   void withdrawnIs(EntityId id) { withdrawn_.push_back(id); }
   void sendWithdrawals();
   bool isAnyWithdrawn() const { return !withdrawn_.empty(); }
+  bool isWithdrawalOwed(EntityId id) const {
+    return std::find(withdrawn_.begin(), withdrawn_.end(), id) != withdrawn_.end();
+  }
 
   void clear();
 
  private:
+  struct Sent {
+    std::uint64_t frame;
+    EntityId id;
+    Claim claim;
+  };
+
+  void announceAnew(Ptr<Entity> const& entity);
+  void sendAnnouncement(Sa& adapter);
   bool isTreeAnnounced(Entity const& entity) const;
 
   AdapterHost& host_;
   std::deque<Ptr<Entity>> waiting_;
   std::deque<EntityId> withdrawn_;
-  /// The frames of the announcements that the peer hasn't acknowledged, in order.
-  std::deque<std::pair<std::uint64_t, EntityId>> inFlight_;
-  /// Contested ids, each with the frame of this end's last announcement.
+  /// The announcements that the peer hasn't acknowledged, in order.
+  std::deque<Sent> inFlight_;
+  /// Contested ids, each with the frame of this end's last announcement; with the last frame of
+  /// all where the peer won't give way.
   std::map<EntityId, std::uint64_t> contested_;
 };
 

@@ -42,7 +42,8 @@ void Reactors::goneSentIs(std::uint64_t committed) {
 }
 
 void Reactors::goneForget() {
-  gone_.erase(goneSent_.front().second.value());
+  auto const at = gone_.find(goneSent_.front().second.value());
+  if (--at->second == 0) gone_.erase(at);
   goneSent_.pop_front();
 }
 
@@ -59,7 +60,9 @@ std::string Reactors::brokenInvariant() const {
     if (adapter.isRetired()) broken = "R1: a retired adapter is in the table";
     if (reactor(adapter.entityId()) != &adapter) broken = "R1: an adapter is under another id";
   });
-  if (gone_.size() != goneOwed_.size() + goneSent_.size()) {
+  std::size_t gone = 0;
+  for (auto const& [id, times] : gone_) gone += times;
+  if (gone != goneOwed_.size() + goneSent_.size()) {
     broken = "R2: an id that is gone waits for nothing";
   }
   return broken;

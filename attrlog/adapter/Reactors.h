@@ -11,6 +11,7 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -71,7 +72,8 @@ class Reactors {
   /// This end has given the id up. The peer may name it in frames until it has acknowledged the
   /// last frame that says so, which is at the latest the last one that is owed now.
   void goneIs(EntityId id) {
-    if (gone_.insert(id.value()).second) goneOwed_.push_back(id);
+    ++gone_[id.value()];
+    goneOwed_.push_back(id);
   }
   bool isGone(EntityId id) const { return gone_.contains(id.value()); }
   bool isAnyGoneOwed() const { return !goneOwed_.empty(); }
@@ -95,7 +97,7 @@ class Reactors {
   HashMap<Sa, EntityId> table_;
   std::size_t outside_ = 0;
   std::unordered_set<std::uint64_t> refused_;
-  std::unordered_set<std::uint64_t> gone_;
+  std::unordered_map<std::uint64_t, unsigned int> gone_;  ///< how often each was given up
   std::vector<EntityId> goneOwed_;
   std::deque<std::pair<std::uint64_t, EntityId>> goneSent_;  ///< by the last frame that says so
 };

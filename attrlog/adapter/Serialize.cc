@@ -282,7 +282,7 @@ void serializeOrphan(Sa& adapter, char const* const* typeNames, std::size_t coun
       Expect const expect(Exception::attrLogRecordId);
       MessageOut message = MessageOut::orphan(adapter);
       out->fullTransferFollowsIs();
-      if (adapter.host()->identities->isOwn(adapter.entityId())) out->ownIdIs();
+      out->claimIs(adapter.host()->announcer.claim(**entity));
       out->currentPayloadSectionIs(Section::typeSection);
       for (std::size_t i = 0; i < count; ++i) out << TypeId{String8(typeNames[i])};
       out->currentPayloadSectionIs(Section::constructorSection);

@@ -36,7 +36,8 @@ LinkStats Demuxer::stats() const {
 
 void Demuxer::begin() {
   Greeting greeting;
-  greeting.bits = Greeting::unifiedIds | Greeting::exports | Greeting::imports;
+  greeting.bits = Greeting::unifiedIds | Greeting::exports;
+  if (options().imports) greeting.bits |= Greeting::imports;
   if (options().grantsWrite) greeting.bits |= Greeting::grantsWrite;
   if (options().wantsWrite) greeting.bits |= Greeting::wantsWrite;
   greeting.schemaHash = options().schemaHash;

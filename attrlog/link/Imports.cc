@@ -20,7 +20,7 @@ void Imports::peerIs(std::string const& name, std::uint64_t nonce) {
   for (auto const& [entity, item] : stale) peer.claims[item->arguments].push_back(entity);
 }
 
-void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
+void Imports::rootIs(std::string const& peer, Ptr<Entity> const& root, Ptr<Dir::Entry> const& entry,
                      AdapterHost const* connection) {
   auto& items = peers_[peer].items;
   // Entries that their owner has ended meanwhile are of no use to anybody.
@@ -28,7 +28,7 @@ void Imports::rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry,
     Item const& item = known.second;
     return item.entry && (!item.entry->target() || item.entry == entry);
   });
-  items.insert_or_assign(entry->target().get(), Item{++announced_, entry, {}, {}, connection});
+  items.insert_or_assign(root.get(), Item{++announced_, entry, {}, {}, connection});
 }
 
 void Imports::shelve(std::string const& peer, Ptr<Entity> const& entity,
@@ -53,8 +53,9 @@ bool Imports::isRootFrom(Entity const* entity, std::string const& name) const {
   auto const peer = peers_.find(name);
   if (peer == peers_.end()) return false;
   auto const item = peer->second.items.find(entity);
-  return item != peer->second.items.end() && item->second.entry &&
-         item->second.entry->target().get() == entity;
+  if (item == peer->second.items.end() || item->second.shelved) return false;
+  Ptr<Dir::Entry> const& entry = item->second.entry;
+  return !entry || entry->target().get() == entity;
 }
 
 void Imports::drop(std::string const& name, Entity const* entity) {
@@ -85,7 +86,7 @@ void Imports::dropStale(std::string const& name, bool roots) {
   std::vector<Item> stale;
   for (auto at = items.begin(); at != items.end();) {
     Item& item = at->second;
-    if (item.connection == nullptr && static_cast<bool>(item.entry) == roots) {
+    if (item.connection == nullptr && !item.shelved == roots) {
       stale.push_back(std::move(item));
       at = items.erase(at);
     } else {

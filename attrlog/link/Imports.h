@@ -23,8 +23,10 @@ class Imports {
  public:
   /// A connection with the peer begins. `nonce` tells its process from earlier ones under its name.
   void peerIs(std::string const& peer, std::uint64_t nonce);
-  /// A root of the peer has been entered in a directory, or is bound again.
-  void rootIs(std::string const& peer, Ptr<Dir::Entry> const& entry, AdapterHost const* connection);
+  /// A root of the peer is about to be entered in a directory (`entry` is null), has been entered,
+  /// or is bound again.
+  void rootIs(std::string const& peer, Ptr<Entity> const& root, Ptr<Dir::Entry> const& entry,
+              AdapterHost const* connection);
   /// An entity without a place of its own is kept, or bound again. `arguments`: what it was made
   /// of, as bytes that are equal for equal arguments.
   void shelve(std::string const& peer, Ptr<Entity> const& entity, std::string const& arguments,
@@ -48,9 +50,9 @@ class Imports {
  private:
   struct Item {
     std::uint64_t order;            ///< of announcement
-    Ptr<Dir::Entry> entry;          ///< of a root
-    Ptr<Entity> shelved;            ///< of anything else
-    std::string arguments;          ///< of that
+    Ptr<Dir::Entry> entry;          ///< of a root in a directory
+    Ptr<Entity> shelved;            ///< null: a root
+    std::string arguments;          ///< of what is shelved
     AdapterHost const* connection;  ///< null: stale
   };
   struct Peer {

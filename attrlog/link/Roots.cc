@@ -2,6 +2,7 @@
 #include "attrlog/link/Roots.h"
 
 #include <utility>
+#include <vector>
 
 #include "Mox/Exception.h"
 #include "attrlog/wire/WireSchema.h"
@@ -115,16 +116,18 @@ void Roots::orphan(Frame const& frame) {
   if (in.bytesAvailable() != 0) throw StreamException(StreamError::badOrphan);
   if (!id.isUnified() || id == orphanTarget) throw StreamException(StreamError::badId);
 
-  if (isOwn(id, frame)) return;
+  if (isOwn(id, frame, isAccepted, isRoot)) return;
   Ptr<Dir::Entry> const entry = isRoot && made ? dir_->entry(made->name()) : Ptr<Dir::Entry>();
+  // This end's own root, which it doesn't export: the peer has yet to hear of that.
+  bool const isWithdrawn = isRoot && host_.identities->isOwn(id);
   bool const isTaken =
       entry && (entry->target()->fwkType() != type || isMounted(**entry->target()));
-  if (!made || isTaken || !made->moxHasAttrLogInterface()) {
+  if (!made || isWithdrawn || isTaken || !made->moxHasAttrLogInterface()) {
     ++host_.stats.refusedOrphans;
     host_.reactors.refusedIs(id);
     return;
   }
-  Ptr<Entity> const entity = isRoot ? root(made, entry) : other(made, id, arguments);
+  Ptr<Entity> const entity = isRoot ? root(made, entry, id) : other(made, id, arguments);
   Ptr<Sa> const adapter = entity->moxNboAttrLogSaIs(host_.rootFlags(false), 1, host_.out, nullptr);
   if (adapter->hasFlag(readOnlyHere)) host_.hasReadOnlyCopies = true;
   adapter->originIs(StreamAdapter::Origin::importedOrphan);
@@ -132,55 +135,73 @@ void Roots::orphan(Frame const& frame) {
   host_.inHand.startsTransferIs(frame.fullTransferFollows);
   host_.reactorIs(id, **adapter, true);
   host_.inHand.startsTransferIs(false);
+  if (!isRoot) takeOverElsewhere(**entity);
 }
 
-/// True when the peer announces what is this end's: an entity whose id this process chose, or,
-/// where neither did, one that both have announced and whose process has the lower nonce. An
-/// announcement of the other kind makes this end's own give way.
-bool Roots::isOwn(EntityId id, Frame const& frame) {
+/// True when the peer announces what is this end's: where both ends announce, or may announce, one
+/// id, the greater claim holds. Of equal ones: among processes that have it from elsewhere neither;
+/// otherwise that of the lower nonce. The other end's announcement gives way.
+bool Roots::isOwn(EntityId id, Frame const& frame, bool isAccepted, bool isRoot) {
   Sa* const adapter = host_.reactors.reactor(id);
+  if (adapter && adapter->origin() == StreamAdapter::Origin::importedOrphan && !isRoot) {
+    // The peer contests an announcement of this end that has given way meanwhile.
+    host_.announcer.yield(*adapter);
+    return false;
+  }
   if (adapter && adapter->origin() != StreamAdapter::Origin::exportedOrphan) {
     throw StreamException(StreamError::badId);
   }
-  bool const isChosenHere = host_.identities->isOwn(id);
-  bool const isNearer = !frame.isOwnId && host_.nonce() < host_.peer().nonce;
-  if (adapter && !isChosenHere && !isNearer) {
-    host_.yield(*adapter);
-    return false;
+  Ptr<Entity> const entity =
+      adapter ? adapter->moxNotifierEntity() : Ptr<Entity>(host_.identities->entity(id));
+  if (!entity) return false;
+  if (isRoot && !adapter && !host_.announcer.isWaiting(entity)) return false;
+  Claim const claim = host_.announcer.claim(**entity);
+  bool const isTie = claim == frame.claim;
+  bool const isShared = isTie && claim == Claim::elsewhere;
+  bool const isNearer = isTie && adapter && host_.nonce() < host_.peer().nonce;
+  bool const isRefused = adapter && !isAccepted;
+  if (claim > frame.claim || claim == Claim::chosen || isShared || isNearer || isRefused) {
+    bool const holds = host_.mayAnnounce() && !isShared && !isRefused;
+    host_.announcer.contest(**entity, id, holds);
+    return true;
   }
-  if (!adapter && !isChosenHere) return false;
-  host_.announcer.announce(Ptr<Entity>(host_.identities->entity(id)));
-  host_.announcer.contestedIs(id);
-  return true;
+  if (adapter) host_.announcer.yield(*adapter);
+  return false;
 }
 
 /// The root that stands in the directory under the name, or the new one.
-Ptr<Entity> Roots::root(Ptr<Entity> const& made, Ptr<Dir::Entry> entry) {
-  if (!entry) entry = dir_->entryIs(made->name(), made);
-  imports_->rootIs(peer(), entry, &host_);
-  return entry->target();
+Ptr<Entity> Roots::root(Ptr<Entity> const& made, Ptr<Dir::Entry> entry, EntityId id) {
+  Ptr<Entity> const root = entry ? entry->target() : made;
+  // Whoever hears of it from the directory may export it: not back to the peer, and by this id.
+  host_.identities->idIs(**root, id, false);
+  imports_->rootIs(peer(), root, entry, &host_);
+  if (entry) return root;
+  entry = dir_->entryIs(made->name(), made);
+  imports_->rootIs(peer(), root, entry, &host_);
+  return root;
 }
 
 /// The entity that the id names here; or, if the peer's process is another than before, one that it
 /// announced then, made of the same arguments; or the new one.
 Ptr<Entity> Roots::other(Ptr<Entity> const& made, EntityId id, std::string const& arguments) {
   Ptr<Entity> entity(host_.identities->entity(id));
-  if (entity && (entity->fwkType() != made->fwkType() || isImportedElsewhere(**entity)))
-    entity = {};
+  if (entity && entity->fwkType() != made->fwkType()) entity = {};
   if (!entity) entity = imports_->claim(peer(), arguments);
   if (!entity) entity = made;
   imports_->shelve(peer(), entity, arguments, &host_);
   return entity;
 }
 
-/// True when another live connection has brought the entity.
-bool Roots::isImportedElsewhere(Entity& entity) const {
-  for (AdapterHost const* const host : adapterHosts()) {
+/// The entity's authority is behind this connection: whoever else has brought it is told it from
+/// here.
+void Roots::takeOverElsewhere(Entity& entity) {
+  std::vector<AdapterHost*> const hosts = adapterHosts();
+  for (AdapterHost* const host : hosts) {
     if (host == &host_) continue;
     Ptr<Sa> const adapter = entity.moxNboAttrLogSa(Ptr<Out const>(host->out));
-    if (adapter && adapter->hasFlag(notAuthority)) return true;
+    if (!adapter || adapter->origin() != StreamAdapter::Origin::importedOrphan) continue;
+    if (host->mayAnnounce()) host->announcer.contest(entity, adapter->entityId(), true);
   }
-  return false;
 }
 
 /// True when this or another connection has brought the root and is still there.
@@ -205,7 +226,7 @@ void Roots::withdrawal(Frame const& frame) {
     return;
   }
   // Behind what it withdraws the peer meets, or has met, this end's own announcement.
-  bool const isOwnKept = frame.isOwnId || host_.announcer.isInFlight(id);
+  bool const isOwnKept = frame.claim == Claim::chosen || host_.announcer.isInFlight(id);
   bool const isImport = adapter->origin() == StreamAdapter::Origin::importedOrphan;
   if (!isImport && !isOwnKept) throw StreamException(StreamError::badOrphan);
   if (!isImport) return;

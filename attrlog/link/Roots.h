@@ -54,11 +54,11 @@ class Roots {
 
  private:
   void withdrawal(Frame const& frame);
-  bool isOwn(EntityId id, Frame const& frame);
-  Ptr<Entity> root(Ptr<Entity> const& made, Ptr<Dir::Entry> entry);
+  bool isOwn(EntityId id, Frame const& frame, bool isAccepted, bool isRoot);
+  Ptr<Entity> root(Ptr<Entity> const& made, Ptr<Dir::Entry> entry, EntityId id);
   Ptr<Entity> other(Ptr<Entity> const& made, EntityId id, std::string const& arguments);
   bool isMounted(Entity& root) const;
-  bool isImportedElsewhere(Entity& entity) const;
+  void takeOverElsewhere(Entity& entity);
   /// What the peer is known by: its name counts only together with where it comes from.
   std::string peer() const { return host_.options.origin + "/" + host_.peer().peerName; }
 

@@ -44,6 +44,7 @@ Ptr<Link> Session::linkIs(std::unique_ptr<ByteLink> bytes, LinkOptions const& op
   LinkOptions named = options;
   named.name = options_.name;
   named.processNonce = options_.processNonce;
+  named.imports = bool(importDir_);
   Origin const origin = bytes->origin();
   named.origin = origin.place + " " + origin.credentials;
   Ptr<Link> link(new Link(this, std::move(bytes), named));

@@ -26,7 +26,9 @@ constexpr std::size_t nameOffset = greetingFixedSize;
                         frame.attributeId == orphanAttribute;
   bool const isWithdrawal = frame.kind == FrameKind::message && frame.entityId == orphanTarget &&
                             frame.attributeId == -orphanAttribute;
-  if (frame.isOwnId && !isOrphan && !isWithdrawal) refuse(StreamError::badHeader);
+  bool const mayClaim =
+      isOrphan ? frame.claim <= Claim::chosen : isWithdrawal && frame.claim == Claim::chosen;
+  if (frame.claim != Claim::none && !mayClaim) refuse(StreamError::badHeader);
   if (frame.kind != FrameKind::message) {
     if (frame.fullTransferFollows || creates) refuse(StreamError::badHeader);
   } else if (frame.fullTransferFollows && !creates && !isOrphan) {
@@ -124,7 +126,7 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   if (kind < static_cast<std::uint8_t>(FrameKind::message) ||
       kind > static_cast<std::uint8_t>(FrameKind::repeat) ||
       (flags &
-       ~(frameVariableLength | frameFullTransferFollows | frameCreatesChild | frameOwnId)) != 0) {
+       ~(frameVariableLength | frameFullTransferFollows | frameCreatesChild | frameClaim)) != 0) {
     refuse(StreamError::badHeader);
   }
   if (length > maxPayload) refuse(StreamError::tooLong);
@@ -134,7 +136,7 @@ std::size_t FrameParser::frame(unsigned char const* bytes, std::size_t size, Fra
   result.kind = static_cast<FrameKind>(kind);
   result.isVariableLength = (flags & frameVariableLength) != 0;
   result.fullTransferFollows = (flags & frameFullTransferFollows) != 0;
-  result.isOwnId = (flags & frameOwnId) != 0;
+  result.claim = static_cast<Claim>((flags & frameClaim) >> frameClaimShift);
   result.entityId = EntityId(getBytes(bytes + 6, 8));
   result.attributeId = static_cast<AttributeId>(getBytes(bytes + 14, 4));
   result.instantiateTag = (flags & frameCreatesChild) != 0 ? creationTag : 0;

@@ -49,9 +49,9 @@ struct Frame {
   FrameKind kind = FrameKind::message;
   bool isVariableLength = false;
   bool fullTransferFollows = false;
-  /// Of an announcement: the sender chose the id. Of a withdrawal: the receiver's own announcement
+  /// Of an announcement: the sender's. Of a withdrawal, `chosen`: the receiver's own announcement
   /// of the id stands.
-  bool isOwnId = false;
+  Claim claim = Claim::none;
   EntityId entityId;
   AttributeId attributeId = 0;
   std::uint32_t instantiateTag = 0;

@@ -16,6 +16,7 @@ struct LinkOptions {
   std::string name = "peer";  ///< sent to the peer, and used in reports
   bool grantsWrite = false;   ///< the peer may write what this end exports
   bool wantsWrite = false;    ///< this end writes what it imports
+  bool imports = true;        ///< this end takes what the peer announces, be it read-only
   bool schemaStrict = true;   ///< refuse a peer of another schema
   std::uint64_t schemaHash = 0;
   /// Tells this process from others, earlier ones under its name included; 0: chosen for the
@@ -45,6 +46,7 @@ struct LinkStats {
   std::uint64_t unknownEnums = 0;
   std::uint64_t unknownAttrs = 0;
   std::uint64_t refusedOrphans = 0;
+  std::uint64_t contested = 0;  ///< announcements that this end's own stand against
   std::uint64_t readOnlyWrites = 0;
   std::uint64_t handlerExceptions = 0;
   std::uint64_t fullTransfersReceived = 0;

@@ -107,8 +107,10 @@ class Out : public Connection::Out {
   void frameIs(FrameKind kind, MsgHeader const& header);
   /// The message that was just begun creates an entity whose whole state follows.
   void fullTransferFollowsIs() { flagIs(frameFullTransferFollows); }
-  /// See `Frame::isOwnId`. Requires: an orphan message or a withdrawal was just begun.
-  void ownIdIs() { flagIs(frameOwnId); }
+  /// See `Frame::claim`. Requires: an orphan message or a withdrawal was just begun.
+  void claimIs(Claim claim) {
+    flagIs(static_cast<std::uint8_t>(static_cast<unsigned int>(claim) << frameClaimShift));
+  }
   /// Begins a section of an orphan's payload and ends the one before.
   void currentPayloadSectionIs(PayloadSection section);
   /// The begin token opens the payload; the end token commits the frame.

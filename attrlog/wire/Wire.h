@@ -71,7 +71,16 @@ inline constexpr std::uint8_t frameVariableLength = 0x1;
 inline constexpr std::uint8_t frameTrailing = 0x2;
 inline constexpr std::uint8_t frameFullTransferFollows = 0x4;
 inline constexpr std::uint8_t frameCreatesChild = 0x8;  ///< `instantiateTag` is `creationTag`
-inline constexpr std::uint8_t frameOwnId = 0x10;        ///< see `Frame::isOwnId`
+inline constexpr std::uint8_t frameClaim = 0x30;        ///< a `Claim`, shifted
+inline constexpr unsigned int frameClaimShift = 4;
+
+/// What makes a process the authority for an entity without a parent. Where both ends of a
+/// connection announce one, the greater claim holds.
+enum class Claim : std::uint8_t {
+  none = 0,
+  elsewhere = 1,  ///< another live connection has brought it
+  chosen = 2,     ///< the process chose its id
+};
 
 /// Sizes in bytes. A frame is header, begin token, payload, end token.
 inline constexpr std::size_t headerSize = 22;
