@@ -96,11 +96,14 @@ void checkQuiet(State const& state) {
   }
   checkLeftOver(state, std::move(referenced));
   for (Cable const& cable : state.cables) {
-    // A child whose creation named what was withdrawn meanwhile is answered, and passed over; so
-    // are the children of what both ends have announced.
-    bool const hasCrossed = cable.upLink->demuxer().stats().contested != 0 ||
-                            cable.downLink->demuxer().stats().contested != 0;
-    Allowed const allowed{.strays = state.plan.manyWriters || state.intrudes || hasCrossed,
+    // Passed over: a child whose creation named what was withdrawn meanwhile, the children of what
+    // both ends have announced, and of a root that its home has withdrawn.
+    bool isAnyVoid = false;
+    for (Ptr<NboAttrLog::Link> const& link : {cable.upLink, cable.downLink}) {
+      NboAttrLog::LinkStats const& stats = link->demuxer().stats();
+      isAnyVoid = isAnyVoid || stats.contested != 0 || stats.refusedOrphans != 0;
+    }
+    Allowed const allowed{.strays = state.plan.manyWriters || state.intrudes || isAnyVoid,
                           .handlerExceptions = state.intrudes};
     KnownIds const up = checkQuietEnd(**cable.upLink, allowed, " in " + cable.up->name);
     KnownIds const down = checkQuietEnd(**cable.downLink, allowed, " in " + cable.down->name);

@@ -82,7 +82,9 @@ void Announcer::sentIs(Sa const& adapter) {
   EntityId const id = adapter.entityId();
   inFlight_.push_back({host_.exchange.framesCommitted(), id, claim(*adapter.rawEntity())});
   // What the peer writes before it has this is about the one that was withdrawn.
-  if (host_.reactors.isGone(id) && !isContested(id)) contested_[id] = inFlight_.back().frame;
+  if (!host_.reactors.isGone(id)) return;
+  std::uint64_t& until = contested_[id];
+  until = std::max(until, inFlight_.back().frame);
 }
 
 bool Announcer::isInFlight(EntityId id) const {
