@@ -1,16 +1,16 @@
 // What the generic interface can do with an entity type: small functions for each attribute, beside
-// its row of data (registry/AttributeRow.h). Generated code makes the tables (generic/Generated.h);
+// its row of data (Mox/AttributeRow.h). Generated code makes the tables (generic/Generated.h);
 // the algorithms of Dispatch.cc and Relay.cc run over them.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "Mox/AttributeRow.h"
 #include "Mox/Entity.h"
 #include "Mox/HashMap.h"
 #include "Mox/Notifiee.h"
 #include "generic/GenericIf.h"
-#include "registry/AttributeRow.h"
 #include "registry/MoxType.h"
 
 namespace MOX_API Mox {

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "Mox/AttributeRow.h"
 #include "Mox/Ptr.h"
-#include "registry/AttributeRow.h"
 #include "registry/IntrospectionReactor.h"
 #include "registry/MoxAttr.h"
 #include "registry/MoxType.h"

@@ -15,8 +15,8 @@ void append(TypeNameQ& queue, TypeNameQ const& other) {
 
 }  // namespace
 
-char const* kindName(AttributeKind kind) {
-  switch (kind) {
+char const* MoxAttr::kindName() const {
+  switch (kind()) {
     case AttributeKind::enumerator:
       return "enumerator";
     case AttributeKind::interface:

@@ -6,12 +6,12 @@
 #include <cstdint>
 
 #include "Mox/AttributeId.h"
+#include "Mox/AttributeRow.h"
 #include "Mox/HashMap.h"
 #include "Mox/LinkQueue.h"
 #include "Mox/Name.h"
 #include "Mox/Ptr.h"
 #include "Mox/PtrInterface.h"
-#include "registry/AttributeRow.h"
 
 namespace MOX_API Mox {
 
@@ -85,7 +85,8 @@ class MoxAttr : public virtual PtrInterface {
   AttributeRow const* row() const { return row_; }
   void rowIs(AttributeRow const& row) { row_ = &row; }
   AttributeKind kind() const { return row_ ? row_->kind : AttributeKind::system; }
-  char const* kindName() const { return Mox::kindName(kind()); }
+  /// "constructor value", "child collection", ...
+  char const* kindName() const;
   /// The doc comment of the schema, its lines separated by newlines.
   char const* doc() const { return row_ ? row_->doc : ""; }
   TypeNameQ const& constructorArgNameQ() const { return constructorArgNameQ_; }

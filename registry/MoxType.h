@@ -19,7 +19,6 @@ namespace MOX_API Mox {
 
 class Dir;
 class GenericIf;
-struct TypeText;
 namespace NboAttrLog {
 class In;
 class Out;
@@ -194,8 +193,6 @@ class MoxType : public Entity {
   /// The key of an entity of this type, as paths show it.
   using KeyText = String8 (*)(Entity const& entity);
   KeyText keyText() const { return keyText_; }
-  /// The attributes as text, for tests of the model; programs use generic/Text.h.
-  TypeText const* typeText() const { return typeText_; }
 
   /// Records the qualified name of a type. A second type of that name takes the first one's place.
   static void typeNodeIs(MoxType const* type, Name const& qualifiedName);
@@ -212,7 +209,6 @@ class MoxType : public Entity {
   /// `range`: static.
   void rangeIs(ValueRange const* range) { range_ = range; }
   void keyTextIs(KeyText text) { keyText_ = text; }
-  void typeTextIs(TypeText const* text) { typeText_ = text; }
 
  private:
   MoxType* base_;
@@ -227,7 +223,6 @@ class MoxType : public Entity {
   char const* doc_ = "";
   ValueRange const* range_ = nullptr;
   KeyText keyText_ = nullptr;
-  TypeText const* typeText_ = nullptr;
 
   AttributeQ attributeQ_;
   unsigned int nextAttributeKey_ = 0;

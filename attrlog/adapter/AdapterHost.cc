@@ -87,7 +87,6 @@ void AdapterHost::assignEntityId(Sa& adapter) {
     id = brought.deserializingEid();
   } else if (Ptr<Sa> const other = id ? Ptr<Sa>() : entity->moxNboAttrLogSa(Ptr<Out const>())) {
     if (other.get() != &adapter) id = other->entityId();
-    isOwn = !other->hasFlag(notAuthority);
   }
   // An entity without a parent comes back under its id, behind the withdrawal.
   if (isOrphan && reactors.isGone(id)) announcer.sendWithdrawals();
@@ -96,7 +95,9 @@ void AdapterHost::assignEntityId(Sa& adapter) {
     id = newEntityId();
     isOwn = true;
   }
-  if (isOrphan && !identities->idOf(**entity)) identities->idIs(**entity, id, isOwn);
+  // An id stays with the entity that it names, also where another one still has it elsewhere.
+  bool const isFree = !identities->idOf(**entity) && identities->entity(id) == nullptr;
+  if (isOrphan && isFree) identities->idIs(**entity, id, isOwn);
   reactorIs(id, adapter, false);
 }
 

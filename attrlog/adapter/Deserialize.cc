@@ -242,29 +242,30 @@ bool transaction(Sa& adapter, TypeRows const& type, AttributeId attribute,
   AttrRow const* row = type.find(attribute);
   if (!row) return true;
   switch (row->form) {
-    case AttrForm::plain:
-    case AttrForm::reference:
+    case WireForm::none:
+    case WireForm::plain:
+    case WireForm::reference:
       return true;
-    case AttrForm::pieces:
+    case WireForm::pieces:
       if (!flowIn || flowIn->aid() != attribute) return false;
       if (kind != Kind::begin) host->flowIns.openValueDel(id, attribute);
       return true;
-    case AttrForm::singleton: {
+    case WireForm::singleton: {
       Ptr<Entity> const child = row->child(adapter);
       if (!child) return true;
       Ptr<Sa> const childAdapter = child->moxNboAttrLogSa(Ptr<Out const>(adapter.nboAttrLogOut()));
       if (childAdapter && kind == Kind::begin) childAdapter->flagsIs(boundByTransaction, true);
       return true;
     }
-    case AttrForm::valuesByString:
+    case WireForm::valuesByString:
       if (flowIn && kind == Kind::abort) {
         host->flowIns.openValueDel(id, attribute);
         return true;
       }
       sweep(adapter, *row, kind);
       return true;
-    case AttrForm::entities:
-    case AttrForm::valuesById:
+    case WireForm::entities:
+    case WireForm::valuesById:
       sweep(adapter, *row, kind);
       return true;
   }

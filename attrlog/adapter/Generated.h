@@ -20,11 +20,13 @@ void notifyKey(Sa& adapter, void const* key) {
 }
 
 template <class D>
-constexpr AttrRow rowBegin(AttrForm form) {
+constexpr AttrRow rowBegin() {
   AttrRow row{};
-  row.id = D::id;
-  row.form = form;
-  row.dirtyMask = D::dirtyMask;
+  row.id = D::data.id;
+  row.form = D::data.form;
+  row.dirtyMask = D::data.dirtyMask;
+  row.fixedLength = D::data.fixedLength;
+  row.keyLength = D::data.keyLength;
   row.word = D::FlowOut::moxDirtyWordPlace();
   row.owes = [](Sa&, FlowOut& flowOut, In&) {
     return D::row().bit(flowOut) || (flowOut.attrId() == D::id && flowOut.valueIter() != nullptr);
@@ -40,9 +42,9 @@ bool owesChild(Sa& adapter, Ptr<Child> const& child) {
 }
 
 template <class D>
-constexpr AttrRow scalarRow(AttrForm form) {
-  AttrRow row = rowBegin<D>(form);
-  row.fixedLength = WireValue<typename D::Value>::fixedLength;
+constexpr AttrRow scalarRow() {
+  static_assert(D::data.fixedLength == WireValue<typename D::Value>::fixedLength);
+  AttrRow row = rowBegin<D>();
   row.writeValue = [](Sa& adapter, Ptr<Out> const& out) {
     WireValue<typename D::Value>::write(out, D::get(entityOf<D>(adapter)));
   };
@@ -53,11 +55,11 @@ constexpr AttrRow scalarRow(AttrForm form) {
 }
 template <class D>
 constexpr AttrRow plainRow() {
-  return scalarRow<D>(AttrForm::plain);
+  return scalarRow<D>();
 }
 template <class D>
 constexpr AttrRow referenceRow() {
-  AttrRow row = scalarRow<D>(AttrForm::reference);
+  AttrRow row = scalarRow<D>();
   row.writeValue = nullptr;
   row.target = [](Sa& adapter) { return Ptr<Entity const>(D::get(entityOf<D>(adapter))); };
   return row;
@@ -65,7 +67,7 @@ constexpr AttrRow referenceRow() {
 
 template <class D>
 constexpr AttrRow piecesRow() {
-  AttrRow row = rowBegin<D>(AttrForm::pieces);
+  AttrRow row = rowBegin<D>();
   row.text = [](Sa& adapter) { return D::get(entityOf<D>(adapter)); };
   row.notify = &notifyScalar<D>;
   row.read = &readPiecesOf<D>;
@@ -76,7 +78,7 @@ constexpr AttrRow piecesRow() {
 
 template <class D>
 constexpr AttrRow singletonRow() {
-  AttrRow row = rowBegin<D>(AttrForm::singleton);
+  AttrRow row = rowBegin<D>();
   row.child = [](Sa& adapter) { return Ptr<Entity>(D::get(entityOf<D>(adapter))); };
   row.childAdapter = [](Sa& adapter, Ptr<Entity> const& child) {
     return childAdapterIs(adapter, D::id, adapter.childFlags(), child, 1, adapter.channel(),
@@ -99,14 +101,14 @@ constexpr AttrRow singletonRow() {
 }
 
 template <class D>
-constexpr AttrRow collectionRow(AttrForm form) {
+constexpr AttrRow collectionRow() {
   using Key = typename D::Key;
-  AttrRow row = rowBegin<D>(form);
   if constexpr (requires { WireValue<Key>::size; }) {
-    row.keyWidth = WireValue<Key>::size;
+    static_assert(D::data.keyLength == WireValue<Key>::size);
   } else {
-    row.keyWidth = AttrRow::stringKey;
+    static_assert(D::data.keyLength == AttributeRow::variableKey);
   }
+  AttrRow row = rowBegin<D>();
   row.writeKey = [](void const* key, Ptr<Out> const& out) {
     WireValue<Key>::write(out, *static_cast<Key const*>(key));
   };
@@ -135,7 +137,7 @@ constexpr AttrRow collectionRow(AttrForm form) {
 
 template <class D>
 constexpr AttrRow childCollectionRow() {
-  AttrRow row = collectionRow<D>(AttrForm::entities);
+  AttrRow row = collectionRow<D>();
   row.read = &readChildKey<D>;
   row.shape = &scanChild<D>;
   row.owes = [](Sa& adapter, FlowOut& flowOut, In& payload) {
@@ -160,7 +162,7 @@ constexpr AttrRow childCollectionRow() {
 
 template <class D>
 constexpr AttrRow valueCollectionRow() {
-  AttrRow row = collectionRow<D>(AttrForm::valuesById);
+  AttrRow row = collectionRow<D>();
   row.read = &readValueKey<D>;
   row.shape = &scanValues<typename D::Key, typename D::Value>;
   row.walk = &serializeValues<D>;
@@ -169,7 +171,7 @@ constexpr AttrRow valueCollectionRow() {
 
 template <class D>
 constexpr AttrRow stringCollectionRow() {
-  AttrRow row = collectionRow<D>(AttrForm::valuesByString);
+  AttrRow row = collectionRow<D>();
   row.read = &readStringKey<D>;
   row.shape = [](MessageScan& message) {
     scanValue<typename D::Key>(message);

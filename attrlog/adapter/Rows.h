@@ -1,6 +1,6 @@
-// What the attribute log knows of an entity type: one row of data and small functions for each
-// attribute that can change. Generated code makes the tables; the algorithms of Serialize,
-// Deserialize, Transaction and FlowOutWalk run over them.
+// What the attribute log knows of an entity type: a row of small functions for each attribute that
+// can change, joined to the row of what the schema declares. Generated code makes the tables; the
+// algorithms of Serialize, Deserialize, Transaction and FlowOutWalk run over them.
 #pragma once
 
 #include <cstddef>
@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Mox/AttributeId.h"
+#include "Mox/AttributeRow.h"
 #include "Mox/Entity.h"
 #include "Mox/Ptr.h"
 #include "Mox/String8.h"
@@ -16,7 +17,6 @@
 #include "attrlog/adapter/Marks.h"
 #include "attrlog/adapter/Reactors.h"
 #include "attrlog/adapter/StreamAdapter.h"
-#include "attrlog/wire/AttrForm.h"
 #include "attrlog/wire/In.h"
 #include "attrlog/wire/Out.h"
 #include "registry/MoxAttr.h"
@@ -60,15 +60,16 @@ struct MessageScan {
 };
 
 struct AttrRow {
-  /// `keyWidth` of a key with a length of its own.
-  static constexpr std::uint8_t stringKey = 255;
+  // From the attribute's `AttributeRow`: what hot paths read lies beside the functions.
 
   AttributeId id;
-  AttrForm form;
+  WireForm form;
   std::uint32_t dirtyMask;
   std::uint32_t fixedLength;
-  /// Bytes of a key in a message; 0 for an attribute without keys.
-  std::uint8_t keyWidth;
+  std::uint8_t keyLength;
+
+  // Functions.
+
   /// The word that holds the dirty bit, or for a collection the has-synced bit.
   std::uint32_t FlowOut::*word;
   /// Plain: reads the entity's value and writes it.
@@ -111,15 +112,15 @@ struct AttrRow {
   /// parted already and knows its entity no more.
   void (*remount)(Sa&, Entity&);
 
-  bool isCollection() const { return form >= AttrForm::entities; }
-  bool isInPieces() const { return form == AttrForm::pieces || form == AttrForm::valuesByString; }
-  bool ownsChildren() const { return form == AttrForm::singleton || form == AttrForm::entities; }
+  bool isCollection() const { return form >= WireForm::entities; }
+  bool isInPieces() const { return form == WireForm::pieces || form == WireForm::valuesByString; }
+  bool ownsChildren() const { return form == WireForm::singleton || form == WireForm::entities; }
   /// A value whose message has one length.
-  bool isNumber() const { return form == AttrForm::plain && fixedLength != 0; }
+  bool isNumber() const { return form == WireForm::plain && fixedLength != 0; }
 
   /// True when a message with this sign tells its length only at its end.
   bool isVariable(bool deletes) const {
-    return deletes ? form != AttrForm::singleton : fixedLength == 0;
+    return deletes ? form != WireForm::singleton : fixedLength == 0;
   }
   /// Goes over a message whose payload the scan's In holds. Throws BadLength, BadId, BadPiece.
   void scan(MessageScan& message, bool deletes) const;

@@ -307,20 +307,22 @@ namespace {
 bool flowOutStep(Sa& adapter, FlowOut& flowOut, AttrRow const& row) {
   flowOut.attrIdIs(row.id);
   switch (row.form) {
-    case AttrForm::plain:
-    case AttrForm::reference:
-    case AttrForm::singleton:
+    case WireForm::none:
+      return true;
+    case WireForm::plain:
+    case WireForm::reference:
+    case WireForm::singleton:
       if (row.bit(flowOut)) row.notify(adapter, nullptr);
       return true;
-    case AttrForm::pieces: {
+    case WireForm::pieces: {
       if (flowOut.valueIter() == nullptr && !row.bit(flowOut)) return true;
       bool const done = serializePieces(adapter, row);
       row.bitIs(flowOut, !done);
       return done;
     }
-    case AttrForm::entities:
-    case AttrForm::valuesById:
-    case AttrForm::valuesByString:
+    case WireForm::entities:
+    case WireForm::valuesById:
+    case WireForm::valuesByString:
       return row.walk(adapter);
   }
   return true;
@@ -397,8 +399,8 @@ void remountChildren(Sa& adapter, Entity& entity, TypeRows const& type) {
 }
 
 std::string_view AttrRow::keyOf(unsigned char const* payload, std::size_t size) const {
-  std::size_t width = keyWidth;
-  if (width == stringKey) width = size < 4 ? 4 : 4 + getBytes(payload, 4);
+  std::size_t width = keyLength;
+  if (width == AttributeRow::variableKey) width = size < 4 ? 4 : 4 + getBytes(payload, 4);
   if (width > size) throw StreamException(StreamError::badLength);
   return {reinterpret_cast<char const*>(payload), width};
 }

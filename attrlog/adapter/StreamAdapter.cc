@@ -8,7 +8,6 @@
 
 namespace Mox {
 
-using NboAttrLog::AttrForm;
 using NboAttrLog::AttrRow;
 
 namespace {
@@ -189,7 +188,7 @@ bool Entity::MoxNboAttrLogSa::prepareImmediateTransmission(AttributeId attribute
   scheduler.unpark(*this);
   if (shortOfBuffer || hasFlag(NboAttrLog::deferAll)) return false;
   AttrRow const* row = rows_.find(attribute);
-  return row && row->form == AttrForm::plain;
+  return row && row->form == WireForm::plain;
 }
 
 void Entity::MoxNboAttrLogSa::sendTransactionMarker(AttributeId attribute, AttrTransactionType type,

@@ -242,7 +242,7 @@ void Reader::checkMarker(Sa& adapter, AttrRow const* row, AttributeId attribute,
   AttributeId const transaction = open ? open->openTransaction() : 0;
   bool const isValueOpen = open && open->iter() != nullptr;
   bool const isTransactional =
-      row && (row->isCollection() || row->isInPieces() || row->form == AttrForm::singleton);
+      row && (row->isCollection() || row->isInPieces() || row->form == WireForm::singleton);
   bool isPermitted = false;
   switch (static_cast<Type>(type)) {
     case Type::begin:

@@ -225,11 +225,13 @@ void Roots::withdrawal(Frame const& frame) {
     if (!host_.reactors.refusedDel(id)) ++host_.stats.strays;
     return;
   }
+  // It was announced against this end's own.
+  if (adapter->origin() == StreamAdapter::Origin::exportedOrphan) return;
+  if (adapter->origin() != StreamAdapter::Origin::importedOrphan) {
+    throw StreamException(StreamError::badOrphan);
+  }
   // Behind what it withdraws the peer meets, or has met, this end's own announcement.
   bool const isOwnKept = frame.claim == Claim::chosen || host_.announcer.isInFlight(id);
-  bool const isImport = adapter->origin() == StreamAdapter::Origin::importedOrphan;
-  if (!isImport && !isOwnKept) throw StreamException(StreamError::badOrphan);
-  if (!isImport) return;
   Ptr<Entity> const entity = adapter->moxNotifierEntity();
   if (isOwnKept) {
     host_.reclaim(**adapter);

@@ -163,7 +163,7 @@ std::string StreamText::attribute(Side& side, Frame const& frame, Known const& e
   Ptr<In> const held = payloadOf(frame);
   In& in = **held;
   bool const ownsChildren = attr.childType != nullptr;
-  std::string place = entity.path + (ownsChildren ? "/" : ".") + attr.name;
+  std::string place = entity.path + (ownsChildren ? "/" : ".") + attr.row.name;
   unsigned char const* const front = in.position();
   if (attr.key) place += "[" + shownText(stdText(attr.key(in))) + "]";
   if (frame.attributeId < 0) {
@@ -179,7 +179,7 @@ std::string StreamText::attribute(Side& side, Frame const& frame, Known const& e
     return "child " + place + ": " + attr.childType + args +
            (options_.header ? " id " + hexText(id.value()) : "");
   }
-  if (attr.form == AttrForm::pieces || attr.form == AttrForm::valuesByString) {
+  if (attr.row.form == WireForm::pieces || attr.row.form == WireForm::valuesByString) {
     return text(side, frame, place, in);
   }
   std::string const shown = value(attr.value, in);
@@ -252,7 +252,7 @@ std::string StreamText::marker(Side& side, Frame const& frame) {
                                    ? entity->second.type->attr(frame.attributeId)
                                    : nullptr;
   return names[type] + nameOf(frame.entityId) +
-         (attr ? (attr->childType ? "/" : ".") + std::string(attr->name)
+         (attr ? (attr->childType ? "/" : ".") + std::string(attr->row.name)
                : " attribute " + std::to_string(frame.attributeId));
 }
 
@@ -263,7 +263,7 @@ std::string StreamText::repeat(Frame const& frame) {
                                    : nullptr;
   if (!attr) return rawMessage(frame);
   Ptr<In> const in = payloadOf(frame);
-  std::string place = entity->second.path + (attr->childType ? "/" : ".") + attr->name;
+  std::string place = entity->second.path + (attr->childType ? "/" : ".") + attr->row.name;
   if (attr->key) place += "[" + shownText(stdText(attr->key(**in))) + "]";
   payloadEnd(**in);
   return "repeat " + place;

@@ -27,7 +27,7 @@ WireType const* wireType(std::string_view qualifiedName) {
 
 WireAttr const* WireType::attr(AttributeId id) const {
   for (std::size_t i = 0; i < count; ++i) {
-    if (attrs[i].id == id) return attrs + i;
+    if (attrs[i].row.id == id) return attrs + i;
   }
   WireType const* const above = base ? wireType(base) : nullptr;
   return above ? above->attr(id) : nullptr;

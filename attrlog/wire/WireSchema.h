@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "attrlog/wire/AttrForm.h"
+#include "Mox/AttributeRow.h"
 #include "attrlog/wire/In.h"
 #include "attrlog/wire/WireValue.h"
 
@@ -31,9 +31,7 @@ struct WireArgs {
 };
 
 struct WireAttr {
-  AttributeId id;
-  char const* name;
-  AttrForm form;
+  AttributeRow const& row;
   NextText key;           ///< of a collection: the key as paths show it
   NextText value;         ///< null for a reference, and where there is none
   WireArgs args;          ///< of what owns children: the constructor arguments in a creation

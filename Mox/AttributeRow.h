@@ -52,9 +52,6 @@ enum class AttributeKind : std::uint8_t {
   childCollection,       ///< owned entities by key
 };
 
-/// "constructor value", "child collection", ...
-char const* kindName(AttributeKind kind);
-
 constexpr bool isConstructorKind(AttributeKind kind) {
   return kind == AttributeKind::constructorValue || kind == AttributeKind::constructorReference;
 }
