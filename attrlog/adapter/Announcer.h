@@ -59,7 +59,8 @@ class Announcer {
   void contest(Entity& entity, EntityId id, bool holds);
   /// The peer's announcement holds: the adapter is to be bound to it.
   void yield(Sa& adapter);
-  bool isContested(EntityId id) const { return !contested_.empty() && contested_.contains(id); }
+  bool isAnyContested() const { return !contested_.empty(); }
+  bool isContested(EntityId id) const { return contested_.contains(id); }
   /// True when an announcement of the id is on its way: the peer hasn't seen it for sure.
   bool isInFlight(EntityId id) const;
   /// The peer has seen the first `acknowledged` frames.

@@ -112,8 +112,10 @@ bool transfersChildren(Sa const& parent) {
   return parent.syncMode() == StreamAdapter::SyncMode::live || parent.hasFlag(inScheduledRun);
 }
 
-void serializePlain(Sa& adapter, AttrRow const& row) {
-  if (!isOpen(adapter, row, gate(adapter, row))) return;
+namespace {
+
+/// By itself: a change that comes from the peer ends at the gate and saves no register for this.
+[[gnu::noinline]] void sendPlain(Sa& adapter, AttrRow const& row) {
   if (!decide(adapter, row)) return;
   try {
     MessageOut message(adapter, row.id, row.fixedLength == 0, row.fixedLength);
@@ -122,6 +124,12 @@ void serializePlain(Sa& adapter, AttrRow const& row) {
   } catch (MessageTooLong const&) {
     markTooLong(adapter, row);
   }
+}
+
+}  // namespace
+
+void serializePlain(Sa& adapter, AttrRow const& row) {
+  if (isOpen(adapter, row, gate(adapter, row))) sendPlain(adapter, row);
 }
 
 void serializeReference(Sa& adapter, AttrRow const& row) {

@@ -116,11 +116,8 @@ void Demuxer::dispatch(Frame const& frame) {
   host_.exchange.received(frame.kind);
   // The peer's reason for ending counts, whatever else is wrong with its frame.
   if (frame.kind == FrameKind::error) return dispatchError(frame);
-  if (host_.exchange.acknowledge(frame.ack) || host_.reactors.isAnyGoneSent()) {
-    host_.reactors.acknowledgedIs(host_.exchange.framesAcknowledged());
-    host_.announcer.acknowledgedIs(host_.exchange.framesAcknowledged());
-  }
-  if (host_.announcer.isContested(frame.entityId)) {
+  if (host_.exchange.acknowledge(frame.ack) || host_.reactors.isAnyGoneSent()) acknowledged();
+  if (host_.announcer.isAnyContested() && host_.announcer.isContested(frame.entityId)) {
     // Written about the peer's own announcement, before it had this end's.
     return reader_.passOver(frame);
   }
@@ -138,6 +135,11 @@ void Demuxer::dispatch(Frame const& frame) {
     case FrameKind::ack:
       return;
   }
+}
+
+[[gnu::noinline]] void Demuxer::acknowledged() {
+  host_.reactors.acknowledgedIs(host_.exchange.framesAcknowledged());
+  host_.announcer.acknowledgedIs(host_.exchange.framesAcknowledged());
 }
 
 void Demuxer::dispatchError(Frame const& frame) {

@@ -133,6 +133,7 @@ class Demuxer : public PtrInterface {
  private:
   std::size_t dispatchGreeting(ByteQueue const& received);
   void dispatch(Frame const& frame);
+  void acknowledged();
   void dispatchError(Frame const& frame);
   bool onlyListens() const;
   void sendAck();

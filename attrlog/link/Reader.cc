@@ -131,7 +131,7 @@ void Reader::unknown(Sa& adapter, Frame const& frame, AttributeId attribute) {
 }
 
 /// The message has been found sound.
-void Reader::apply(Sa& adapter, Frame const& frame, AttributeId attribute) {
+inline void Reader::apply(Sa& adapter, Frame const& frame, AttributeId attribute) {
   host_.inHand.startsTransferIs(frame.fullTransferFollows);
   host_.in->payloadIs(frame.payload, frame.payloadSize);
   applying(adapter, attribute, [&] {
@@ -144,7 +144,7 @@ void Reader::apply(Sa& adapter, Frame const& frame, AttributeId attribute) {
 /// Calls `apply` with the adapter's attribute as the one in hand. Behind the first setter only a
 /// subscriber's own exception handling can throw.
 template <class Apply>
-void Reader::applying(Sa& adapter, AttributeId attribute, Apply const& apply) {
+inline void Reader::applying(Sa& adapter, AttributeId attribute, Apply const& apply) {
   InHand::Anchor const anchor(host_.inHand, adapter, attribute);
   try {
     apply();

@@ -32,9 +32,9 @@ class Reader {
   void scanned(Sa& adapter, Frame const& frame);
   void scanAndApply(Sa& adapter, Frame const& frame, Frame const& about, Compound const& compound);
   void unknown(Sa& adapter, Frame const& frame, AttributeId attribute);
-  void apply(Sa& adapter, Frame const& frame, AttributeId attribute);
+  [[gnu::always_inline]] void apply(Sa& adapter, Frame const& frame, AttributeId attribute);
   template <class Apply>
-  void applying(Sa& adapter, AttributeId attribute, Apply const& apply);
+  [[gnu::always_inline]] void applying(Sa& adapter, AttributeId attribute, Apply const& apply);
   void reflect(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
   bool isConflict(Sa& adapter, AttrRow const& row, Frame const& frame, MessageScan const& scan);
   bool isReadOnlyElsewhere(Entity const& entity) const;
