@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -33,15 +32,11 @@ TEST(LineReader, AReadThatGivesNothingIsNotTheEnd) {
     LineReader const second(loop, other, note);
     struct sigaction interrupt {};
     interrupt.sa_handler = [](int) {};
-    struct sigaction before {};
-    ::sigaction(SIGALRM, &interrupt, &before);
-    itimerval const soon{{0, 10000}, {0, 10000}};
-    if (isBlocking) ::setitimer(ITIMER_REAL, &soon, nullptr);
+    ::sigaction(SIGALRM, &interrupt, nullptr);
+    if (isBlocking) ::ualarm(10000, 10000);
     ASSERT_EQ(::write(ends[1], "a\nb", 3), 3);
     while (lines.empty()) loop.turn(-1);
-    itimerval const never{};
-    ::setitimer(ITIMER_REAL, &never, nullptr);
-    ::sigaction(SIGALRM, &before, nullptr);
+    ::ualarm(0, 0);
     EXPECT_EQ(lines, "a;");
     EXPECT_EQ(readersEnded, 0);
     ::close(ends[1]);
